@@ -1,0 +1,113 @@
+#include "API/Filters/Fax/Common/Tif_faxx/bit_input.h"
+
+#include "API/Filters/Fax/Common/Tif_faxx/bit_reverse.h"
+#include "API/Filters/Fax/Common/Tif_faxx/limits.h"
+#include "API/Filters/Fax/Common/Tif_faxx/memory.h"
+
+#include <algorithm>
+#include <cstring>
+
+namespace faxx {
+namespace {
+
+// Everything behind the data reads as zero bits.
+void ClearTail(CCITTG34* record) {
+    std::memset(record->Buffer + record->BytesInBuffer, 0, kInputBytes - record->BytesInBuffer);
+}
+
+// Reads behind the BytesInBuffer bytes that are kept. A fill that leaves the buffer short lowers the
+// threshold, so that all of the data and only a few zero bytes are consumed before the handle is asked
+// again. False: nothing kept and nothing read.
+bool FillBuffer(CCITTG34* record) {
+    const uint32_t kept = record->BytesInBuffer;
+    uint32_t room = record->BufferCapacity - kept;
+    if (record->ByteLimit != 0)
+        room = std::min(room, record->ByteLimit - record->BytesRead);
+
+    if (room == 0) {
+        record->RefillThreshold = kept + 2;
+        if (kept == 0)
+            return false;
+        ClearTail(record);
+        return true;
+    }
+
+    const int result = K_RedirectedRead(record->Handle, record->Buffer + kept, room);
+    if (result <= 0 && kept == 0)
+        return false;
+    const uint32_t read = result <= 0 ? 0 : std::min(static_cast<uint32_t>(result), room);
+    record->BytesRead += read;
+    record->BytesInBuffer += read;
+    if (record->BytesInBuffer < record->RefillThreshold)
+        record->RefillThreshold = record->BytesInBuffer + 2;
+    ClearTail(record);
+    if (record->Flags & FAX_REVERSE_BITS)
+        ReverseBits(record->Buffer + kept, read);
+    return true;
+}
+
+bool AllocateBuffers(CCITTG34* record) {
+    if (record->ReferenceLine && record->CodingLine && record->Buffer)
+        return true;
+    QuitDecodeG34(record, 1);
+    return (record->ReferenceLine = Allocate<uint32_t>(kListEntries)) &&
+           (record->CodingLine = Allocate<uint32_t>(kListEntries)) &&
+           (record->Buffer = Allocate<uint8_t>(kInputBytes));
+}
+
+} // namespace
+
+bool RefillBuffer(CCITTG34* record, uint32_t position) {
+    const uint32_t unread = position < record->BytesInBuffer ? record->BytesInBuffer - position : 0;
+    if (unread != 0)
+        std::memmove(record->Buffer, record->Buffer + position, unread);
+    record->BytesInBuffer = unread;
+    return FillBuffer(record);
+}
+
+} // namespace faxx
+
+using namespace faxx;
+
+int InitDecodeG34(_LOADDISPATCH* dispatch, CCITTG34* record, unsigned format, unsigned width, unsigned flags,
+                  tagHANDLE* handle, unsigned smallBuffer, unsigned byteLimit) {
+    if (width > MAX_CODEC_WIDTH)
+        return ERROR_WIDTH_LIMIT;
+    if (!AllocateBuffers(record))
+        return ERROR_NO_MEMORY;
+
+    record->Format = format;
+    record->NextLineTag = kNextLineOneDimensional;
+    record->Flags = flags;
+    record->Width = width;
+    record->Handle = handle;
+    record->BytesInBuffer = 0;
+    record->ReadPosition = 0;
+    record->DecodeStatus = DECODE_STATUS_OK;
+    record->BufferCapacity = smallBuffer ? kSmallInputBytes : kInputBytes;
+    record->BytesRead = 0;
+    record->ByteLimit = byteLimit;
+    record->RefillThreshold = record->BufferCapacity / 4 * 3;
+    record->LoadDispatch = dispatch;
+    std::fill_n(record->ReferenceLine, kClosingZeros, 0);
+
+    // An empty stream is the decoders' business, not a failed set-up.
+    if (!FillBuffer(record)) {
+        record->DecodeStatus = DECODE_STATUS_NO_DATA;
+        return SUCCESS;
+    }
+    const uint8_t* first = record->Buffer;
+    record->BitAccumulator =
+        uint32_t{first[0]} << 24 | uint32_t{first[1]} << 16 | uint32_t{first[2]} << 8 | uint32_t{first[3]};
+    record->BitCount = 16;
+    record->ReadPosition = 4;
+    return SUCCESS;
+}
+
+void QuitDecodeG34(CCITTG34* record, int freeAll) {
+    if (!freeAll)
+        return;
+    Free(record->ReferenceLine);
+    Free(record->CodingLine);
+    Free(record->Buffer);
+}

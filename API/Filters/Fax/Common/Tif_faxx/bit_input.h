@@ -1,0 +1,143 @@
+// The input path of all decoders: the stream's next bits, from a byte buffer that is refilled from the
+// handle.
+//
+// Bits pass through a 32-bit accumulator that takes bytes in pairs: its top 16 + count bits are valid, so
+// at least 17 can be looked at before any step. A pair enters as soon as count would fall to 0, not when
+// its bits are needed; that moment decides when the end of the input is noticed. The buffer's zero tail
+// lets the decoders run a few bytes past the data without a test per code.
+//
+// The bit state in the record (BitAccumulator, BitCount, ReadPosition) is a function of the position in
+// the stream alone: count is 16 - position mod 16, and the accumulator holds the 16 + count bits from the
+// position on.
+#pragma once
+
+#include "API/Filters/Fax/Common/Tif_faxx.h"
+#include "API/Filters/Fax/Common/Tif_faxx/decode_tables.h"
+#include "API/Filters/Fax/Common/Tif_faxx/t4_codes.h"
+
+#include <bit>
+
+namespace faxx {
+
+// Called when position has passed the refill threshold: moves the unread bytes to the front of the buffer
+// and fills up behind them. False: neither unread bytes nor new data, the input is exhausted. Otherwise
+// reading goes on at position 0.
+bool RefillBuffer(CCITTG34* record, uint32_t position);
+
+// The bit state of a record, held in locals while a decoder works. Every step that consumes bits returns
+// false when it found the input exhausted; nothing can be read after that.
+class BitInput {
+public:
+    explicit BitInput(CCITTG34* record)
+        : record_(record), accumulator_(record->BitAccumulator), count_(record->BitCount),
+          position_(record->ReadPosition) {}
+
+    // The next bits, the first of them in bit 31; at least 17 are valid.
+    uint32_t Window() const { return accumulator_; }
+    uint32_t Top(unsigned bits) const { return accumulator_ >> (32 - bits); }
+
+    // Consumes 1 to 16 bits.
+    bool Consume(unsigned bits) {
+        accumulator_ <<= bits;
+        count_ -= static_cast<int32_t>(bits);
+        if (count_ > 0) [[likely]]
+            return true;
+        if (position_ > record_->RefillThreshold) [[unlikely]] {
+            if (!RefillBuffer(record_, position_))
+                return false;
+            position_ = 0;
+        }
+        const uint8_t* pair = record_->Buffer + position_;
+        accumulator_ |= (uint32_t{pair[0]} << 8 | pair[1]) << -count_;
+        count_ += 16;
+        position_ += 2;
+        return true;
+    }
+
+    // Consumes what is left of the current byte, nothing on a byte boundary.
+    bool AlignToByte() {
+        const unsigned rest = static_cast<unsigned>(count_) % 8;
+        return rest == 0 || Consume(rest);
+    }
+
+    // Consumes the zero bits up to the next 1 bit, and that bit.
+    bool SkipZerosAndOne() {
+        for (;;) {
+            const int zeros = std::countl_zero(accumulator_);
+            if (zeros < count_)
+                return Consume(static_cast<unsigned>(zeros) + 1);
+            if (!Consume(static_cast<unsigned>(count_)))
+                return false;
+        }
+    }
+
+    // Leaves the bit state in the record, for the next decoder call.
+    void Store() const {
+        record_->BitAccumulator = accumulator_;
+        record_->BitCount = count_;
+        record_->ReadPosition = position_;
+    }
+
+    // The same at the end of the input, where only a positive BitCount and the status mean anything.
+    void StoreExhausted() const {
+        record_->BitAccumulator = accumulator_;
+        record_->BitCount = count_ > 0 ? count_ : 1;
+        record_->ReadPosition = 0;
+        record_->DecodeStatus = DECODE_STATUS_NO_DATA;
+    }
+
+private:
+    CCITTG34* record_;
+    uint32_t accumulator_;
+    int32_t count_;
+    uint32_t position_;
+};
+
+enum class RunRead { Complete, NoCode, NoData };
+
+// Reads one run: make-up codes and the terminating code, each taken off remaining as it is read. NoCode:
+// the next eight bits are zero, and not consumed.
+template <Colour colour>
+inline RunRead ReadRun(BitInput& input, uint32_t& remaining) {
+    for (;;) {
+        const uint16_t entry = colour == Colour::White ? WhiteDecodeTable[input.Top(kWhiteIndexBits)]
+                                                       : BlackDecodeTable[input.Top(kBlackIndexBits)];
+        if (entry == kNoCode) [[unlikely]]
+            return RunRead::NoCode;
+        if (!input.Consume(CodeLength(entry))) [[unlikely]]
+            return RunRead::NoData;
+        remaining -= RunLength(entry);
+        if (RunLength(entry) < kTerminatingCodes) [[likely]]
+            return RunRead::Complete;
+    }
+}
+
+inline RunRead ReadRun(BitInput& input, Colour colour, uint32_t& remaining) {
+    return colour == Colour::White ? ReadRun<Colour::White>(input, remaining)
+                                   : ReadRun<Colour::Black>(input, remaining);
+}
+
+// Formats whose EOLs are followed by a tag bit: 1, the next line is one-dimensional (T.4 § 4.2.2).
+inline bool HasTagBits(const CCITTG34* record) {
+    return record->Format == FORMAT_FAX_G3_2D || record->Format == FORMAT_FAX_G3_2D_ALL2D;
+}
+
+inline constexpr int32_t kNextLineOneDimensional = INT32_MIN;
+
+// Consumes an EOL with its fill, several of them alike, and the tag bit where the format has one.
+inline bool ReadEol(BitInput& input, CCITTG34* record) {
+    if (!input.SkipZerosAndOne())
+        return false;
+    if (!HasTagBits(record))
+        return true;
+    record->NextLineTag = static_cast<int32_t>(input.Window());
+    return input.Consume(1);
+}
+
+// Leaves a data error in the load's dispatch, if there is one.
+inline void ReportDataError(CCITTG34* record, int status) {
+    if (record->LoadDispatch)
+        record->LoadDispatch->Status = status;
+}
+
+} // namespace faxx

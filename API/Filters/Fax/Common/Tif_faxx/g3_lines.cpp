@@ -1,0 +1,156 @@
+// Group 3 lines (T.4 § 4).
+//
+// One-dimensional lines are white and black runs in turn, decoded here; two-dimensional lines are the G4
+// decoder's, which goes on at the same bit. A line ends when its runs reach the width, or at an EOL, which is
+// recognised wherever a run code is due: no run code begins with eight zero bits.
+#include "API/Filters/Fax/Common/Tif_faxx/bit_input.h"
+#include "API/Filters/Fax/Common/Tif_faxx/g4_lines.h"
+#include "API/Filters/Fax/Common/Tif_faxx/run_rows.h"
+
+namespace faxx {
+namespace {
+
+// A black run of length 0 as encoders put it behind a line whose last run is white.
+constexpr unsigned kEmptyBlackRun = 0b0000110111;
+constexpr unsigned kEmptyBlackRunBits = 10;
+
+enum class LineRead : uint8_t { Complete, TwoDimensional, NoData };
+
+// The one-dimensional line in progress. Its changing elements are distances from the right edge.
+struct Line {
+    CCITTG34* record;
+    BitInput input;
+    uint32_t remaining; // distance of the position reached; as a signed number below 0 past the edge
+    uint32_t written;   // changing elements on the coding line
+    uint32_t limit;     // of written
+
+    explicit Line(CCITTG34* r) : record(r), input(r) {}
+
+    void Begin(const RowOutput& output) {
+        remaining = record->Width;
+        written = 0;
+        limit = EntryLimit(output.lineWords);
+    }
+
+    bool ReachedEdge() const { return static_cast<int32_t>(remaining) <= 0; }
+
+    // Writes the end of a run. Where the line has reached its limit it is ended there.
+    void Append() {
+        if (written >= limit) [[unlikely]] {
+            ReportDataError(record, ERROR_FAX_DATA_CORRUPT);
+            remaining = 0;
+            return;
+        }
+        record->CodingLine[written++] = remaining;
+    }
+};
+
+// Decodes up to the right edge. What stands at or past the edge is not written: closing the list there
+// makes the last run reach the edge.
+LineRead ReadLine(Line& line) {
+    const bool alignedRows = line.record->Format == FORMAT_FAX_G3_1D_NOEOL;
+    for (;;) {
+        // Tags come with EOLs, and an EOL inside a line ends it: in effect a test at the line's start.
+        if (line.record->NextLineTag >= 0)
+            return LineRead::TwoDimensional;
+
+        switch (ReadRun<Colour::White>(line.input, line.remaining)) {
+        case RunRead::Complete:
+            break;
+        case RunRead::NoCode:
+            if (!ReadEol(line.input, line.record))
+                return LineRead::NoData;
+            if (line.written == 0)
+                continue; // an EOL in front of the line
+            line.remaining = 0;
+            return LineRead::Complete;
+        case RunRead::NoData:
+            return LineRead::NoData;
+        }
+        if (!line.ReachedEdge())
+            line.Append();
+        if (line.ReachedEdge() && (alignedRows || line.input.Top(kEmptyBlackRunBits) != kEmptyBlackRun))
+            return LineRead::Complete;
+
+        switch (ReadRun<Colour::Black>(line.input, line.remaining)) {
+        case RunRead::Complete:
+            break;
+        case RunRead::NoCode:
+            if (!alignedRows && !ReadEol(line.input, line.record))
+                return LineRead::NoData;
+            line.remaining = 0;
+            return LineRead::Complete;
+        case RunRead::NoData:
+            return LineRead::NoData;
+        }
+        if (!line.ReachedEdge())
+            line.Append();
+        if (line.ReachedEdge())
+            return LineRead::Complete;
+    }
+}
+
+// A line that ends within the last byte past the edge was coded with that width: so are all later ones.
+void AcceptCodedWidth(const Line& line) {
+    CCITTG34* record = line.record;
+    const uint32_t coded = record->Width - line.remaining;
+    if (coded <= (record->Width + 7) / 8 * 8)
+        record->Width = coded;
+}
+
+// Hands over to the G4 decoder: one line between EOLs, or all that are left where none follow.
+unsigned DecodeTwoDimensional(CCITTG34* record, RowOutput& output) {
+    RowOutput handedOver = output;
+    if (record->Format != FORMAT_FAX_G3_2D_ALL2D) {
+        record->NextLineTag = kNextLineOneDimensional;
+        handedOver.linesLeft = 1;
+    }
+    return DecodeG4Lines(record, handedOver);
+}
+
+// A line is begun while the budget holds Width + 2 words, and may take Width + 3.
+void SetLineWords(RowOutput& output) {
+    output.lineWords = static_cast<uint32_t>(output.budget) + 1;
+}
+
+} // namespace
+} // namespace faxx
+
+unsigned DecodeG3(CCITTG34* record, unsigned short* rows, unsigned lines) {
+    using namespace faxx;
+    if (lines == 0)
+        return 0;
+    if (record->DecodeStatus != DECODE_STATUS_OK) {
+        ReportDataError(record, ERROR_FAX_DATA_CORRUPT);
+        return WriteWhiteRows(rows, record->Width, lines);
+    }
+
+    RowOutput output{rows, kRowBudget, 0, lines};
+    SetLineWords(output);
+    Line line(record);
+    for (;;) {
+        line.Begin(output);
+        LineRead read = ReadLine(line);
+        if (read == LineRead::TwoDimensional) {
+            line.input.Store();
+            const unsigned decoded = lines - output.linesLeft;
+            return decoded + DecodeTwoDimensional(record, output);
+        }
+        if (read == LineRead::Complete && record->Format == FORMAT_FAX_G3_1D_NOEOL &&
+            !line.input.AlignToByte())
+            read = LineRead::NoData;
+        if (read == LineRead::Complete && line.remaining != 0)
+            AcceptCodedWidth(line);
+
+        FinishLine(record, output, line.written);
+        if (read == LineRead::NoData) {
+            line.input.StoreExhausted();
+            return lines - output.linesLeft;
+        }
+        if (output.linesLeft == 0 || output.budget <= static_cast<int32_t>(record->Width + 1)) {
+            line.input.Store();
+            return lines - output.linesLeft;
+        }
+        SetLineWords(output);
+    }
+}

@@ -1,0 +1,24 @@
+// Working memory: taken from the kernel and given back to it, each call naming its own source line.
+#pragma once
+
+#include "host/kernel.h"
+
+namespace faxx {
+
+inline constexpr char kTrackingPath[] = "API/Filters/Fax/Common/Tif_faxx";
+
+template <typename T>
+T* Allocate(size_t count, int line = __builtin_LINE()) {
+    return static_cast<T*>(K_LocalAlloc(count, sizeof(T), line, kTrackingPath));
+}
+
+// Frees *block and forgets it; nothing happens when there is none.
+template <typename T>
+void Free(T*& block, int line = __builtin_LINE()) {
+    if (block) {
+        K_LocalFree(block, line, kTrackingPath);
+        block = nullptr;
+    }
+}
+
+} // namespace faxx

@@ -1,0 +1,211 @@
+// Loads a stream from an open handle through the kernel's row callback, and finds G3 streams in a handle.
+#include "API/Filters/Fax/Common/Tif_faxx/limits.h"
+#include "API/Filters/Fax/Common/Tif_faxx/stream.h"
+
+#include <algorithm>
+#include <cstring>
+
+namespace faxx {
+
+int OrientationFromFlags(uint32_t flags) {
+    // The first bit that is set wins.
+    static constexpr struct {
+        uint32_t bit;
+        int orientation;
+    } kOrientations[] = {
+        {LOADINFO_ORIENTATION_1, 1}, {LOADINFO_ORIENTATION_6, 6}, {LOADINFO_ORIENTATION_3, 3},
+        {LOADINFO_ORIENTATION_8, 8}, {LOADINFO_ORIENTATION_5, 5}, {LOADINFO_ORIENTATION_2, 2},
+        {LOADINFO_ORIENTATION_7, 7},
+    };
+    for (const auto& entry : kOrientations)
+        if (flags & entry.bit)
+            return entry.orientation;
+    return ORIENTATION_BOTTOM_UP;
+}
+
+namespace {
+
+constexpr int64_t kProbedOffsets = 2000;
+constexpr uint32_t kWidestProbed = 200000;
+constexpr int32_t kFewestLinesProbed = 100;
+constexpr int32_t kProbedResolution = 300;
+
+// The arguments and working buffers of one call.
+struct RawLoad {
+    _LOADDISPATCH* dispatch;
+    tagHANDLE* handle;
+    _LOADINFO* loadInfo;
+    _FILEINFOA* fileInfo;
+    _BITMAPHANDLE* bitmap;
+    RowCallbackFn* rowCallback;
+    void* userData;
+    bool batches;
+    bool mirror;
+    CCITTG34 codec;
+    unsigned short* runs;
+    unsigned short* mirrored;
+};
+
+int LoadRows(RawLoad& load) {
+    _LOADINFO* info = load.loadInfo;
+    if (!load.rowCallback)
+        return ERROR_NO_CALLBACK;
+    K_RedirectedSeek(load.handle, info->Offset, 0);
+    const int status = InitDecodeG34(load.dispatch, &load.codec, static_cast<unsigned>(info->Format),
+                                     static_cast<unsigned>(info->Width), ReversedBits(info->Flags),
+                                     load.handle, load.batches, 0);
+    if (status != SUCCESS)
+        return status;
+    LineDecoder* const decode = LineDecoderFor(info->Format);
+    const int batch = static_cast<int>(load.batches ? kBatchLines : kAllLines);
+
+    // The callback may change the height while the load runs.
+    for (int done = 0; done < info->Height;) {
+        const int wanted = std::min(info->Height - done, batch);
+        const int got = static_cast<int>(decode(&load.codec, load.runs, static_cast<unsigned>(wanted)));
+        unsigned short* rows = load.runs;
+        if (load.mirror) {
+            K_MirrorCompressedBuffer(load.runs, load.mirrored, static_cast<unsigned>(got));
+            rows = load.mirrored;
+        }
+        unsigned flags = ROWS_ALWAYS;
+        if (done == 0)
+            flags |= ROWS_FIRST_BATCH;
+        if (got == 0 || done + got == info->Height)
+            flags |= ROWS_LAST_BATCH;
+        const int result =
+            load.rowCallback(load.fileInfo, load.bitmap, rows, flags, done, got, load.userData);
+        if (result != SUCCESS)
+            return result;
+        if (got == 0) {
+            load.dispatch->Status = ERROR_FAX_DATA_CORRUPT;
+            return SUCCESS;
+        }
+        done += got;
+    }
+    return SUCCESS;
+}
+
+enum class Eol : uint8_t { None, Normal, Reversed };
+
+// An EOL that starts with the first of 16 bits or ends with the last of them, in either bit order.
+Eol EolAt(const uint8_t bytes[2]) {
+    const unsigned word = static_cast<unsigned>(bytes[0] << 8 | bytes[1]);
+    if ((word & 0xFFF0) == 0x0010 || word == 0x0001)
+        return Eol::Normal;
+    if ((word & 0xFF0F) == 0x0008 || word == 0x0080)
+        return Eol::Reversed;
+    return Eol::None;
+}
+
+// Decodes the stream at offset as the given format to find its size. SUCCESS with a positive Width where it
+// is convincing, SUCCESS with Width 0 where not; anything else is the decoder set-up's failure.
+int TryFormat(RawLoad& load, int64_t offset, int format) {
+    _LOADINFO* info = load.loadInfo;
+    info->Format = format;
+    K_RedirectedSeek(load.handle, offset, 0);
+    const int status = InitDecodeG34(nullptr, &load.codec, static_cast<unsigned>(format), 0,
+                                     ReversedBits(info->Flags), load.handle, 0, 0);
+    if (status != SUCCESS)
+        return status;
+    info->Height = InfoDecodeG3(&load.codec, load.runs);
+    const uint32_t width = load.codec.Width;
+    if (width >= 1 && width <= kWidestProbed && info->Height >= kFewestLinesProbed) {
+        info->Width = static_cast<int32_t>(width);
+        return SUCCESS;
+    }
+    info->Width = 0;
+    QuitDecodeG34(&load.codec, 0);
+    return SUCCESS;
+}
+
+int Probe(RawLoad& load) {
+    _LOADINFO* info = load.loadInfo;
+    info->BitsPerPixel = 1;
+    info->XResolution = kProbedResolution;
+    info->YResolution = kProbedResolution;
+    for (info->Offset = 0; info->Offset < kProbedOffsets; ++info->Offset) {
+        const int64_t offset = info->Offset;
+        uint8_t bytes[2];
+        K_RedirectedSeek(load.handle, offset, 0);
+        if (K_RedirectedRead(load.handle, bytes, sizeof bytes) != sizeof bytes)
+            break;
+        const Eol eol = EolAt(bytes);
+        if (eol == Eol::None)
+            continue;
+        info->Flags = LOADINFO_ORIENTATION_1 | (eol == Eol::Reversed ? LOADINFO_REVERSED_BITS : 0);
+        for (const int format : {FORMAT_FAX_G3_1D, FORMAT_FAX_G3_2D}) {
+            const int status = TryFormat(load, offset, format);
+            if (status != SUCCESS || info->Width > 0)
+                return status;
+        }
+    }
+    return info->Width > 0 ? SUCCESS : FAILURE;
+}
+
+// The bitmap takes over what the description says of the picture. ERROR_NULL_PTR for a bitmap that is not
+// black and white.
+int PrepareBitmap(_LOADDISPATCH* dispatch, _LOADINFO* loadInfo, _BITMAPHANDLE* bitmap, int bitsPerPixel) {
+    if (bitsPerPixel != 1)
+        return ERROR_NULL_PTR;
+    ApplyDescription(loadInfo, bitmap);
+    SetBitmapPalette(dispatch, loadInfo, bitmap);
+    return SUCCESS;
+}
+
+} // namespace
+
+void ApplyDescription(const _LOADINFO* loadInfo, _BITMAPHANDLE* bitmap) {
+    if (loadInfo->XResolution != 0 && loadInfo->YResolution != 0) {
+        bitmap->XResolution = loadInfo->XResolution;
+        bitmap->YResolution = loadInfo->YResolution;
+    }
+    bitmap->Orientation = OrientationFromFlags(loadInfo->Flags);
+}
+
+} // namespace faxx
+
+int SetBitmapPalette(_LOADDISPATCH*, _LOADINFO* loadInfo, _BITMAPHANDLE* bitmap) {
+    static constexpr _PALETTEENTRY kWhite{255, 255, 255, 0};
+    static constexpr _PALETTEENTRY kBlack{0, 0, 0, 0};
+    const bool inverted = loadInfo->Flags & LOADINFO_INVERTED;
+    const _PALETTEENTRY entries[2] = {inverted ? kBlack : kWhite, inverted ? kWhite : kBlack};
+    return K_SetBitmapNewPalette(bitmap, entries, bitmap->PaletteParam, inverted ? 0 : -1);
+}
+
+int K_LoadRawFax(_LOADDISPATCH* dispatch, tagHANDLE* handle, _LOADINFO* loadInfo, _FILEINFOA* fileInfo,
+                 _BITMAPHANDLE* bitmap, RowCallbackFn* rowCallback, int bitsPerPixel, void* userData) {
+    using namespace faxx;
+    if (!loadInfo)
+        return ERROR_NULL_PTR;
+    const bool batches = dispatch && dispatch->Flags & LOADDISPATCH_BATCHES;
+    if (loadInfo->Width > static_cast<int>(MAX_IMAGE_WIDTH))
+        return ERROR_INV_PARAMETER;
+    if (dispatch && bitmap) {
+        const int status = PrepareBitmap(dispatch, loadInfo, bitmap, bitsPerPixel);
+        if (status != SUCCESS)
+            return status;
+    }
+
+    const bool mirror = dispatch && loadInfo->Flags & LOADINFO_MIRROR;
+    Buffer<unsigned short> runs;
+    Buffer<unsigned short> mirrored;
+    if (!runs.Allocate(kRawRowWords))
+        return ERROR_NO_MEMORY;
+    if (!mirrored.Allocate(mirror ? kMirrorRowWords : kRowWords)) {
+        Free(runs.data);
+        return ERROR_NO_MEMORY;
+    }
+
+    RawLoad load{dispatch, handle,  loadInfo, fileInfo,   bitmap,    rowCallback,
+                 userData, batches, mirror,   CCITTG34{}, runs.data, mirrored.data};
+    int result = ERROR_EXCEPTION;
+    Throws([&] { result = dispatch ? LoadRows(load) : Probe(load); });
+    if (Throws([&] { Free(runs.data); }))
+        result = ERROR_EXCEPTION;
+    if (Throws([&] { Free(mirrored.data); }))
+        result = ERROR_EXCEPTION;
+    if (Throws([&] { QuitDecodeG34(&load.codec, 1); }))
+        result = ERROR_EXCEPTION;
+    return result;
+}

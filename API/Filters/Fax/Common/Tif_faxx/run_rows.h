@@ -1,0 +1,51 @@
+// Run-length rows, the form in which decoded lines travel to the kernel (host/kernel.h), and the step that
+// ends every decoded line: its change list becomes a row, and the reference line of the next.
+//
+// A run of 65535 pixels or more does not fit a word. It is cut into pieces of 65534 joined by empty runs of
+// the other colour.
+#pragma once
+
+#include "API/Filters/Fax/Common/Tif_faxx.h"
+#include "API/Filters/Fax/Common/Tif_faxx/limits.h"
+
+namespace faxx {
+
+inline constexpr uint32_t kRunPiece = 65534;
+inline constexpr uint32_t kRowHeaderWords = 2; // RunCount
+
+// Appends one all-white row at *rows and advances *rows past it.
+void WriteWhiteRow(uint16_t** rows, uint32_t width);
+
+// Appends white rows while they fit into the budget of one decoder call. Returns how many were written.
+unsigned WriteWhiteRows(uint16_t* rows, uint32_t width, unsigned lines);
+
+// Turns a closed change list into the row at row, which has room for maxWords words, and returns the words
+// written. A change that lies left of the one before it ends the line there: the last run then reaches the
+// right edge, and the list is closed at that entry. So is, with *cut set, a row that would not fit.
+uint32_t WriteRow(uint32_t* list, uint32_t width, uint16_t* row, uint32_t maxWords, bool* cut);
+
+// What a decoder call has written, and may still write.
+struct RowOutput {
+    uint16_t* next;     // where the next row goes
+    int32_t budget;     // words left
+    uint32_t lineWords; // words that the line in progress may take
+    unsigned linesLeft;
+};
+
+// How many changing elements a line may have before it is ended as if it had reached the right edge: its
+// list must keep room for the closing zeros, and its row (RunCount and a run more than changes) for itself.
+inline uint32_t EntryLimit(uint32_t lineWords) {
+    const uint32_t forRow = lineWords - kRowHeaderWords - 1;
+    const uint32_t forList = kListEntries - kClosingZeros;
+    return forRow < forList ? forRow : forList;
+}
+
+inline void CloseList(uint32_t* list, uint32_t entries) {
+    for (uint32_t i = 0; i < kClosingZeros; ++i)
+        list[entries + i] = 0;
+}
+
+// Ends a line of so many changing elements: closes CodingLine, writes its row, makes it the reference line.
+void FinishLine(CCITTG34* record, RowOutput& output, uint32_t entries);
+
+} // namespace faxx

@@ -1,0 +1,64 @@
+// What the loaders and savers of streams have in common.
+#pragma once
+
+#include "API/Filters/Fax/Common/Tif_faxx.h"
+#include "API/Filters/Fax/Common/Tif_faxx/memory.h"
+
+namespace faxx {
+
+// Every format number that is not one of the four G3 formats is G4.
+inline bool IsG3(unsigned format) {
+    return format == FORMAT_FAX_G3_1D || format == FORMAT_FAX_G3_2D || format == FORMAT_FAX_G3_2D_ALL2D ||
+           format == FORMAT_FAX_G3_1D_NOEOL;
+}
+
+using LineDecoder = unsigned(CCITTG34* record, unsigned short* rows, unsigned lines);
+
+inline LineDecoder* LineDecoderFor(int format) {
+    return IsG3(static_cast<unsigned>(format)) ? DecodeG3 : DecodeG4;
+}
+
+inline constexpr unsigned kBatchLines = 100;
+inline constexpr unsigned kAllLines = 2147483647;
+
+inline unsigned ReversedBits(uint32_t loadInfoFlags) {
+    return loadInfoFlags & LOADINFO_REVERSED_BITS ? FAX_REVERSE_BITS : 0;
+}
+
+// The orientation that the Flags of a _LOADINFO stand for.
+int OrientationFromFlags(uint32_t flags);
+
+// Gives the bitmap the resolution, where it is given, and the orientation of the description.
+void ApplyDescription(const _LOADINFO* loadInfo, _BITMAPHANDLE* bitmap);
+
+// Runs a step under its own catch. True when it threw.
+template <typename Step>
+bool Throws(Step step) {
+    try {
+        step();
+        return false;
+    } catch (...) {
+        return true;
+    }
+}
+
+// A working buffer of one call. It is freed explicitly, where the call's clean-up says when and guards it;
+// the destructor serves only the way out of an exception that nothing guards.
+template <typename T>
+struct Buffer {
+    T* data = nullptr;
+
+    Buffer() = default;
+    Buffer(const Buffer&) = delete;
+    Buffer& operator=(const Buffer&) = delete;
+    ~Buffer() {
+        Throws([this] { Free(data); });
+    }
+
+    bool Allocate(size_t count, int line = __builtin_LINE()) {
+        data = faxx::Allocate<T>(count, line);
+        return data != nullptr;
+    }
+};
+
+} // namespace faxx
