@@ -1,7 +1,8 @@
-// Whole files: fltInfo describes one, fltLoad loads it.
+// Whole files: fltInfo describes one, fltLoad loads it, fltSave writes one.
 #include "API/Filters/Fax/Fax.h"
 
 #include "API/Filters/Fax/Common/Tif_faxx/stream.h"
+#include "API/Filters/Fax/file.h"
 
 #include <array>
 #include <cstring>
@@ -9,8 +10,6 @@
 namespace faxx {
 namespace {
 
-constexpr int kOpenForReading = 0;         // O_RDONLY
-constexpr int kReadPermission = 0x100;     // S_IRUSR
 constexpr int64_t kHeaderDataOffset = 512; // of the compressed lines of a header-prefixed file
 
 // The part of the header that is read.
@@ -27,32 +26,6 @@ constexpr uint8_t kOrderReversed = 0;
 constexpr char kNameG3[] = "CCITT Group 3 Fax";
 constexpr char kNameG4[] = "CCITT Group 4 Fax";
 static_assert(sizeof kNameG3 == sizeof _FILEINFOA::Name && sizeof kNameG4 == sizeof _FILEINFOA::Name);
-
-// An open file, closed on every way out of the call.
-class File {
-public:
-    File(const char* name, int flags, int permission) : handle_(K_RedirectedOpen(name, flags, permission)) {}
-    File(const File&) = delete;
-    File& operator=(const File&) = delete;
-    ~File() {
-        if (IsOpen())
-            Throws([this] { Close(); });
-    }
-
-    bool IsOpen() const { return handle_ != INVALID_KERNEL_HANDLE; }
-    tagHANDLE* Handle() const { return handle_; }
-    bool Read(void* bytes, unsigned count) {
-        return K_RedirectedRead(handle_, bytes, count) == static_cast<int>(count);
-    }
-    void Close() {
-        tagHANDLE* const handle = handle_;
-        handle_ = INVALID_KERNEL_HANDLE;
-        K_RedirectedClose(handle);
-    }
-
-private:
-    tagHANDLE* handle_;
-};
 
 uint16_t LittleEndian16(const Header& header, size_t offset) {
     return static_cast<uint16_t>(header[offset] | header[offset + 1] << 8);
@@ -154,7 +127,7 @@ using namespace faxx;
 int fltInfoFAX(_INFODISPATCH* dispatch) {
     if (!dispatch->FileInfo)
         return ERROR_NULL_PTR;
-    File file(dispatch->FileName, kOpenForReading, kReadPermission);
+    File file(dispatch->FileName, kForReading);
     if (!file.IsOpen())
         return ERROR_FILE_OPEN;
     const int status = Describe(file, dispatch->FileInfo, dispatch->LoadDispatch);
@@ -166,7 +139,7 @@ int fltLoadFAX(_LOADDISPATCH* dispatch) {
     if (!dispatch->Bitmap || !dispatch->FileInfo)
         return ERROR_NULL_PTR;
     const int bitsPerPixel = dispatch->Bitmap->BitsPerPixel;
-    File file(dispatch->FileName, kOpenForReading, kReadPermission);
+    File file(dispatch->FileName, kForReading);
     if (!file.IsOpen())
         return ERROR_FILE_OPEN;
     int status = SUCCESS;
@@ -179,10 +152,37 @@ int fltLoadFAX(_LOADDISPATCH* dispatch) {
     return status;
 }
 
+int fltSaveFAX(_SAVEDISPATCH* dispatch) {
+    if (dispatch->BitsPerPixel != 1)
+        return ERROR_BITS_PER_PIXEL;
+    if (dispatch->Format == FORMAT_FAX_G4_HEADER)
+        return ERROR_FORMAT_NOT_WRITABLE;
+    File file(dispatch->FileName, kForWriting);
+    if (!file.IsOpen())
+        return ERROR_FILE_CREATE;
+    unsigned flags = 0;
+    if (const _SAVEOPTIONS* options = dispatch->Options) {
+        if (options->OutputBits & SAVEOPTION_REVERSE_BITS)
+            flags |= FAX_REVERSE_BITS;
+        if (options->FaxBits & SAVEOPTION_FAX_ALIGN_EOL)
+            flags |= FAX_ALIGN_EOL;
+    }
+    const int status =
+        K_SaveRawFax(dispatch, file.Handle(), dispatch->Bitmap, dispatch->BitsPerPixel,
+                     static_cast<unsigned>(dispatch->Format), dispatch->CallbackParam, dispatch->UserData1,
+                     dispatch->UserData2, nullptr, flags, nullptr, nullptr);
+    file.Close();
+    return status;
+}
+
 int fltInfo(_INFODISPATCH* dispatch) {
     return dispatch ? fltInfoFAX(dispatch) : static_cast<int>(ERROR_NULL_PTR);
 }
 
 int fltLoad(_LOADDISPATCH* dispatch) {
     return dispatch ? fltLoadFAX(dispatch) : static_cast<int>(ERROR_NULL_PTR);
+}
+
+int fltSave(_SAVEDISPATCH* dispatch) {
+    return dispatch ? fltSaveFAX(dispatch) : static_cast<int>(ERROR_NULL_PTR);
 }

@@ -86,8 +86,42 @@ FAXX_API int K_LoadRawFax(_LOADDISPATCH* dispatch, tagHANDLE* handle, _LOADINFO*
                           _FILEINFOA* fileInfo, _BITMAPHANDLE* bitmap, RowCallbackFn* rowCallback,
                           int bitsPerPixel, void* userData);
 
+// Saves bitmap as a stream at handle's current position: rows come from the dispatch's callbacks, pass
+// through rowCallback (may be null) after the polarity step, and are coded. fileSize (may be null) receives
+// the stream's bytes. Returns SUCCESS, a callback's status, ERROR_NO_MEMORY, the status of a failed write, or
+// ERROR_NULL_PTR for a missing argument, a bitmap wider than MAX_IMAGE_WIDTH or not of 1 bit per pixel.
+FAXX_API int K_SaveRawFax(_SAVEDISPATCH* dispatch, tagHANDLE* handle, _BITMAPHANDLE* bitmap, int bitsPerPixel,
+                          unsigned format, unsigned callbackParam, void* userData1, void* userData2,
+                          unsigned* fileSize, unsigned flags, SaveRowCallbackFn* rowCallback, void* userData);
+
 // Gives the bitmap its black-and-white palette, inverted where loadInfo says so.
 FAXX_API int SetBitmapPalette(_LOADDISPATCH* dispatch, _LOADINFO* loadInfo, _BITMAPHANDLE* bitmap);
+
+// Tiles: an image as a grid of separately compressed streams; a column of strips is the one-tile-wide case.
+
+// Loads the tiles of tileInfo into bitmap through rowCallback. uncompressedTiles (may be null) marks tiles
+// that are stored as packed rows. SUCCESS also for damaged data, which dispatch->Status then tells.
+FAXX_API int K_LoadTiledFax(_LOADDISPATCH* dispatch, tagHANDLE* handle, _LOADINFO* loadInfo,
+                            _FAXTILEINFO* tileInfo, _FILEINFOA* fileInfo, _BITMAPHANDLE* bitmap,
+                            RowCallbackFn* rowCallback, int bitsPerPixel, void* userData,
+                            unsigned char* uncompressedTiles);
+// Cuts run-length rows of TileWidth pixels to the width of fileInfo, in place; cut runs stay, empty.
+FAXX_API void ShortenRunLengthWidths(unsigned short* rows, _FAXTILEINFO* tileInfo, _FILEINFOA* fileInfo,
+                                     unsigned rowCount);
+
+// Saves bitmap as tiles from handle's current position on, gap bytes left free before each, and fills the
+// offsets and byte counts of tile where it has arrays for them. With uncompressed (a byte per tile), a tile
+// that compression would make larger is stored as packed rows and marked. lastSize (may be null) receives the
+// compressed length of the last tile coded.
+FAXX_API int K_SaveTiledFax(_SAVEDISPATCH* dispatch, tagHANDLE* handle, _BITMAPHANDLE* bitmap,
+                            _FAXTILEINFO* tile, unsigned char* uncompressed, unsigned gap, int bitsPerPixel,
+                            unsigned format, unsigned callbackParam, void* userData1, void* userData2,
+                            unsigned* lastSize, unsigned flags);
+// Saves one tile: TileHeight image rows from firstRow on, byteCount bytes from byteOffset on of each.
+FAXX_API int SaveFaxTile(_SAVEDISPATCH* dispatch, tagHANDLE* handle, CCITTG34* codec, int format,
+                         _FAXTILEINFO* tile, unsigned flags, unsigned firstRow, unsigned byteOffset,
+                         unsigned byteCount, int invert, unsigned* tileSize, _BITMAPHANDLE* saveBitmap,
+                         _SAVEFILESTRUCT* saveFile, unsigned char* rowBuffer, int compress);
 
 // Decoders. Rows come out as run-length rows (host/kernel.h).
 
@@ -107,6 +141,21 @@ FAXX_API unsigned DecodeG3(CCITTG34* record, unsigned short* rows, unsigned line
 // Reads a G3 stream of unknown width to its end: returns its number of lines and leaves the longest
 // one in record->Width. 0 when a line passes 200,000 pixels. rows is scratch for one row.
 FAXX_API int InfoDecodeG3(CCITTG34* record, unsigned short* rows);
+
+// Encoders. Rows are packed, 1 = black, the bits of the last byte beyond Width ignored.
+
+// Prepares record for a stream written to handle from its current position. width at most MAX_IMAGE_WIDTH;
+// flags: FAX_REVERSE_BITS, FAX_BYTE_TRAILER, FAX_ALIGN_EOL. dispatch may be null; its bitmap's YResolution
+// chooses the K of format 67. Returns 0 when ready, 1 when out of memory; QuitEncodeG34 is due either way.
+FAXX_API int InitEncodeG34(_SAVEDISPATCH* dispatch, CCITTG34* record, unsigned format, unsigned width,
+                           unsigned flags, tagHANDLE* handle);
+// Writes the trailer (EOFB, or the EOLs of an RTC) and the last bytes, and frees the buffers. TotalBytes and
+// WriteStatus stay readable.
+FAXX_API void QuitEncodeG34(CCITTG34* record);
+
+// Code one row. A short write shows in record->WriteStatus.
+FAXX_API void EncodeG4(CCITTG34* record, unsigned char* row);
+FAXX_API void EncodeG3(CCITTG34* record, unsigned char* row);
 
 // The kernel's memory redirection, under the names by which container filters know it. C++ linkage.
 

@@ -3,7 +3,6 @@
 #include "API/Filters/Fax/Common/Tif_faxx/stream.h"
 
 #include <algorithm>
-#include <cstring>
 
 namespace faxx {
 

@@ -4,6 +4,8 @@
 #include "API/Filters/Fax/Common/Tif_faxx.h"
 #include "API/Filters/Fax/Common/Tif_faxx/memory.h"
 
+#include <utility>
+
 namespace faxx {
 
 // Every format number that is not one of the four G3 formats is G4.
@@ -16,6 +18,17 @@ using LineDecoder = unsigned(CCITTG34* record, unsigned short* rows, unsigned li
 
 inline LineDecoder* LineDecoderFor(int format) {
     return IsG3(static_cast<unsigned>(format)) ? DecodeG3 : DecodeG4;
+}
+
+using LineEncoder = void(CCITTG34* record, unsigned char* row);
+
+inline LineEncoder* LineEncoderFor(unsigned format) {
+    return IsG3(format) ? EncodeG3 : EncodeG4;
+}
+
+// After a row: the lines of a G3 stream without further EOLs are the G4 encoder's from the third on.
+inline LineEncoder* NextLineEncoder(const CCITTG34* record, LineEncoder* encode) {
+    return record->Format == FORMAT_FAX_G3_2D_ALL2D && record->NextLineTag > 1 ? EncodeG4 : encode;
 }
 
 inline constexpr unsigned kBatchLines = 100;
@@ -41,6 +54,24 @@ bool Throws(Step step) {
         return true;
     }
 }
+
+// Runs a step when the scope is left by an exception before Release.
+template <typename Step>
+class OnUnwind {
+public:
+    explicit OnUnwind(Step step) : step_(std::move(step)) {}
+    OnUnwind(const OnUnwind&) = delete;
+    OnUnwind& operator=(const OnUnwind&) = delete;
+    ~OnUnwind() {
+        if (armed_)
+            Throws(step_);
+    }
+    void Release() { armed_ = false; }
+
+private:
+    Step step_;
+    bool armed_ = true;
+};
 
 // A working buffer of one call. It is freed explicitly, where the call's clean-up says when and guards it;
 // the destructor serves only the way out of an exception that nothing guards.

@@ -7,7 +7,7 @@
 //
 // One step of the loop reads one mode code and says what comes after it; the end of a line, whatever brought
 // it about, is in one place.
-#include "API/Filters/Fax/Common/Tif_faxx/g4_lines.h"
+#include "API/Filters/Fax/Common/Tif_faxx/g4_decode.h"
 
 #include "API/Filters/Fax/Common/Tif_faxx/bit_input.h"
 

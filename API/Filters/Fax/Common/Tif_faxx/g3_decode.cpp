@@ -4,7 +4,7 @@
 // decoder's, which goes on at the same bit. A line ends when its runs reach the width, or at an EOL, which is
 // recognised wherever a run code is due: no run code begins with eight zero bits.
 #include "API/Filters/Fax/Common/Tif_faxx/bit_input.h"
-#include "API/Filters/Fax/Common/Tif_faxx/g4_lines.h"
+#include "API/Filters/Fax/Common/Tif_faxx/g4_decode.h"
 #include "API/Filters/Fax/Common/Tif_faxx/run_rows.h"
 
 namespace faxx {

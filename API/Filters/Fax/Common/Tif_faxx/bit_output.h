@@ -1,0 +1,119 @@
+// The output path of all encoders: codes are gathered in an accumulator and stored in the record's buffer,
+// which is written to the handle between lines.
+//
+// The stream leaves in 16-bit words, high byte first: between lines the buffer holds whole words, BitCount
+// says how many bits the word in progress still takes (1..16), and BitAccumulator holds the last 16 bits put,
+// in its upper half. Within a line the words are stored two at a time.
+//
+// There is no test for room per code: FlushIfFull keeps a line's worth (kBitsPerPixelPair) free.
+#pragma once
+
+#include "API/Filters/Fax/Common/Tif_faxx.h"
+#include "API/Filters/Fax/Common/Tif_faxx/encode_tables.h"
+
+#include <cstring>
+
+namespace faxx {
+
+inline constexpr unsigned WRITE_STATUS_SHORT = 3;
+
+// Bytes that a line of this width may take, with the fill, EOL and tag around it.
+constexpr uint32_t LineEstimate(uint32_t width) {
+    // The dearest pair is a horizontal mode of two runs of one pixel: 3 + 6 + 3 bits.
+    constexpr uint32_t kBitsPerPixelPair = 13;
+    return (kBitsPerPixelPair * ((width + 1) / 2) + 20 + 15) / 8 + 2;
+}
+
+constexpr uint32_t OutputBufferSize(uint32_t width) {
+    constexpr uint32_t kSmallest = 200000;
+    const uint32_t size = 3 * LineEstimate(width);
+    return size > kSmallest ? size : kSmallest;
+}
+
+// Writes the buffer out. A short write is recorded in WriteStatus; the bytes are dropped either way.
+void FlushBuffer(CCITTG34* record);
+
+// Called at the start of every line, with the bit state in the record.
+inline void FlushIfFull(CCITTG34* record) {
+    if (record->BufferCount > record->FlushThreshold) {
+        FlushBuffer(record);
+        record->BufferCount = 0;
+    }
+}
+
+// The bit state of an encoding record, held in locals while a line is coded.
+class BitOutput {
+public:
+    explicit BitOutput(CCITTG34* record)
+        : record_(record), bits_(record->BitAccumulator >> 16),
+          pending_(static_cast<unsigned>(16 - record->BitCount)),
+          next_(record->Buffer + record->BufferCount) {}
+
+    // Appends 1 to 16 bits, given right-aligned.
+    void Put(uint32_t bits, unsigned length) {
+        bits_ = bits_ << length | bits;
+        pending_ += length;
+        if (pending_ >= 32) {
+            pending_ -= 32;
+            const uint32_t words = __builtin_bswap32(static_cast<uint32_t>(bits_ >> pending_));
+            std::memcpy(next_, &words, sizeof words);
+            next_ += sizeof words;
+        }
+    }
+
+    // Appends a code as the tables hold it.
+    void PutBits(uint32_t entry) {
+        const unsigned length = entry >> 16;
+        Put((entry & 0xFFFF) >> (16 - length), length);
+    }
+
+    // Appends 0 to 15 zero bits.
+    void PutFill(unsigned count) { Put(0, count); }
+
+    void PutEol() { PutBits(kEolCode); }
+
+    // Bits that the 16-bit word in progress still takes, 1 to 16.
+    unsigned BitsFree() const { return 16 - pending_ % 16; }
+
+    // Leaves the bit state in the record.
+    void Store() {
+        if (pending_ >= 16) {
+            pending_ -= 16;
+            const uint16_t word = __builtin_bswap16(static_cast<uint16_t>(bits_ >> pending_));
+            std::memcpy(next_, &word, sizeof word);
+            next_ += sizeof word;
+        }
+        record_->BitAccumulator = static_cast<uint32_t>(bits_ << 16);
+        record_->BitCount = static_cast<int32_t>(16 - pending_);
+        record_->BufferCount = static_cast<uint32_t>(next_ - record_->Buffer);
+    }
+
+private:
+    CCITTG34* record_;
+    uint64_t bits_;    // right-aligned; the lowest pending_ of them are not stored yet
+    unsigned pending_; // below 32
+    uint8_t* next_;
+};
+
+// Writes the code of one run (T.4 § 4.1.2): as many 2560 make-up codes as fit, a make-up code for the rest if
+// it has 64 pixels or more, and always one terminating code.
+template <Colour colour>
+inline void PutRun(BitOutput& output, uint32_t run) {
+    while (run >= kLongestCodeRun)
+        [[unlikely]] {
+            output.PutBits(kLongestRunCode);
+            run -= kLongestCodeRun;
+        }
+    if (run >= kTerminatingCodes)
+        output.PutBits(kMakeupCodes<colour>[run / 64]);
+    output.PutBits(kTermCodes<colour>[run % 64]);
+}
+
+inline void PutRun(BitOutput& output, Colour colour, uint32_t run) {
+    if (colour == Colour::White)
+        PutRun<Colour::White>(output, run);
+    else
+        PutRun<Colour::Black>(output, run);
+}
+
+} // namespace faxx

@@ -1,0 +1,59 @@
+// The row scan looks at 64 pixels at a time: a word xored with itself shifted by one pixel has a bit set at
+// every changing element, and the bits are taken off from the left. A uniform stretch is one test a word.
+#include "API/Filters/Fax/Common/Tif_faxx/change_list.h"
+
+#include "API/Filters/Fax/Common/Tif_faxx/limits.h"
+
+#include <algorithm>
+#include <bit>
+#include <cstring>
+
+namespace faxx {
+namespace {
+
+constexpr uint32_t kWordPixels = 64;
+
+uint64_t LoadPixels(const uint8_t* row) {
+    uint64_t word;
+    std::memcpy(&word, row, sizeof word);
+    return __builtin_bswap64(word);
+}
+
+// The last pixels of a row, 1 to 63 of them, white behind.
+uint64_t LoadLastPixels(const uint8_t* row, uint32_t pixels) {
+    uint64_t word = 0;
+    for (uint32_t i = 0; i < (pixels + 7) / 8; ++i)
+        word |= uint64_t{row[i]} << (56 - 8 * i);
+    return word;
+}
+
+// Appends the changing elements that changes marks, its bit 63 standing remaining pixels from the right edge.
+uint32_t* AppendChanges(uint32_t* entry, uint64_t changes, uint32_t remaining) {
+    while (changes != 0) {
+        const uint32_t column = static_cast<uint32_t>(std::countl_zero(changes));
+        *entry++ = remaining - column;
+        changes &= ~(uint64_t{1} << 63 >> column);
+    }
+    return entry;
+}
+
+} // namespace
+
+void ListChanges(CCITTG34* record, const uint8_t* row) {
+    uint32_t* entry = record->CodingLine;
+    uint32_t remaining = record->Width;
+    uint64_t before = 0; // the pixel before the word, in bit 63
+    for (; remaining >= kWordPixels; remaining -= kWordPixels, row += sizeof(uint64_t)) {
+        const uint64_t pixels = LoadPixels(row);
+        entry = AppendChanges(entry, pixels ^ (pixels >> 1 | before), remaining);
+        before = pixels << 63;
+    }
+    if (remaining != 0) {
+        const uint64_t pixels = LoadLastPixels(row, remaining);
+        const uint64_t inside = ~uint64_t{0} << (kWordPixels - remaining);
+        entry = AppendChanges(entry, (pixels ^ (pixels >> 1 | before)) & inside, remaining);
+    }
+    std::fill_n(entry, kClosingZeros, 0);
+}
+
+} // namespace faxx

@@ -1,0 +1,62 @@
+// Codes one row in two dimensions (T.6 § 2.2, T.4 § 4.2.1.3).
+//
+// Works on the change lists alone: positions are distances from the right edge, so x lies left of y when its
+// distance is greater, and the right edge is 0.
+#include "API/Filters/Fax/Common/Tif_faxx/bit_output.h"
+#include "API/Filters/Fax/Common/Tif_faxx/change_list.h"
+
+#include <utility>
+
+namespace faxx {
+namespace {
+
+void PutModes(BitOutput& output, const CCITTG34* record) {
+    const uint32_t* const reference = record->ReferenceLine;
+    const uint32_t* a1 = record->CodingLine; // a2 is the entry after it
+    const uint32_t* b1 = reference;          // b2 is the entry after it
+    uint32_t a0 = record->Width;
+    const auto seekB1 = [&] {
+        while (*b1 >= a0) // a0 is left of the edge, so the closing zeros stop it
+            b1 += 2;
+    };
+    for (;;) {
+        // The order of the tests settles rows that more than one mode could code: vertical, pass, horizontal.
+        const uint32_t vertical = *b1 - *a1 + 3; // a1 - b1 + 3 in columns
+        if (vertical <= 6) {
+            output.PutBits(VerticalCodes[vertical]);
+            if (*a1 == 0)
+                return;
+            a0 = *a1++;
+            b1 += b1 == reference ? 1 : -1;
+            seekB1();
+        } else if (b1[1] > *a1) {
+            output.PutBits(kPassCode);
+            a0 = b1[1];
+            b1 += 2;
+            seekB1();
+        } else {
+            const Colour colour = static_cast<Colour>((b1 - reference) & 1);
+            output.PutBits(kHorizontalCode);
+            PutRun(output, colour, a0 - a1[0]);
+            PutRun(output, Opposite(colour), a1[0] - a1[1]);
+            a0 = a1[1];
+            if (a0 == 0)
+                return;
+            a1 += 2;
+            seekB1();
+        }
+    }
+}
+
+} // namespace
+} // namespace faxx
+
+void EncodeG4(CCITTG34* record, unsigned char* row) {
+    using namespace faxx;
+    FlushIfFull(record);
+    ListChanges(record, row);
+    BitOutput output(record);
+    PutModes(output, record);
+    output.Store();
+    std::swap(record->ReferenceLine, record->CodingLine);
+}

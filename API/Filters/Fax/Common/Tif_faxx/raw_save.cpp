@@ -1,0 +1,107 @@
+// Saves a bitmap as one stream: rows from the kernel's callbacks, one at a time, through the line encoder.
+#include "API/Filters/Fax/Common/Tif_faxx/bit_output.h"
+#include "API/Filters/Fax/Common/Tif_faxx/save_session.h"
+
+namespace faxx {
+namespace {
+
+struct RawSave {
+    SaveSession& session;
+    CCITTG34& codec;
+    unsigned format;
+    SaveRowCallbackFn* rowCallback;
+    void* userData;
+};
+
+// The status of a save whose WriteStatus is not 0.
+int WriteFailure(const CCITTG34& codec) {
+    return codec.WriteStatus == WRITE_STATUS_SHORT ? K_OsGetLastError(ERROR_FILE_WRITE)
+                                                   : static_cast<int>(FAILURE);
+}
+
+bool Inverts(const SaveSession& session) {
+    const _SAVEOPTIONS* options = session.dispatch->Options;
+    const bool optedOut = options && options->OutputBits & SaveOptionNoInvert;
+    return !session.saveFile->NoInvert && !optedOut;
+}
+
+int SaveRow(RawSave& save, LineEncoder* encode, unsigned row, size_t rowBytes) {
+    const SaveSession& session = save.session;
+    int status = session.dispatch->GetRowCallback(session.bitmap, session.saveBitmap, session.rowBuffer, row,
+                                                  1, session.callbackParam, session.userData1,
+                                                  session.userData2, session.saveFile);
+    if (status != SUCCESS)
+        return status;
+    if (Inverts(session))
+        InvertBits(session.rowBuffer, rowBytes);
+    if (save.rowCallback) {
+        status = save.rowCallback(session.saveBitmap, session.rowBuffer, save.userData);
+        if (status != SUCCESS)
+            return status;
+    }
+    encode(&save.codec, session.rowBuffer);
+    return save.codec.WriteStatus == 0 ? SUCCESS : WriteFailure(save.codec);
+}
+
+int SaveRows(RawSave& save) {
+    const _BITMAPHANDLE* bitmap = save.session.bitmap;
+    const size_t rowBytes = (size_t{save.session.saveBitmap->Width} + 7) / 8;
+    const bool bottomUp = bitmap->Orientation == ORIENTATION_BOTTOM_UP;
+    const int height = bitmap->Height;
+    LineEncoder* encode = LineEncoderFor(save.format);
+    for (int i = 0; i < height; ++i) {
+        const int row = bottomUp ? height - 1 - i : i;
+        const int status = SaveRow(save, encode, static_cast<unsigned>(row), rowBytes);
+        if (status != SUCCESS)
+            return status;
+        encode = NextLineEncoder(&save.codec, encode);
+    }
+    return SUCCESS;
+}
+
+} // namespace
+} // namespace faxx
+
+int K_SaveRawFax(_SAVEDISPATCH* dispatch, tagHANDLE* handle, _BITMAPHANDLE* bitmap, int bitsPerPixel,
+                 unsigned format, unsigned callbackParam, void* userData1, void* userData2,
+                 unsigned* fileSize, unsigned flags, SaveRowCallbackFn* rowCallback, void* userData) {
+    using namespace faxx;
+    if (!dispatch || !bitmap || bitsPerPixel != 1 || bitmap->Width > MAX_IMAGE_WIDTH)
+        return ERROR_NULL_PTR;
+
+    SaveSession session{dispatch, bitmap, callbackParam, userData1, userData2, true};
+    CCITTG34 codec{};
+    OnUnwind endSession([&] { session.End(); });
+    OnUnwind dropEncoder([&] { DropEncoder(&codec); });
+    const auto finish = [&](int status) {
+        dropEncoder.Release();
+        endSession.Release();
+        session.End();
+        return status;
+    };
+
+    int status = session.Start();
+    if (status <= 0)
+        return finish(status);
+    if (InitEncodeG34(dispatch, &codec, format, session.saveBitmap->Width, flags, handle) != 0) {
+        QuitEncodeG34(&codec);
+        return finish(ERROR_NO_MEMORY);
+    }
+
+    RawSave save{session, codec, format, rowCallback, userData};
+    const bool access = K_IntAccessBitmap(bitmap, 0) == SUCCESS;
+    OnUnwind releaseBitmap([&] {
+        if (access)
+            K_IntReleaseBitmap(bitmap, 1, ERROR_EXCEPTION);
+    });
+    status = SaveRows(save);
+    releaseBitmap.Release();
+    if (access)
+        status = K_IntReleaseBitmap(bitmap, 1, status);
+    QuitEncodeG34(&codec);
+    if (codec.WriteStatus != 0)
+        status = WriteFailure(codec);
+    if (fileSize)
+        *fileSize = codec.TotalBytes;
+    return finish(status);
+}
