@@ -1,0 +1,105 @@
+// Describing and loading a file: fltInfo and fltLoad with the kernel's dispatch records, and the row
+// callback that builds the bitmap.
+#include "host/kernel.h"
+#include "host/standin/rows.h"
+#include "host/standin/standin.h"
+
+#include <algorithm>
+#include <cstring>
+
+namespace standin {
+
+namespace {
+
+struct RowTarget {
+    _BITMAPHANDLE* Bitmap; // null: the rows are discarded
+    const std::function<bool(int, int)>* Progress;
+    int Total;
+    int Rows;
+};
+
+extern "C" int ReceiveRows(_FILEINFOA* /*fileInfo*/, _BITMAPHANDLE* /*bitmap*/, unsigned short* rows,
+                           unsigned /*flags*/, int firstLine, int rowCount, void* userData) {
+    auto& target = *static_cast<RowTarget*>(userData);
+    if (target.Bitmap != nullptr && rows != nullptr) {
+        const unsigned short* row = rows;
+        const int end = std::min(firstLine + rowCount, target.Bitmap->Height);
+        for (int line = firstLine; line < end; ++line)
+            row = ExpandRow(row, BitmapRow(*target.Bitmap, static_cast<size_t>(line)), target.Bitmap->Width);
+    }
+    target.Rows = std::max(target.Rows, firstLine + rowCount);
+    if (*target.Progress && !(*target.Progress)(target.Rows, target.Total))
+        return STATUS_STOPPED;
+    return SUCCESS;
+}
+
+} // namespace
+
+Description Describe(const Filter& filter, const std::string& fileName) {
+    Description description;
+    Padded<_LOADDISPATCH> load;
+    load.Declared.FileName = fileName.c_str();
+    load.Declared.FileInfo = &description.FileInfo.Declared;
+    load.Declared.LoadInfoValid = 1;
+    load.Declared.LoadInfo.Width = -1; // only a stream that the probe finds counts
+    Padded<_INFODISPATCH> info;
+    info.Declared.FileName = fileName.c_str();
+    info.Declared.FileInfo = &description.FileInfo.Declared;
+    info.Declared.LoadDispatch = &load.Declared;
+    description.Status = filter.Info(&info.Declared);
+    description.LoadInfo = load.Declared.LoadInfo;
+    return description;
+}
+
+Description DescribeStream(const _LOADINFO& stream) {
+    Description description;
+    description.Status = SUCCESS;
+    description.LoadInfo = stream;
+    _FILEINFOA& info = description.FileInfo.Declared;
+    info.Format = stream.Format;
+    info.Width = static_cast<uint32_t>(stream.Width);
+    info.Height = stream.Height;
+    info.BitsPerPixel = 1;
+    info.ImageSize = (uint64_t{info.Width} + 7) / 8 * static_cast<uint32_t>(std::max(stream.Height, 0));
+    info.Orientation = 1;
+    info.XResolution = stream.XResolution;
+    info.YResolution = stream.YResolution;
+    info.Flags = FILEINFO_DESCRIBED;
+    return description;
+}
+
+LoadResult Load(const Filter& filter, const std::string& fileName, const Description& description,
+                const LoadOptions& options) {
+    LoadResult result;
+    if (description.Status != SUCCESS) {
+        result.Status = description.Status;
+        return result;
+    }
+    Padded<_FILEINFOA> fileInfo = description.FileInfo;
+    const int height = std::max(fileInfo.Declared.Height, 0);
+    BitmapPtr bitmap = MakeBitmap(fileInfo.Declared.Width, options.DiscardRows ? 0 : height);
+    if (bitmap == nullptr) {
+        result.Status = ERROR_NO_MEMORY;
+        return result;
+    }
+    RowTarget target{options.DiscardRows ? nullptr : bitmap.get(), &options.Progress, height, 0};
+
+    Padded<_LOADDISPATCH> load;
+    load.Declared.FileName = fileName.c_str();
+    load.Declared.Bitmap = bitmap.get();
+    load.Declared.Flags = options.Batches ? LOADDISPATCH_BATCHES : 0;
+    load.Declared.RowCallback = ReceiveRows;
+    load.Declared.UserData = &target;
+    load.Declared.FileInfo = &fileInfo.Declared;
+    load.Declared.LoadInfoValid = 1;
+    load.Declared.LoadInfo = description.LoadInfo;
+    load.Declared.LoadInfo.Flags |= options.AddedFlags;
+    result.Status = filter.Load(&load.Declared);
+    result.DataStatus = load.Declared.Status;
+    result.Rows = target.Rows;
+    result.LoadInfo = load.Declared.LoadInfo;
+    result.Bitmap = std::move(bitmap);
+    return result;
+}
+
+} // namespace standin

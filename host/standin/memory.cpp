@@ -1,0 +1,127 @@
+// Tracked memory: every block carries a header that links it into a list of what is held, so that
+// tracking costs no allocation of its own. The lists are sharded by address to keep threads apart.
+#include "host/standin/memory.h"
+
+#include "host/kernel.h"
+#include "host/standin/standin.h"
+
+#include <array>
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <mutex>
+
+namespace standin {
+
+namespace {
+
+struct alignas(std::max_align_t) BlockHeader {
+    BlockHeader* Previous;
+    BlockHeader* Next;
+    size_t Bytes;
+    const char* Path;
+    int Line;
+    unsigned Mark; // HELD while the block is held
+};
+
+constexpr unsigned HELD = 0x4B484C44;
+constexpr size_t SHARDS = 16;
+
+struct alignas(64) Shard {
+    std::mutex Mutex;
+    BlockHeader* First = nullptr;
+};
+
+std::array<Shard, SHARDS> shards;
+
+Shard& ShardOf(const BlockHeader* block) {
+    const auto address = reinterpret_cast<uintptr_t>(block);
+    return shards[(address >> 12 ^ address >> 6) % SHARDS];
+}
+
+} // namespace
+
+void* AllocateTracked(size_t bytes, bool zeroed, int line, const char* path) {
+    if (bytes > SIZE_MAX - sizeof(BlockHeader)) {
+        errno = ENOMEM;
+        return nullptr;
+    }
+    const size_t whole = bytes + sizeof(BlockHeader);
+    auto* block = static_cast<BlockHeader*>(zeroed ? std::calloc(1, whole) : std::malloc(whole));
+    if (block == nullptr)
+        return nullptr;
+    block->Bytes = bytes;
+    block->Path = path;
+    block->Line = line;
+    block->Mark = HELD;
+    block->Previous = nullptr;
+    Shard& shard = ShardOf(block);
+    const std::lock_guard lock(shard.Mutex);
+    block->Next = shard.First;
+    if (block->Next != nullptr)
+        block->Next->Previous = block;
+    shard.First = block;
+    return block + 1;
+}
+
+void FreeTracked(void* memory, int line, const char* path) {
+    if (memory == nullptr)
+        return;
+    auto* block = static_cast<BlockHeader*>(memory) - 1;
+    Shard& shard = ShardOf(block);
+    {
+        const std::lock_guard lock(shard.Mutex);
+        if (block->Mark != HELD) {
+            std::fprintf(stderr, "kernel: %s:%d frees a block that is not held\n",
+                         path != nullptr ? path : "?", line);
+            std::abort();
+        }
+        block->Mark = 0;
+        (block->Previous != nullptr ? block->Previous->Next : shard.First) = block->Next;
+        if (block->Next != nullptr)
+            block->Next->Previous = block->Previous;
+    }
+    std::free(block);
+}
+
+HeldMemory HeldAllocations() {
+    HeldMemory held;
+    for (Shard& shard : shards) {
+        const std::lock_guard lock(shard.Mutex);
+        for (const BlockHeader* block = shard.First; block != nullptr; block = block->Next) {
+            held.Bytes += block->Bytes;
+            held.Blocks.push_back({block->Bytes, block->Line, block->Path != nullptr ? block->Path : ""});
+        }
+    }
+    return held;
+}
+
+} // namespace standin
+
+extern "C" {
+
+void* K_LocalAlloc(size_t count, size_t elementSize, int line, const char* path) {
+    size_t bytes;
+    if (__builtin_mul_overflow(count, elementSize, &bytes)) {
+        errno = ENOMEM;
+        return nullptr;
+    }
+    return standin::AllocateTracked(bytes, false, line, path);
+}
+
+void K_LocalFree(void* memory, int line, const char* path) {
+    standin::FreeTracked(memory, line, path);
+}
+
+void K_MemorySet(void* destination, int value, size_t count) {
+    if (count != 0)
+        std::memset(destination, value, count);
+}
+
+void K_MemoryCopy(void* destination, const void* source, size_t count) {
+    if (count != 0)
+        std::memmove(destination, source, count);
+}
+
+} // extern "C"

@@ -1,0 +1,212 @@
+// Conversion between run-length rows and packed rows.
+//
+// Both directions work on 64-bit words whose most significant bit is the leftmost pixel. Expanding
+// clears the row and ORs each black run into it: nearly all runs touch one word, so a row costs one
+// read-modify-write and one well predicted branch per black run. Compressing marks the pixels that
+// differ from their left neighbour, v ^ (v >> 1), and walks over the marks by counting leading zeros.
+#include "host/standin/rows.h"
+
+#include "host/kernel.h"
+
+#include <algorithm>
+#include <array>
+#include <bit>
+#include <cstring>
+
+namespace standin {
+
+namespace {
+
+uint64_t LoadWord(const unsigned char* bytes) {
+    uint64_t word;
+    std::memcpy(&word, bytes, sizeof word);
+    return __builtin_bswap64(word);
+}
+
+// The pixels of a word from column x on.
+uint64_t From(size_t x) {
+    return ~uint64_t{0} >> (x & 63);
+}
+
+// The same as the word lies in memory: a load is cheaper than the shift and the byte swap.
+constexpr auto FROM_IN_MEMORY = [] {
+    std::array<uint64_t, 64> masks{};
+    for (unsigned x = 0; x < 64; ++x)
+        masks[x] = __builtin_bswap64(~uint64_t{0} >> x);
+    return masks;
+}();
+
+void OrWord(unsigned char* bytes, uint64_t bits) {
+    uint64_t word;
+    std::memcpy(&word, bytes, sizeof word);
+    word |= bits;
+    std::memcpy(bytes, &word, sizeof word);
+}
+
+// Sets the pixels first <= x < last; any row, any length.
+void FillBlack(unsigned char* packed, size_t first, size_t last) {
+    if (first >= last)
+        return;
+    const size_t firstByte = first / 8;
+    const size_t lastByte = last / 8;
+    const auto head = static_cast<unsigned char>(0xFF >> (first % 8));
+    const auto tail = static_cast<unsigned char>(~(0xFF >> (last % 8)));
+    if (firstByte == lastByte) {
+        packed[firstByte] |= head & tail;
+        return;
+    }
+    packed[firstByte] |= head;
+    std::memset(packed + firstByte + 1, 0xFF, lastByte - firstByte - 1);
+    if (tail != 0)
+        packed[lastByte] |= tail;
+}
+
+// The bytes of a row's incomplete last word, left-aligned.
+uint64_t LoadTail(const unsigned char* bytes, size_t count) {
+    uint64_t word = 0;
+    for (size_t i = 0; i < count; ++i)
+        word |= uint64_t{bytes[i]} << (56 - 8 * i);
+    return word;
+}
+
+void StoreRunCount(unsigned short* row, size_t count) {
+    const auto runs = static_cast<uint32_t>(count);
+    std::memcpy(row, &runs, sizeof runs);
+}
+
+unsigned short* PutRun(unsigned short* out, size_t run) {
+    while (run > MAX_RUN)
+        [[unlikely]] {
+            *out++ = MAX_RUN;
+            *out++ = 0;
+            run -= MAX_RUN;
+        }
+    *out++ = static_cast<unsigned short>(run);
+    return out;
+}
+
+} // namespace
+
+uint32_t RunCount(const unsigned short* row) {
+    uint32_t count;
+    std::memcpy(&count, row, sizeof count);
+    return count;
+}
+
+const unsigned short* ExpandRow(const unsigned short* row, unsigned char* packed, size_t width) {
+    const unsigned short* run = row + ROW_HEADER_WORDS;
+    const unsigned short* const end = run + RunCount(row);
+    std::memset(packed, 0, PackedRowBytes(width));
+
+    // Runs that end in a word lying whole within the row.
+    const size_t wholeWords = width / 64 * 64;
+    size_t x = 0;
+    while (end - run >= 2) {
+        const size_t first = x + run[0];
+        const size_t last = first + run[1];
+        if (last >= wholeWords)
+            break;
+        unsigned char* word = packed + first / 64 * 8;
+        unsigned char* const lastWord = packed + last / 64 * 8;
+        const uint64_t from = FROM_IN_MEMORY[first & 63];
+        const uint64_t beyond = FROM_IN_MEMORY[last & 63];
+        if (word == lastWord) [[likely]] {
+            OrWord(word, from ^ beyond);
+        } else {
+            OrWord(word, from);
+            for (word += 8; word != lastWord; word += 8)
+                std::memset(word, 0xFF, 8);
+            OrWord(word, ~beyond);
+        }
+        x = last;
+        run += 2;
+    }
+
+    // The others, cut to the width.
+    for (; end - run >= 2 && x < width; run += 2) {
+        const size_t first = x + run[0];
+        x = first + run[1];
+        FillBlack(packed, first, std::min(x, width));
+    }
+    return end;
+}
+
+unsigned short* CompressRow(const unsigned char* packed, size_t width, unsigned short* row) {
+    unsigned short* out = row + ROW_HEADER_WORDS;
+    size_t lastChange = 0;
+    uint64_t before = 0; // the pixel left of the word, as its bit 63
+
+    const auto scan = [&](uint64_t pixels, size_t column, uint64_t changes) {
+        while (changes != 0) {
+            const auto bit = static_cast<unsigned>(std::countl_zero(changes));
+            const size_t change = column + bit;
+            out = PutRun(out, change - lastChange);
+            lastChange = change;
+            changes ^= uint64_t{1} << (63 - bit);
+        }
+        before = pixels << 63;
+    };
+
+    size_t column = 0;
+    for (; column + 64 <= width; column += 64) {
+        const uint64_t pixels = LoadWord(packed + column / 8);
+        if (pixels == 0 - (before >> 63))
+            continue; // no change
+        scan(pixels, column, pixels ^ (pixels >> 1 | before));
+    }
+    if (column < width) {
+        const uint64_t pixels = LoadTail(packed + column / 8, PackedRowBytes(width - column));
+        scan(pixels, column, (pixels ^ (pixels >> 1 | before)) & ~From(width - column));
+    }
+    out = PutRun(out, width - lastChange);
+    StoreRunCount(row, static_cast<size_t>(out - row) - ROW_HEADER_WORDS);
+    return out;
+}
+
+unsigned short* MirrorRow(const unsigned short* row, unsigned short* mirrored) {
+    const unsigned short* const first = row + ROW_HEADER_WORDS;
+    const unsigned short* last = first + RunCount(row);
+    unsigned short* out = mirrored + ROW_HEADER_WORDS;
+    // Empty runs at the end say nothing; in front they would cost words.
+    while (last - first > 1 && last[-1] == 0)
+        --last;
+    if ((last - first) % 2 == 0 && last != first)
+        *out++ = 0; // ended in black
+    out = std::reverse_copy(first, last, out);
+    // What began in black ends in black now.
+    while (out - mirrored > 3 && out[-1] == 0)
+        --out;
+    StoreRunCount(mirrored, static_cast<size_t>(out - mirrored) - ROW_HEADER_WORDS);
+    return out;
+}
+
+} // namespace standin
+
+extern "C" {
+
+int K_ExpandRows(const unsigned short* runs, unsigned char* destination, unsigned width, unsigned rowCount) {
+    if (rowCount != 0 && (runs == nullptr || destination == nullptr))
+        return ERROR_NULL_PTR;
+    const size_t rowBytes = standin::PackedRowBytes(width);
+    for (; rowCount != 0; --rowCount) {
+        runs = standin::ExpandRow(runs, destination, width);
+        destination += rowBytes;
+    }
+    return SUCCESS;
+}
+
+int K_CompressRow(unsigned short* runs, const unsigned char* row, int /*zero*/, unsigned width) {
+    if (runs == nullptr || (row == nullptr && width != 0))
+        return ERROR_NULL_PTR;
+    standin::CompressRow(row, width, runs);
+    return SUCCESS;
+}
+
+void K_MirrorCompressedBuffer(const unsigned short* source, unsigned short* destination, unsigned rowCount) {
+    for (; rowCount != 0; --rowCount) {
+        destination = standin::MirrorRow(source, destination);
+        source += standin::ROW_HEADER_WORDS + standin::RunCount(source);
+    }
+}
+
+} // extern "C"

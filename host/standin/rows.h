@@ -1,0 +1,33 @@
+// Run-length rows and packed rows, one row at a time.
+//
+// A run-length row is a 32-bit count in two 16-bit words and that many 16-bit runs, white first; a run
+// of 65535 pixels or more is cut into pieces of 65534 joined by empty runs of the other colour.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+namespace standin {
+
+inline constexpr uint32_t MAX_RUN = 65534;
+inline constexpr size_t ROW_HEADER_WORDS = 2;
+
+uint32_t RunCount(const unsigned short* row);
+
+inline size_t PackedRowBytes(size_t width) {
+    return (width + 7) / 8;
+}
+
+// Writes the row's first width pixels as a packed row of PackedRowBytes(width) bytes, a set bit for
+// black. Runs beyond the width are cut off, missing pixels and the last byte's padding are 0. Returns
+// where the next row starts.
+const unsigned short* ExpandRow(const unsigned short* row, unsigned char* packed, size_t width);
+
+// Writes the packed row as a run-length row; at most width + 3 words, 3 for a width of 0. Returns the
+// word behind it.
+unsigned short* CompressRow(const unsigned char* packed, size_t width, unsigned short* row);
+
+// Writes the row's left-to-right mirror image, at most one word longer. Returns the word behind it.
+unsigned short* MirrorRow(const unsigned short* row, unsigned short* mirrored);
+
+} // namespace standin

@@ -1,0 +1,114 @@
+// Saving a bitmap: a save dispatch, and the callbacks through which the filter fetches the rows.
+//
+// The saver wants rows in which a set bit is black. A bitmap with the inverted palette has them the other
+// way round and asks, by a NoInvert of 0, for the saver's inversion; a converted copy has the normal
+// palette and needs none.
+#include "host/kernel.h"
+#include "host/standin/standin.h"
+
+#include <cstring>
+
+namespace standin {
+
+namespace {
+
+BitmapPtr ConvertedCopy(const _BITMAPHANDLE& bitmap) {
+    BitmapPtr copy = MakeBitmap(bitmap.Width, bitmap.Height);
+    if (copy == nullptr)
+        return nullptr;
+    copy->Orientation = bitmap.Orientation;
+    copy->XResolution = bitmap.XResolution;
+    copy->YResolution = bitmap.YResolution;
+    const auto flip = static_cast<unsigned char>(IsInverted(bitmap) ? 0xFF : 0);
+    for (size_t y = 0; y < static_cast<size_t>(bitmap.Height); ++y) {
+        const unsigned char* const source = BitmapRow(bitmap, y);
+        unsigned char* const target = BitmapRow(*copy, y);
+        for (size_t i = 0; i < bitmap.BytesPerLine; ++i)
+            target[i] = source[i] ^ flip;
+    }
+    return copy;
+}
+
+extern "C" int StartSave(_BITMAPHANDLE* bitmap, _BITMAPHANDLE** saveBitmap, int /*one*/,
+                         unsigned* /*callbackParam*/, unsigned char** rowBuffer, int /*alsoOne*/,
+                         void* userData1, void* /*userData2*/, _SAVEFILESTRUCT** saveFile) {
+    auto& call = *static_cast<SaveCall*>(userData1);
+    *saveBitmap = bitmap;
+    *saveFile = &call.SaveFile.Declared;
+    if (rowBuffer != nullptr)
+        *rowBuffer = nullptr;
+    if (bitmap->BitsPerPixel != 1)
+        return ERROR_BITS_PER_PIXEL;
+    if (call.How.ConvertedCopy) {
+        BitmapPtr copy = ConvertedCopy(*bitmap);
+        if (copy == nullptr)
+            return ERROR_NO_MEMORY;
+        *saveBitmap = copy.release();
+    }
+    if (rowBuffer != nullptr) {
+        *rowBuffer = static_cast<unsigned char*>(
+            K_LocalAlloc((*saveBitmap)->BytesPerLine, 1, __LINE__, "save row buffer"));
+        if (*rowBuffer == nullptr)
+            return ERROR_NO_MEMORY;
+    }
+    call.SaveFile.Declared.NoInvert = IsInverted(**saveBitmap) ? 0 : 1;
+    return SUCCESS;
+}
+
+extern "C" int GetSaveRow(_BITMAPHANDLE* /*bitmap*/, _BITMAPHANDLE* saveBitmap, unsigned char* rowBuffer,
+                          unsigned row, int /*rowCount*/, unsigned /*callbackParam*/, void* userData1,
+                          void* /*userData2*/, _SAVEFILESTRUCT* /*saveFile*/) {
+    auto& call = *static_cast<SaveCall*>(userData1);
+    if (saveBitmap->Height < 0 || row >= static_cast<unsigned>(saveBitmap->Height))
+        return ERROR_INV_PARAMETER;
+    if (call.How.Progress && !call.How.Progress(call.RowsFetched, saveBitmap->Height))
+        return STATUS_STOPPED;
+    ++call.RowsFetched;
+    std::memcpy(rowBuffer, BitmapRow(*saveBitmap, row), saveBitmap->BytesPerLine);
+    return SUCCESS;
+}
+
+extern "C" int EndSave(_BITMAPHANDLE* bitmap, _BITMAPHANDLE** saveBitmap, unsigned* /*callbackParam*/,
+                       unsigned char** rowBuffer, _SAVEFILESTRUCT** saveFile) {
+    if (*saveBitmap != bitmap)
+        FreeBitmap{}(*saveBitmap);
+    *saveBitmap = nullptr;
+    if (rowBuffer != nullptr) {
+        K_LocalFree(*rowBuffer, __LINE__, "save row buffer");
+        *rowBuffer = nullptr;
+    }
+    *saveFile = nullptr;
+    return SUCCESS;
+}
+
+} // namespace
+
+void PrepareSave(SaveCall& call, const char* fileName, _BITMAPHANDLE& bitmap, const SaveOptions& options) {
+    call.How = options;
+    call.RowsFetched = 0;
+    _SAVEOPTIONS& bits = call.Options.Declared;
+    bits.OutputBits =
+        (options.ReverseBits ? SAVEOPTION_REVERSE_BITS : 0) | (options.NoInvert ? SaveOptionNoInvert : 0);
+    bits.FaxBits = options.AlignEol ? SAVEOPTION_FAX_ALIGN_EOL : 0;
+    _SAVEDISPATCH& dispatch = call.Dispatch.Declared;
+    dispatch.FileName = fileName;
+    dispatch.Bitmap = &bitmap;
+    dispatch.BitsPerPixel = bitmap.BitsPerPixel;
+    dispatch.Format = options.Format;
+    dispatch.UserData1 = &call;
+    dispatch.Options = &bits;
+    dispatch.StartCallback = StartSave;
+    dispatch.GetRowCallback = GetSaveRow;
+    dispatch.EndCallback = EndSave;
+}
+
+int SaveFile(const Filter& filter, const std::string& fileName, _BITMAPHANDLE& bitmap,
+             const SaveOptions& options) {
+    if (filter.Save == nullptr)
+        return ERROR_FORMAT_NOT_WRITABLE;
+    SaveCall call;
+    PrepareSave(call, fileName.c_str(), bitmap, options);
+    return filter.Save(&call.Dispatch.Declared);
+}
+
+} // namespace standin

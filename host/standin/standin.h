@@ -1,0 +1,138 @@
+// The stand-in kernel: what a program of this tree may ask of it beyond the kernel's own functions
+// (host/kernel.h). It loads the filter as the real kernel does, hands it dispatch records, and builds
+// bitmaps from the rows that come back. Any number of calls may run at once on different records.
+//
+// Memory that a redirection in write mode needed beyond the caller's block is the kernel's: it stays
+// readable until the same thread ends its next redirection, and nobody else frees it.
+#pragma once
+
+#include "host/records.h"
+#include "host/status.h"
+
+#include <cstddef>
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace standin {
+
+// ---- Statuses
+
+// What a load or save returns that its caller stopped; beside the statuses of host/status.h.
+inline constexpr int STATUS_STOPPED = -100;
+
+// What a status means to a person, e.g. "the file cannot be opened".
+const char* StatusText(int status);
+
+// ---- Tracked memory
+
+struct HeldBlock {
+    size_t Bytes;
+    int Line; // of K_LocalAlloc's caller
+    std::string Path;
+};
+struct HeldMemory {
+    size_t Bytes = 0;
+    std::vector<HeldBlock> Blocks;
+};
+// The blocks from K_LocalAlloc, and the row memory of bitmaps, that are not freed yet.
+HeldMemory HeldAllocations();
+
+// ---- Bitmaps
+
+struct FreeBitmap {
+    void operator()(_BITMAPHANDLE* bitmap) const;
+};
+using BitmapPtr = std::unique_ptr<_BITMAPHANDLE, FreeBitmap>;
+
+// A 1-bit bitmap of white rows with the normal palette; null when there is not enough memory.
+BitmapPtr MakeBitmap(unsigned width, int height);
+// One packed row of BytesPerLine bytes; null for a bitmap without row memory.
+unsigned char* BitmapRow(const _BITMAPHANDLE& bitmap, size_t row);
+// Whether a set bit is white: the palette's entry 0 is black.
+bool IsInverted(const _BITMAPHANDLE& bitmap);
+
+// ---- The filter
+
+struct Filter {
+    int (*Info)(_INFODISPATCH*);
+    int (*Load)(_LOADDISPATCH*);
+    int (*Save)(_SAVEDISPATCH*); // null: a filter that only reads
+};
+
+inline constexpr const char* FILTER_LIBRARY = "libkffax.so.19";
+
+// Loads the filter from a path, or by name from beside the kernel and the usual places. It stays loaded.
+// Throws std::runtime_error when the library or an entry point is missing.
+Filter LoadFilter(const std::string& library = FILTER_LIBRARY);
+
+// The kernel's records are larger than what is declared of them.
+template <class Record>
+struct Padded {
+    Record Declared{};
+    unsigned char Rest[4096 - sizeof(Record)]{};
+};
+
+// ---- Describe and load
+
+// A file as the filter describes it. Status is that of fltInfo; the rest means something for SUCCESS.
+struct Description {
+    int Status = FAILURE;
+    Padded<_FILEINFOA> FileInfo;
+    _LOADINFO LoadInfo{}; // of a stream without a header
+};
+
+Description Describe(const Filter& filter, const std::string& fileName);
+// The description of a stream that cannot describe itself, such as raw G4, from what the caller knows.
+Description DescribeStream(const _LOADINFO& stream);
+
+struct LoadOptions {
+    bool Batches = false;     // lines in batches of 100 and a small input buffer
+    bool DiscardRows = false; // decode without keeping a picture
+    uint32_t AddedFlags = 0;  // LOADINFO_ bits to set; not for files with a header, which set their own
+    // Called after every batch with the lines done and in all; false stops the load.
+    std::function<bool(int done, int total)> Progress;
+};
+
+struct LoadResult {
+    int Status = FAILURE; // of fltLoad; STATUS_STOPPED when Progress stopped it
+    int DataStatus = 0;   // what the load said about the data: 0, or why it is damaged
+    int Rows = 0;         // lines delivered
+    BitmapPtr Bitmap;     // null without row memory; lines not delivered are white
+    _LOADINFO LoadInfo{}; // the stream as it was decoded
+};
+
+LoadResult Load(const Filter& filter, const std::string& fileName, const Description& description,
+                const LoadOptions& options = {});
+
+// ---- Save
+
+struct SaveOptions {
+    int Format = 68;
+    bool ReverseBits = false;   // the stream's first bit is a byte's least significant
+    bool AlignEol = false;      // each trailer EOL ends on a byte boundary
+    bool NoInvert = false;      // code the rows as they lie in memory, whatever the palette says
+    bool ConvertedCopy = false; // save from a copy that has the normal palette, not from the bitmap itself
+    // Called before every row with the rows fetched and in all; false stops the save.
+    std::function<bool(int done, int total)> Progress;
+};
+
+// A save dispatch with everything that it points to; it stays where it was prepared.
+struct SaveCall {
+    Padded<_SAVEDISPATCH> Dispatch;
+    Padded<_SAVEOPTIONS> Options;
+    Padded<_SAVEFILESTRUCT> SaveFile;
+    SaveOptions How;
+    int RowsFetched = 0;
+};
+
+// Fills the call for a save of bitmap; fileName and bitmap must outlive it. For container formats, whose
+// savers take a dispatch.
+void PrepareSave(SaveCall& call, const char* fileName, _BITMAPHANDLE& bitmap, const SaveOptions& options);
+
+// Saves a bitmap through fltSave, which does not cut an existing longer file. Returns its status.
+int SaveFile(const Filter& filter, const std::string& fileName, _BITMAPHANDLE& bitmap,
+             const SaveOptions& options = {});
+
+} // namespace standin

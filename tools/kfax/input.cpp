@@ -1,0 +1,48 @@
+// Opening an input once before the filter does, because an errno says more than the filter's status.
+#include "tools/kfax/input.h"
+
+#include <cerrno>
+#include <cstring>
+#include <fcntl.h>
+#include <stdexcept>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace kfax {
+
+uint64_t CheckInput(const std::string& file) {
+    // Non-blocking, so that a pipe nobody writes to is refused instead of waited for.
+    const int descriptor = open(file.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+    if (descriptor < 0)
+        throw std::runtime_error(std::strerror(errno));
+    struct stat about {};
+    const int failed = fstat(descriptor, &about);
+    close(descriptor);
+    if (failed != 0)
+        throw std::runtime_error(std::strerror(errno));
+    if (S_ISDIR(about.st_mode))
+        throw std::runtime_error(std::strerror(EISDIR));
+    if (!S_ISREG(about.st_mode))
+        throw std::runtime_error("not a regular file");
+    if (about.st_size == 0)
+        throw std::runtime_error("the file is empty");
+    return static_cast<uint64_t>(about.st_size);
+}
+
+standin::Description DescribeInput(const standin::Filter& filter, const std::string& file) {
+    CheckInput(file);
+    standin::Description description = standin::Describe(filter, file);
+    switch (description.Status) {
+    case SUCCESS:
+        return description;
+    case FAILURE:
+        throw std::runtime_error("no fax stream found (a raw stream such as Group 4 needs "
+                                 "--format, --width and --height)");
+    case ERROR_FILE_READ:
+        throw std::runtime_error("too short for a fax file");
+    default:
+        throw std::runtime_error(standin::StatusText(description.Status));
+    }
+}
+
+} // namespace kfax

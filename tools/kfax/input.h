@@ -1,0 +1,17 @@
+// What stands between a file name and a description: is there a file that can be read, and what is it.
+#pragma once
+
+#include "host/standin/standin.h"
+
+#include <cstdint>
+#include <string>
+
+namespace kfax {
+
+// The file's size. Throws std::runtime_error with the reason when it is not a readable regular file.
+uint64_t CheckInput(const std::string& file);
+
+// Describes a file that describes itself; throws std::runtime_error with the reason otherwise.
+standin::Description DescribeInput(const standin::Filter& filter, const std::string& file);
+
+} // namespace kfax

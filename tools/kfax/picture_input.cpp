@@ -1,0 +1,120 @@
+// Reading a picture to be saved as fax: which kind of file it is, and the PBM kind.
+#include "tools/kfax/picture_input.h"
+
+#include "API/Filters/Fax/Common/Tif_faxx.h"
+#include "host/kernel.h"
+#include "tools/kfax/input.h"
+
+#include <cerrno>
+#include <climits>
+#include <cstring>
+#include <memory>
+#include <stdexcept>
+
+namespace kfax {
+
+namespace {
+
+struct CloseFile {
+    void operator()(std::FILE* file) const { std::fclose(file); }
+};
+
+[[noreturn]] void ThrowShort(std::FILE* file) {
+    throw std::runtime_error(std::ferror(file) != 0 ? std::strerror(errno) : "the picture ends early");
+}
+
+bool IsSpace(int c) {
+    return c == ' ' || c == '\t' || c == '\n' || c == '\r' || c == '\v' || c == '\f';
+}
+
+// The next character of a PBM header or plain body that is neither white space nor in a comment.
+int NextCharacter(std::FILE* file) {
+    int c = std::getc(file);
+    while (IsSpace(c) || c == '#') {
+        if (c == '#')
+            while (c != '\n' && c != '\r' && c != EOF)
+                c = std::getc(file);
+        if (c != EOF)
+            c = std::getc(file);
+    }
+    if (c == EOF)
+        ThrowShort(file);
+    return c;
+}
+
+// A number and the single character behind it.
+uint64_t ReadNumber(std::FILE* file) {
+    uint64_t value = 0;
+    int c = NextCharacter(file);
+    if (c < '0' || c > '9')
+        throw std::runtime_error("the PBM header is damaged");
+    for (; c >= '0' && c <= '9'; c = std::getc(file))
+        value = value > UINT32_MAX ? value : value * 10 + static_cast<unsigned>(c - '0');
+    if (!IsSpace(c))
+        throw std::runtime_error("the PBM header is damaged");
+    return value;
+}
+
+void ReadPackedRow(std::FILE* file, unsigned char* row, size_t width) {
+    const size_t bytes = (width + 7) / 8;
+    if (std::fread(row, 1, bytes, file) != bytes)
+        ThrowShort(file);
+    for (size_t i = 0; i < bytes; ++i)
+        row[i] = static_cast<unsigned char>(~row[i]);
+}
+
+void ReadPlainRow(std::FILE* file, unsigned char* row, size_t width) {
+    for (size_t x = 0; x < width; ++x) {
+        const int c = NextCharacter(file);
+        if (c != '0' && c != '1')
+            throw std::runtime_error("the PBM picture has a pixel that is neither 0 nor 1");
+        if (c == '0')
+            row[x / 8] |= static_cast<unsigned char>(0x80 >> (x % 8));
+    }
+}
+
+} // namespace
+
+standin::BitmapPtr MakePictureBitmap(uint64_t width, uint64_t height) {
+    static constexpr _PALETTEENTRY BLACK_AND_WHITE[] = {{0, 0, 0, 0}, {255, 255, 255, 0}};
+    if (width == 0 || height == 0)
+        throw std::runtime_error("the picture has no pixels");
+    if (width > MAX_IMAGE_WIDTH)
+        throw std::runtime_error("the picture is " + std::to_string(width) + " pixels wide; at most " +
+                                 std::to_string(MAX_IMAGE_WIDTH) + " can be saved");
+    if (height > INT_MAX)
+        throw std::runtime_error("the picture has too many lines");
+    standin::BitmapPtr bitmap = standin::MakeBitmap(static_cast<unsigned>(width), static_cast<int>(height));
+    if (bitmap == nullptr)
+        throw std::bad_alloc();
+    K_SetBitmapNewPalette(bitmap.get(), BLACK_AND_WHITE, bitmap->PaletteParam, 0);
+    return bitmap;
+}
+
+standin::BitmapPtr ReadPbm(std::FILE* file) {
+    std::getc(file); // P
+    const bool plain = std::getc(file) == '1';
+    const uint64_t width = ReadNumber(file);
+    const uint64_t height = ReadNumber(file);
+    standin::BitmapPtr bitmap = MakePictureBitmap(width, height);
+    for (size_t y = 0; y < height; ++y)
+        (plain ? ReadPlainRow : ReadPackedRow)(file, standin::BitmapRow(*bitmap, y), width);
+    return bitmap;
+}
+
+standin::BitmapPtr ReadPicture(const std::string& name, std::optional<int> threshold) {
+    CheckInput(name);
+    const std::unique_ptr<std::FILE, CloseFile> file(std::fopen(name.c_str(), "rbe"));
+    if (file == nullptr)
+        throw std::runtime_error(std::strerror(errno));
+    unsigned char start[8] = {};
+    const size_t got = std::fread(start, 1, sizeof start, file.get());
+    std::rewind(file.get());
+    if (got == sizeof start && std::memcmp(start, "\x89PNG\r\n\x1a\n", sizeof start) == 0)
+        return ReadPng(file.get(), threshold);
+    if (got > 2 && start[0] == 'P' && (start[1] == '1' || start[1] == '4'))
+        return ReadPbm(file.get());
+    throw std::runtime_error("neither a PNG nor a PBM picture");
+}
+
+} // namespace kfax

@@ -1,0 +1,27 @@
+// Reading a picture to be saved as fax.
+#pragma once
+
+#include "host/standin/standin.h"
+
+#include <cstdint>
+#include <cstdio>
+#include <optional>
+#include <string>
+
+namespace kfax {
+
+// Reads a PNG or PBM picture, told apart by their first bytes, into a bitmap whose set bits are white
+// (the inverted palette), as is usual for pictures that are not fax.
+// A picture with pixels that are neither black nor white is refused, unless threshold tells which grey
+// values, those below it, are black. Throws std::runtime_error with the reason.
+standin::BitmapPtr ReadPicture(const std::string& file, std::optional<int> threshold);
+
+// The two kinds of file, from their first byte on.
+standin::BitmapPtr ReadPng(std::FILE* file, std::optional<int> threshold);
+standin::BitmapPtr ReadPbm(std::FILE* file);
+
+// A bitmap for a picture of that size; throws when the filter cannot save one of that size or when
+// there is not enough memory.
+standin::BitmapPtr MakePictureBitmap(uint64_t width, uint64_t height);
+
+} // namespace kfax

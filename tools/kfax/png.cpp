@@ -1,0 +1,74 @@
+// PNG, 1-bit greyscale with the resolution as pixels per metre.
+//
+// libpng reports an error by a longjmp, which must not pass objects with destructors: the calls stand
+// in a function that has none.
+#include "tools/kfax/picture.h"
+
+#include <cerrno>
+#include <cmath>
+#include <csetjmp>
+#include <cstring>
+#include <png.h>
+#include <stdexcept>
+#include <string>
+
+namespace kfax {
+
+namespace {
+
+struct PngError {
+    char Reason[200];
+};
+
+extern "C" void KeepReason(png_structp png, png_const_charp reason) {
+    auto* const error = static_cast<PngError*>(png_get_error_ptr(png));
+    std::strncpy(error->Reason, reason, sizeof error->Reason - 1);
+    png_longjmp(png, 1);
+}
+
+extern "C" void IgnoreWarning(png_structp /*png*/, png_const_charp /*reason*/) {}
+
+extern "C" void WriteBytes(png_structp png, png_bytep bytes, size_t count) {
+    if (std::fwrite(bytes, 1, count, static_cast<std::FILE*>(png_get_io_ptr(png))) != count)
+        png_error(png, std::strerror(errno));
+}
+
+extern "C" void FlushBytes(png_structp /*png*/) {}
+
+png_uint_32 PerMetre(int perInch) {
+    return static_cast<png_uint_32>(std::lround(perInch / 0.0254));
+}
+
+bool Encode(png_structp png, png_infop info, const Picture& picture, std::FILE* file) {
+    if (setjmp(png_jmpbuf(png)) != 0)
+        return false;
+    png_set_write_fn(png, file, WriteBytes, FlushBytes);
+    png_set_user_limits(png, PNG_UINT_31_MAX, PNG_UINT_31_MAX);
+    png_set_IHDR(png, info, static_cast<png_uint_32>(picture.Width), static_cast<png_uint_32>(picture.Height),
+                 1, PNG_COLOR_TYPE_GRAY, PNG_INTERLACE_NONE, PNG_COMPRESSION_TYPE_DEFAULT,
+                 PNG_FILTER_TYPE_DEFAULT);
+    if (picture.XResolution > 0 && picture.YResolution > 0)
+        png_set_pHYs(png, info, PerMetre(picture.XResolution), PerMetre(picture.YResolution),
+                     PNG_RESOLUTION_METER);
+    png_set_filter(png, PNG_FILTER_TYPE_BASE, PNG_FILTER_NONE); // the others do not help at 1 bit
+    png_write_info(png, info);
+    png_set_invert_mono(png); // in a PNG a set bit is white
+    for (size_t y = 0; y < picture.Height; ++y)
+        png_write_row(png, picture.Pixels.data() + y * picture.RowBytes);
+    png_write_end(png, info);
+    return true;
+}
+
+} // namespace
+
+void WritePng(const Picture& picture, std::FILE* file) {
+    PngError error{};
+    png_structp png = png_create_write_struct(PNG_LIBPNG_VER_STRING, &error, KeepReason, IgnoreWarning);
+    png_infop info = png != nullptr ? png_create_info_struct(png) : nullptr;
+    const bool done = info != nullptr && Encode(png, info, picture, file);
+    png_destroy_write_struct(&png, &info);
+    if (!done)
+        throw std::runtime_error(error.Reason[0] != '\0' ? error.Reason : "not enough memory");
+}
+
+} // namespace kfax
