@@ -61,15 +61,15 @@ int fltLoadBufferFAX(unsigned char* input, unsigned long long inputSize, unsigne
     if (!runs.Allocate(kRowWords))
         return ERROR_NO_MEMORY;
     if (!mirrored.Allocate(flags & LOADINFO_MIRROR ? kMirrorRowWords : kRowWords)) {
-        Free(runs.data);
+        runs.Release();
         return ERROR_NO_MEMORY;
     }
     void* redirect = nullptr;
     tagHANDLE* handle = nullptr;
     const int started = StartRedirectToBuffer(&redirect, &handle, REDIRECT_READ, input, inputSize);
     if (started != SUCCESS) {
-        Free(runs.data);
-        Free(mirrored.data);
+        runs.Release();
+        mirrored.Release();
         return started;
     }
 
@@ -77,9 +77,9 @@ int fltLoadBufferFAX(unsigned char* input, unsigned long long inputSize, unsigne
                     CCITTG34{}, runs.data, mirrored.data};
     int result = ERROR_EXCEPTION;
     Throws([&] { result = DecodeBlock(load, handle); });
-    if (Throws([&] { Free(runs.data); }))
+    if (Throws([&] { runs.Release(); }))
         result = ERROR_EXCEPTION;
-    if (Throws([&] { Free(mirrored.data); }))
+    if (Throws([&] { mirrored.Release(); }))
         result = ERROR_EXCEPTION;
     if (Throws([&] { QuitDecodeG34(&load.codec, 1); }))
         result = ERROR_EXCEPTION;

@@ -16,6 +16,7 @@
 #include "API/Filters/Fax/Common/Tif_faxx/t4_codes.h"
 
 #include <bit>
+#include <cstring>
 
 namespace faxx {
 
@@ -23,6 +24,18 @@ namespace faxx {
 // and fills up behind them. False: neither unread bytes nor new data, the input is exhausted. Otherwise
 // reading goes on at position 0.
 bool RefillBuffer(CCITTG34* record, uint32_t position);
+
+// The 64 bits that begin on the byte of a position, the position's own first: 57 of them at least.
+inline uint64_t WindowAt(const uint8_t* buffer, uint64_t position) {
+    uint64_t window;
+    std::memcpy(&window, buffer + position / 8, sizeof window);
+    return __builtin_bswap64(window) << position % 8;
+}
+
+// What the accumulator holds at a position: the bits up to the end of the pair after the next pair boundary.
+inline uint32_t AccumulatorAt(const uint8_t* buffer, uint64_t position) {
+    return static_cast<uint32_t>(WindowAt(buffer, position) >> 32) & ~0u << position % 16;
+}
 
 // The bit state of a record, held in locals while a decoder works. Every step that consumes bits returns
 // false when it found the input exhausted; nothing can be read after that.
@@ -69,6 +82,20 @@ public:
             if (!Consume(static_cast<unsigned>(count_)))
                 return false;
         }
+    }
+
+    // The position in bits from the start of the buffer; below 0 for a few bits after a refill.
+    int64_t Position() const { return int64_t{position_} * 8 - 16 - count_; }
+
+    // Positions below this one are reached without a refill: the pair that position stands in, and the one
+    // after it, begin at or before the threshold.
+    int64_t PositionLimit() const { return int64_t{record_->RefillThreshold} / 2 * 16; }
+
+    // Goes to a position of the same buffer contents, one that needs no refill on the way.
+    void MoveTo(uint64_t position) {
+        count_ = 16 - static_cast<int32_t>(position % 16);
+        position_ = static_cast<uint32_t>(position / 16 * 2 + 4);
+        accumulator_ = AccumulatorAt(record_->Buffer, position);
     }
 
     // Leaves the bit state in the record, for the next decoder call.

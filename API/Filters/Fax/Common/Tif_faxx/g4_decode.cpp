@@ -9,53 +9,14 @@
 // it about, is in one place.
 #include "API/Filters/Fax/Common/Tif_faxx/g4_decode.h"
 
-#include "API/Filters/Fax/Common/Tif_faxx/bit_input.h"
-
-#include <algorithm>
-#include <array>
+#include "API/Filters/Fax/Common/Tif_faxx/g4_fast.h"
+#include "API/Filters/Fax/Common/Tif_faxx/g4_line.h"
 
 namespace faxx {
+
+using namespace g4;
+
 namespace {
-
-enum class After : uint8_t {
-    NextCode,   // the line goes on
-    LineEnd,    // the line is complete, or ended at its last written change
-    EndOfBlock, // an EOFB was read: what follows is a fresh image
-    Return,     // the line in progress is dropped
-    NoData,     // the input ended
-};
-
-enum class Mode : uint8_t { Vertical, Horizontal, Pass, Extension, Zeros };
-
-struct ModeCode {
-    Mode mode;
-    uint8_t length;
-    int8_t offset; // of a1 from b1 as distances: positive to the left
-};
-
-constexpr unsigned kModeIndexBits = 7;
-
-// Indexed by the next seven bits (T.6 table 1).
-constexpr auto kModeCodes = [] {
-    struct {
-        uint8_t bits;
-        ModeCode code;
-    } const codes[] = {
-        {0b1, {Mode::Vertical, 1, 0}},       {0b011, {Mode::Vertical, 3, -1}},
-        {0b000011, {Mode::Vertical, 6, -2}}, {0b0000011, {Mode::Vertical, 7, -3}},
-        {0b010, {Mode::Vertical, 3, 1}},     {0b000010, {Mode::Vertical, 6, 2}},
-        {0b0000010, {Mode::Vertical, 7, 3}}, {0b001, {Mode::Horizontal, 3, 0}},
-        {0b0001, {Mode::Pass, 4, 0}},        {0b0000001, {Mode::Extension, 7, 0}},
-        {0b0000000, {Mode::Zeros, 7, 0}},
-    };
-    std::array<ModeCode, 1 << kModeIndexBits> table{};
-    for (const auto& entry : codes) {
-        const unsigned spare = kModeIndexBits - entry.code.length;
-        for (unsigned i = 0; i < 1u << spare; ++i)
-            table[(unsigned{entry.bits} << spare) + i] = entry.code;
-    }
-    return table;
-}();
 
 constexpr unsigned kUncompressedMode = 0b0000001111; // T.6 § 2.3: the extension code that is defined
 constexpr unsigned kUncompressedModeBits = 10;
@@ -64,55 +25,6 @@ constexpr unsigned kHalfEofbBits = 16;
 constexpr unsigned kEofbRest = 0b00000001;
 constexpr unsigned kEofbRestBits = 8;
 constexpr unsigned kZerosSkipped = 8; // of a mode code that is none
-
-bool LeftOfEdge(uint32_t distance) {
-    return static_cast<int32_t>(distance) > 0;
-}
-
-// The line in progress.
-struct Line {
-    CCITTG34* record;
-    BitInput input;
-    const uint32_t* reference;
-    uint32_t* coding;
-    uint32_t written; // changing elements on the coding line
-    uint32_t limit;   // of written
-    uint32_t a0;
-    uint32_t b1; // index into reference
-
-    explicit Line(CCITTG34* r) : record(r), input(r) {}
-
-    void Begin(const RowOutput& output) {
-        reference = record->ReferenceLine;
-        coding = record->CodingLine;
-        limit = EntryLimit(output.lineWords);
-        Restart();
-    }
-
-    void Restart() {
-        written = 0;
-        a0 = record->Width;
-        b1 = 0;
-    }
-
-    Colour A0Colour() const { return static_cast<Colour>(b1 & 1); }
-
-    // Writes a changing element, false where the line has reached its limit.
-    bool Append(uint32_t distance) {
-        if (written >= limit) [[unlikely]] {
-            ReportDataError(record, ERROR_FAX_DATA_CORRUPT);
-            return false;
-        }
-        coding[written++] = distance;
-        return true;
-    }
-
-    // Moves b1 on, its colour kept, to the first changing element right of a0.
-    void SeekB1() {
-        while (reference[b1] >= a0)
-            b1 += 2;
-    }
-};
 
 // Ends a line whose last code reached past the right edge. An encoder that pads its lines to whole bytes
 // overshoots by exactly the padding: the line is then as wide as it was coded, and so are all later ones.
@@ -172,10 +84,12 @@ After MissingRunCode(Line& line, Colour colour) {
     return line.written == 0 ? After::NextCode : After::LineEnd;
 }
 
+// Two runs from a0 on. Where the first has no code after make-up codes, these are forgotten: a0 stays.
 After HorizontalMode(Line& line) {
     const Colour first = line.A0Colour();
+    uint32_t position = line.a0;
     for (const Colour colour : {first, Opposite(first)}) {
-        switch (ReadRun(line.input, colour, line.a0)) {
+        switch (ReadRun(line.input, colour, position)) {
         case RunRead::Complete:
             break;
         case RunRead::NoCode:
@@ -183,11 +97,12 @@ After HorizontalMode(Line& line) {
         case RunRead::NoData:
             return After::NoData;
         }
-        if (!line.Append(line.a0))
+        if (!line.Append(position))
             return After::LineEnd;
     }
-    if (!LeftOfEdge(line.a0))
-        return line.a0 == 0 ? After::LineEnd : Overshoot(line, line.a0);
+    line.a0 = position;
+    if (!LeftOfEdge(position))
+        return position == 0 ? After::LineEnd : Overshoot(line, position);
     line.SeekB1();
     return After::NextCode;
 }
@@ -282,7 +197,9 @@ unsigned DecodeG4Lines(CCITTG34* record, RowOutput& output) {
     Line line(record);
     line.Begin(output);
     for (;;) {
-        const After after = DecodeModeCode(line);
+        After after = DecodeFast(line);
+        if (after == After::NextCode)
+            after = DecodeModeCode(line);
         switch (after) {
         case After::NextCode:
             continue;

@@ -192,7 +192,7 @@ int K_LoadRawFax(_LOADDISPATCH* dispatch, tagHANDLE* handle, _LOADINFO* loadInfo
     if (!runs.Allocate(kRawRowWords))
         return ERROR_NO_MEMORY;
     if (!mirrored.Allocate(mirror ? kMirrorRowWords : kRowWords)) {
-        Free(runs.data);
+        runs.Release();
         return ERROR_NO_MEMORY;
     }
 
@@ -200,9 +200,9 @@ int K_LoadRawFax(_LOADDISPATCH* dispatch, tagHANDLE* handle, _LOADINFO* loadInfo
                  userData, batches, mirror,   CCITTG34{}, runs.data, mirrored.data};
     int result = ERROR_EXCEPTION;
     Throws([&] { result = dispatch ? LoadRows(load) : Probe(load); });
-    if (Throws([&] { Free(runs.data); }))
+    if (Throws([&] { runs.Release(); }))
         result = ERROR_EXCEPTION;
-    if (Throws([&] { Free(mirrored.data); }))
+    if (Throws([&] { mirrored.Release(); }))
         result = ERROR_EXCEPTION;
     if (Throws([&] { QuitDecodeG34(&load.codec, 1); }))
         result = ERROR_EXCEPTION;

@@ -83,12 +83,18 @@ struct Buffer {
     Buffer(const Buffer&) = delete;
     Buffer& operator=(const Buffer&) = delete;
     ~Buffer() {
-        Throws([this] { Free(data); });
+        Throws([this] { Release(); });
     }
 
     bool Allocate(size_t count, int line = __builtin_LINE()) {
         data = faxx::Allocate<T>(count, line);
         return data != nullptr;
+    }
+
+    // A release that throws is not tried again.
+    void Release(int line = __builtin_LINE()) {
+        T* block = std::exchange(data, nullptr);
+        Free(block, line);
     }
 };
 

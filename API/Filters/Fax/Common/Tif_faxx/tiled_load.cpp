@@ -333,7 +333,7 @@ int K_LoadTiledFax(_LOADDISPATCH* dispatch, tagHANDLE* handle, _LOADINFO* loadIn
         result = ERROR_EXCEPTION;
     releaseWork.Release();
     Throws([&] { QuitDecodeG34(&load.codec, 1); });
-    Throws([&] { Free(load.runs.data); });
-    Throws([&] { Free(load.row.data); });
+    Throws([&] { load.runs.Release(); });
+    Throws([&] { load.row.Release(); });
     return ReleaseWorkBitmap(&load.work, result);
 }

@@ -176,9 +176,9 @@ int K_SaveTiledFax(_SAVEDISPATCH* dispatch, tagHANDLE* handle, _BITMAPHANDLE* bi
         forget.Release();
         endSession.Release();
         session.End();
-        Free(rowBuffer.data);
+        rowBuffer.Release();
         if (ownByteCounts.data) {
-            Free(ownByteCounts.data);
+            ownByteCounts.Release();
             tile->TileByteCounts = nullptr;
         }
         return status;

@@ -1,0 +1,60 @@
+#include "tests/codec_run.h"
+
+#include <algorithm>
+#include <gtest/gtest.h>
+
+namespace {
+
+constexpr unsigned short GUARD = 0xD1CE;
+constexpr size_t GUARD_WORDS = 64;
+
+Rows rowsOfCall(CodecRun& run, unsigned count) {
+    const auto end = run.area.begin() + ROW_AREA_WORDS;
+    EXPECT_TRUE(std::all_of(end, run.area.end(), [](unsigned short w) { return w == GUARD; }));
+    Rows rows = rowsFromWords(run.area.data(), count);
+    EXPECT_LE(wordsOf(rows), ROW_AREA_WORDS);
+    return rows;
+}
+
+} // namespace
+
+bool isG3(unsigned format) {
+    return format == 66 || format == 67 || format == 117 || format == 162;
+}
+
+CodecRun::CodecRun(const Bytes& stream, const CodecSetup& setup) : area(ROW_AREA_WORDS + GUARD_WORDS, GUARD) {
+    restart(stream, setup);
+}
+
+CodecRun::~CodecRun() {
+    QuitDecodeG34(&record, 1);
+}
+
+void CodecRun::restart(const Bytes& stream, const CodecSetup& setup) {
+    QuitDecodeG34(&record, 0);
+    file = std::make_unique<MemoryFile>(stream);
+    file->script = setup.readScript;
+    dispatch->Status = 0;
+    setupStatus = InitDecodeG34(dispatch.get(), &record, setup.format, setup.width, setup.flags,
+                                file->handle(), setup.smallBuffer, setup.byteLimit);
+}
+
+Rows CodecRun::decode(unsigned lines) {
+    return rowsOfCall(*this, isG3(record.Format) ? DecodeG3(&record, area.data(), lines)
+                                                 : DecodeG4(&record, area.data(), lines));
+}
+
+Rows CodecRun::decodeG4(unsigned lines) {
+    return rowsOfCall(*this, DecodeG4(&record, area.data(), lines));
+}
+
+int CodecRun::probe() {
+    const int lines = InfoDecodeG3(&record, area.data());
+    rowsOfCall(*this, 0);
+    return lines;
+}
+
+size_t CodecRun::bitPosition() const {
+    const size_t firstByte = record.BytesRead - record.BytesInBuffer;
+    return (firstByte + record.ReadPosition) * 8 - 16 - static_cast<size_t>(record.BitCount);
+}

@@ -1,0 +1,202 @@
+#include "tests/encode_run.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <gtest/gtest.h>
+
+#include "tests/codec_run.h"
+
+namespace {
+
+unsigned kFactorOf(unsigned format, int resolution) {
+    if (format != 67)
+        return 0;
+    return resolution < 200    ? 2
+           : resolution < 300  ? 4
+           : resolution < 400  ? 6
+           : resolution < 600  ? 8
+           : resolution < 800  ? 12
+           : resolution < 1200 ? 16
+                               : 24;
+}
+
+size_t lineEstimate(size_t width) {
+    return (13 * ((width + 1) / 2) + 35) / 8 + 2;
+}
+
+void fillTo(Bits& bits, size_t boundary, size_t ahead) {
+    while ((bits.size() + ahead) % boundary != 0)
+        bits += '0';
+}
+
+} // namespace
+
+ReferenceEncoder::ReferenceEncoder(unsigned f, unsigned w, unsigned fl, unsigned k)
+    : format(f), width(w), flags(fl), kFactor(k), bufferSize(std::max(3 * lineEstimate(w), size_t{200000})) {
+    flushThreshold = bufferSize - lineEstimate(w);
+    if (format == 66 || format == 67 || format == 117)
+        bits = "0000" + EOL;
+}
+
+bool ReferenceEncoder::usesG3() const {
+    return isG3(format) && !(format == 117 && nextLineTag > 1);
+}
+
+Bits coded1D(const Line& line, unsigned width) {
+    std::vector<unsigned> runs;
+    unsigned x = 0;
+    for (const unsigned change : line) {
+        runs.push_back(change - x);
+        x = change;
+    }
+    runs.push_back(width - x);
+    return line1D(runs);
+}
+
+Bits coded2D(const Line& reference, const Line& line, unsigned width) {
+    static const Bits vertical[] = {VL3, VL2, VL1, V0, VR1, VR2, VR3};
+    const auto at = [width](const Line& list, size_t i) -> int64_t {
+        return i < list.size() ? list[i] : width;
+    };
+    Bits bits;
+    int64_t a0 = -1;
+    bool black = false;
+    size_t i = 0, j = 0; // the first changes right of a0
+    for (;;) {
+        while (i < line.size() && line[i] <= a0)
+            ++i;
+        while (j < reference.size() && reference[j] <= a0)
+            ++j;
+        const size_t b = j + ((j % 2 != 0) != black);
+        const int64_t a1 = at(line, i), a2 = at(line, i + 1), b1 = at(reference, b),
+                      b2 = at(reference, b + 1);
+        if (std::abs(a1 - b1) <= 3) {
+            bits += vertical[a1 - b1 + 3];
+            if (a1 == width)
+                return bits;
+            a0 = a1;
+            black = !black;
+        } else if (b2 < a1) {
+            bits += PASS;
+            a0 = b2;
+        } else {
+            bits += HORIZONTAL + runBits(black, static_cast<unsigned>(a1 - std::max<int64_t>(a0, 0))) +
+                    runBits(!black, static_cast<unsigned>(a2 - a1));
+            if (a2 == width)
+                return bits;
+            a0 = a2;
+        }
+    }
+}
+
+void ReferenceEncoder::add(const Line& line) {
+    const bool g3 = usesG3();
+    const bool tagged = g3 && (format == 67 || format == 117);
+    const bool twoDimensional = !g3 || (tagged && nextLineTag != 0);
+    if (tagged) {
+        bits += twoDimensional ? '0' : '1';
+        ++nextLineTag;
+        if (format == 67 && twoDimensional && nextLineTag >= kFactor)
+            nextLineTag = 0;
+    }
+    if (waiting() > flushThreshold) {
+        writes.push_back(waiting());
+        written += waiting();
+    }
+    bits += twoDimensional ? coded2D(reference, line, width) : coded1D(line, width);
+    reference = line;
+    if (format == 162) {
+        fillTo(bits, 8, 0);
+    } else if (g3 && !(format == 117 && twoDimensional)) {
+        fillTo(bits, 8, EOL.size());
+        bits += EOL;
+    }
+}
+
+Bytes ReferenceEncoder::finish() {
+    if (waiting() + 8 > bufferSize) {
+        writes.push_back(waiting());
+        written += waiting();
+    }
+    if (format == 66 || format == 67) {
+        if ((flags & FAX_ALIGN_EOL) == 0)
+            fillTo(bits, 16, EOFB.size());
+        for (int i = 0; i < 2; ++i) {
+            if ((flags & FAX_ALIGN_EOL) != 0)
+                fillTo(bits, 8, EOL.size());
+            bits += EOL;
+        }
+    } else if (format == 162) {
+        fillTo(bits, 8, 0);
+    } else {
+        bits += EOFB;
+    }
+    Bytes stream = packed(bits, (flags & FAX_REVERSE_BITS) != 0);
+    if ((flags & FAX_BYTE_TRAILER) == 0 && stream.size() % 2 != 0)
+        stream.push_back(0);
+    if (stream.size() != written)
+        writes.push_back(stream.size() - written);
+    return stream;
+}
+
+Bytes codedPicture(const Picture& picture, unsigned width, unsigned format, unsigned flags,
+                   unsigned kFactor) {
+    ReferenceEncoder encoder(format, width, flags, kFactor);
+    for (const Bytes& row : picture)
+        encoder.add(changesOf(row, width));
+    return encoder.finish();
+}
+
+EncoderRun::EncoderRun(unsigned format, unsigned width, unsigned flags, int resolution)
+    : file({}), expected(format, width, flags, kFactorOf(format, resolution)) {
+    bitmap.YResolution = resolution;
+    dispatch->Bitmap = &bitmap;
+    setupStatus = InitEncodeG34(dispatch.get(), &record, format, width, flags, file.handle());
+}
+
+EncoderRun::~EncoderRun() {
+    QuitEncodeG34(&record);
+}
+
+void EncoderRun::encode(const Bytes& row) {
+    Bytes copy = row; // as long as the row: nothing behind it may be read
+    const uint32_t* const coding = record.CodingLine;
+    (expected.usesG3() ? EncodeG3 : EncodeG4)(&record, copy.data());
+    expected.add(changesOf(row, record.Width));
+    EXPECT_EQ(copy, row);
+
+    const size_t pending = expected.pending();
+    ASSERT_EQ(record.BitCount, 16 - static_cast<int>(pending));
+    ASSERT_EQ(record.BufferCount, expected.waiting());
+    ASSERT_EQ(record.TotalBytes, expected.written);
+    ASSERT_EQ(static_cast<unsigned>(record.NextLineTag), expected.nextLineTag);
+    if (pending != 0) {
+        const Bits bits = expected.bits.substr(expected.bits.size() - pending);
+        ASSERT_EQ(record.BitAccumulator >> 16 & ((1u << pending) - 1), std::stoul(bits, nullptr, 2));
+    }
+    ASSERT_EQ(record.ReferenceLine, coding);
+    for (size_t i = 0; i < expected.reference.size() + 3; ++i)
+        ASSERT_EQ(record.ReferenceLine[i],
+                  i < expected.reference.size() ? record.Width - expected.reference[i] : 0u)
+            << i;
+}
+
+Bytes EncoderRun::finish() {
+    const Bytes stream = expected.finish();
+    QuitEncodeG34(&record);
+    EXPECT_EQ(record.ReferenceLine, nullptr);
+    EXPECT_EQ(record.CodingLine, nullptr);
+    EXPECT_EQ(record.Buffer, nullptr);
+    EXPECT_EQ(record.Format, expected.format);
+    EXPECT_EQ(record.TotalBytes, stream.size());
+    EXPECT_EQ(record.WriteStatus, 0u);
+    EXPECT_TRUE(file.bytes == stream) << file.bytes.size() << " bytes for " << stream.size();
+    std::vector<std::string> writes;
+    std::copy_if(testKernel().trace.begin(), testKernel().trace.end(), std::back_inserter(writes),
+                 [](const std::string& entry) { return entry.rfind("Write", 0) == 0; });
+    std::vector<std::string> wanted;
+    for (const size_t count : expected.writes)
+        wanted.push_back("Write " + std::to_string(count));
+    EXPECT_EQ(writes, wanted);
+    return file.bytes;
+}

@@ -1,0 +1,270 @@
+// The encoders: the bytes they write, the record after every call, and the calls they make.
+#include <gtest/gtest.h>
+
+#include "tests/encode_run.h"
+
+namespace {
+
+constexpr unsigned FORMATS[] = {66, 67, 68, 117, 162};
+
+class Encoder : public testing::Test {
+protected:
+    void SetUp() override { resetTestKernel(); }
+    void TearDown() override { EXPECT_TRUE(nothingHeld()); }
+};
+
+struct Described {
+    const char* name;
+    unsigned format;
+    unsigned width;
+    unsigned flags;
+    const char* rows; // as run lengths
+    Bits stream;
+    int resolution = 0;
+};
+
+const Bits START = "0000 000000000001";
+const Bits LONE_EOL = "0000 000000000001"; // behind whole bytes
+
+const Described described[] = {
+    {"G4 without rows", 68, 8, 0, "", EOFB + "00000000"},
+    {"G4 without rows, odd", 68, 8, FAX_BYTE_TRAILER, "", EOFB},
+    {"G4 reversed", 68, 8, FAX_REVERSE_BITS, "", "00000000 00001000 10000000 00000000"},
+    {"G3 without rows", 66, 8, 0, "", START + "00000000" + EOFB},
+    {"G3 without rows, aligned", 66, 8, FAX_ALIGN_EOL, "", START + LONE_EOL + LONE_EOL},
+    {"G3 reversed", 66, 8, FAX_REVERSE_BITS, "", "00000000 10000000 00000000 00000000 00001000 10000000"},
+    {"G3 2D without rows", 67, 8, FAX_BYTE_TRAILER, "", START + "00000000" + EOFB},
+    {"all 2D without rows", 117, 8, FAX_BYTE_TRAILER, "", START + EOFB},
+    {"no EOL without rows", 162, 8, 0, "", ""},
+    {"another number is G4", 4711, 8, 0, "8", "1" + EOFB + "0000000"},
+    {"a white page line", 66, 1728, 0, "1728",
+     "00000000 00000001 01001101 10011010 10000000 00000001" + Bits("00000000") + EOFB},
+    {"G3 from black", 66, 12, FAX_BYTE_TRAILER, "0 5 7",
+     START + "00110101 0011 1111" + LONE_EOL + "00000000" + EOFB},
+    {"no EOL, odd", 162, 12, FAX_BYTE_TRAILER, "0 5 7", "00110101 0011 1111"},
+    {"no EOL, filled", 162, 13, 0, "0 5 8|13", "00110101 0011 1001 10000000 00001100"},
+    {"no EOL, an odd row", 162, 3, 0, "3", "10000000 00000000"},
+    {"G4 white", 68, 100, 0, "100", "1" + EOFB + "0000000"},
+    {"G4 black", 68, 100, FAX_BYTE_TRAILER, "0 100", "001 00110101 0000001111 000011010100" + EOFB},
+    {"G4 the row above", 68, 20, 0, "10 1 9|10 1 9", "001 00111 010 1 111" + EOFB},
+    {"G4 every offset", 68, 140, 0, "20 20 20 20 20 20 20|17 26 15 24 17 22 19|17 26 15 24 17 22 19",
+     repeated("001 0001000 00001101000", 3) + "1 0000010 0000011 000010 000011 010 011 1 1111111" + EOFB},
+    {"G4 vertical before pass", 68, 20, 0, "10 1 9|12 1 7", "001 00111 010 1 000011 001 010 1111" + EOFB},
+    {"G4 pass", 68, 40, 0, "10 1 29|20 5 15", "001 00111 010 1 0001 001 10100 0011 1" + EOFB},
+    {"K of 2", 67, 8, 0, "8|8|8",
+     START + "1 10011 000000 000000000001 0 1 00 000000000001 1 10011 000000 000000000001" + "00000000" +
+         EOFB},
+    {"K of 4", 67, 8, 0, "8|8|8|8|8",
+     START + "1 10011 000000 000000000001" + repeated("0 1 00 000000000001", 3) +
+         "1 10011 000000 000000000001" + "00000000" + EOFB,
+     200},
+    {"all 2D", 117, 8, 0, "8|8|8|8", START + "1 10011 000000 000000000001 0 1 1 1" + EOFB},
+};
+
+TEST_F(Encoder, WritesTheDescribedStreams) {
+    for (const Described& d : described) {
+        SCOPED_TRACE(d.name);
+        resetTestKernel();
+        EncoderRun run(d.format, d.width, d.flags, d.resolution);
+        for (const Row& row : rowsFromText(d.rows))
+            run.encode(packedRow(row));
+        Bytes stream = packed(d.stream);
+        if ((d.flags & FAX_BYTE_TRAILER) == 0 && stream.size() % 2 != 0)
+            stream.push_back(0);
+        EXPECT_EQ(run.finish(), stream);
+    }
+}
+
+// Every width up to 70 leaves another number of bits for the trailer.
+TEST_F(Encoder, ClosesTheStreamUnderEveryFlag) {
+    std::mt19937 random(3);
+    for (const unsigned format : FORMATS)
+        for (unsigned flags = 0; flags < 16; ++flags)
+            for (unsigned width = 1; width <= 70; ++width) {
+                SCOPED_TRACE(testing::Message() << format << " flags " << flags << " width " << width);
+                resetTestKernel();
+                EncoderRun run(format, width, flags, 300);
+                for (const Bytes& row : makePicture(random, NOISE, width, width % 9))
+                    run.encode(row);
+                run.finish();
+            }
+}
+
+TEST_F(Encoder, WritesEveryRunOfBothColours) {
+    constexpr unsigned WIDTH = 5300;
+    EncoderRun mixed(162, WIDTH);
+    Bits wanted;
+    for (unsigned run = 0; run <= WIDTH; ++run) {
+        const Row row = run == WIDTH ? Row{WIDTH} : Row{run, WIDTH - run};
+        mixed.encode(packedRow(row));
+        wanted += alignedToByte(line1D(row));
+    }
+    EXPECT_EQ(mixed.finish(), packed(wanted));
+    for (const bool black : {false, true})
+        for (const RunCode& code : runCodes(black)) {
+            if (black && code.run == 0)
+                continue; // no line has it but behind a make-up code
+            resetTestKernel();
+            EncoderRun run(162, std::max(1u, code.run) + (code.run == 0), FAX_BYTE_TRAILER);
+            run.encode(packedRow(black ? Row{0, code.run} : code.run == 0 ? Row{0, 2} : Row{code.run}));
+            const Bits tail = code.run < 64 ? "" : runCodes(black)[0].bits;
+            EXPECT_EQ(run.finish(), packed(black           ? "00110101" + code.bits + tail
+                                           : code.run == 0 ? code.bits + "11"
+                                                           : code.bits + tail));
+        }
+}
+
+TEST_F(Encoder, SetsTheRecordUp) {
+    struct {
+        unsigned format, width;
+        size_t listEntries, bufferSize, lineEstimate;
+    } const setups[] = {{66, 1, 250000, 200000, 8},
+                        {162, 1728, 250000, 200000, 1410},
+                        {67, 82039, 250000, 200000, 66663},
+                        {117, 82045, 250000, 200004, 66668},
+                        {68, 249997, 250000, 609387, 203129},
+                        {68, 249998, 250001, 609387, 203129},
+                        {4711, 249999, 250002, 609393, 203131}};
+    for (const auto& s : setups) {
+        SCOPED_TRACE(s.width);
+        resetTestKernel();
+        EncoderRun run(s.format, s.width, 5, 1199);
+        const CCITTG34& r = run.record;
+        const Bits list = "Alloc " + std::to_string(s.listEntries) + " 4";
+        EXPECT_EQ(testKernel().trace,
+                  (std::vector<Bits>{list, list, "Alloc " + std::to_string(s.bufferSize) + " 1"}));
+        EXPECT_EQ(run.setupStatus, 0);
+        EXPECT_EQ(r.FlushThreshold, s.bufferSize - s.lineEstimate);
+        EXPECT_EQ(r.Format, s.format);
+        EXPECT_EQ(r.Width, s.width);
+        EXPECT_EQ(r.Flags, 5u);
+        EXPECT_EQ(r.Handle, run.file.handle());
+        EXPECT_EQ(r.SaveDispatch, run.dispatch.get());
+        const bool eol = s.format == 66 || s.format == 67 || s.format == 117;
+        EXPECT_EQ(r.BufferCount, eol ? 2u : 0u);
+        EXPECT_EQ(r.BitCount, 16);
+        EXPECT_EQ(r.NextLineTag, 0);
+        EXPECT_EQ(r.TotalBytes + r.WriteStatus + r.BitAccumulator, 0u);
+        EXPECT_EQ(r.KFactor, s.format == 67 ? 16u : 0u);
+        EXPECT_EQ(r.ReferenceLine[0] + r.ReferenceLine[1] + r.ReferenceLine[2], 0u);
+        if (eol) {
+            EXPECT_EQ(r.Buffer[0] * 256 + r.Buffer[1], 1);
+        }
+    }
+}
+
+TEST_F(Encoder, ChoosesKByTheResolution) {
+    const std::pair<int, unsigned> table[] = {{0, 2},    {196, 2},  {199, 2},   {200, 4},   {299, 4},
+                                              {300, 6},  {399, 6},  {400, 8},   {599, 8},   {600, 12},
+                                              {799, 12}, {800, 16}, {1199, 16}, {1200, 24}, {9600, 24}};
+    for (const auto& [resolution, k] : table) {
+        EncoderRun run(67, 8, 0, resolution);
+        EXPECT_EQ(run.record.KFactor, k) << resolution;
+        for (unsigned row = 0; row < 2 * k + 1; ++row)
+            run.encode({0x18});
+    }
+    _SAVEDISPATCH noBitmap = {};
+    for (_SAVEDISPATCH* dispatch : {static_cast<_SAVEDISPATCH*>(nullptr), &noBitmap}) {
+        CCITTG34 record = {};
+        MemoryFile file({});
+        EXPECT_EQ(InitEncodeG34(dispatch, &record, 67, 8, 0, file.handle()), 0);
+        EXPECT_EQ(record.KFactor, 2u);
+        QuitEncodeG34(&record);
+    }
+}
+
+TEST_F(Encoder, GivesBackWhatAFailedSetupTook) {
+    for (unsigned n = 1; n <= 3; ++n) {
+        resetTestKernel();
+        testKernel().faultAt = n;
+        EncoderRun run(66, 100);
+        EXPECT_EQ(run.setupStatus, 1);
+        EXPECT_EQ(testKernel().trace.size(), n);
+        EXPECT_EQ(testKernel().blocks.size(), n - 1);
+        QuitEncodeG34(&run.record);
+        EXPECT_TRUE(nothingHeld());
+        QuitEncodeG34(&run.record); // harmless
+        EXPECT_EQ(testKernel().trace.size(), n + n - 1);
+        EXPECT_TRUE(run.file.bytes.empty());
+    }
+}
+
+// Further lines of format 117 by EncodeG3 keep their tags and have no EOL.
+TEST_F(Encoder, TagsEveryLineOfFormat117) {
+    EncoderRun run(117, 8);
+    Bytes row = {0};
+    for (int i = 0; i < 4; ++i)
+        EncodeG3(&run.record, row.data());
+    EXPECT_EQ(run.record.NextLineTag, 4);
+    QuitEncodeG34(&run.record);
+    EXPECT_EQ(run.file.bytes, packed(START + "1 10011 000000" + EOL + "01 01 01" + EOFB + "0000000000"));
+}
+
+// The buffer leaves before a line that finds it above the threshold, never in one.
+TEST_F(Encoder, FlushesAtTheThreshold) {
+    std::mt19937 random(5);
+    for (const unsigned format : FORMATS)
+        for (const unsigned threshold : {0u, 2u, 14u, 150u}) {
+            SCOPED_TRACE(testing::Message() << format << " threshold " << threshold);
+            resetTestKernel();
+            EncoderRun run(format, 37, FAX_REVERSE_BITS, 200);
+            run.record.FlushThreshold = threshold;
+            run.expected.flushThreshold = threshold;
+            for (const Bytes& row : makePicture(random, NOISE, 37, 400))
+                run.encode(row);
+            EXPECT_GT(run.expected.writes.size(), 5u);
+            const Bytes stream = run.expected.finish();
+            QuitEncodeG34(&run.record);
+            EXPECT_EQ(run.file.bytes, stream);
+        }
+}
+
+TEST_F(Encoder, FillsTheWholeBuffer) {
+    // One bit a row: from 199992 bytes on the trailer needs room made for it.
+    for (const unsigned bytes : {199990u, 199992u, 199994u}) {
+        resetTestKernel();
+        EncoderRun run(68, 1);
+        uint8_t row = 0;
+        for (unsigned i = 0; i < bytes * 8; ++i)
+            EncodeG4(&run.record, &row);
+        EXPECT_EQ(run.record.BufferCount, bytes);
+        run.expected.bits.assign(size_t{bytes} * 8, '1');
+        run.finish();
+    }
+    // Pages of the densest lines: more than one buffer.
+    std::mt19937 random(6);
+    for (const unsigned format : FORMATS)
+        for (const unsigned width : {1728u, 40000u, 249999u}) {
+            SCOPED_TRACE(testing::Message() << format << " width " << width);
+            resetTestKernel();
+            EncoderRun run(format, width);
+            const Picture picture = makePicture(random, ALTERNATING, width, 8);
+            const size_t rows = 3000000 / width;
+            for (size_t y = 0; y < rows; ++y)
+                run.encode(picture[y % 4 == 3 ? 0 : y % 8]);
+            EXPECT_GE(run.expected.writes.size(), 1u);
+            run.finish();
+        }
+}
+
+TEST_F(Encoder, GoesOnBehindAShortWrite) {
+    for (const Fault fault : {Fault::Fail, Fault::Short}) {
+        resetTestKernel();
+        EncoderRun run(66, 37);
+        run.record.FlushThreshold = 6;
+        run.expected.flushThreshold = 6;
+        testKernel().fault = fault;
+        testKernel().faultAt = testKernel().calls + 1;
+        for (int i = 0; i < 20; ++i)
+            run.encode(packedRow({1, 36}));
+        EXPECT_EQ(testKernel().faulted.rfind("Write", 0), 0u);
+        EXPECT_EQ(run.record.WriteStatus, 3u);
+        const size_t whole = run.expected.finish().size();
+        QuitEncodeG34(&run.record);
+        EXPECT_EQ(run.record.TotalBytes, whole);
+        EXPECT_EQ(run.record.WriteStatus, 3u);
+        EXPECT_EQ(run.file.bytes.size(), whole - run.expected.writes.front());
+    }
+}
+
+} // namespace

@@ -1,0 +1,230 @@
+// The file entry points: what they recognise, what they fill in and what they refuse.
+#include <filesystem>
+#include <fstream>
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include "API/Filters/Fax/Fax.h"
+#include "tests/load_run.h"
+
+namespace {
+
+using Trace = std::vector<std::string>;
+
+// A description in a record larger than declared, so that stray writes show.
+struct InfoRun {
+    InfoRun() {
+        std::memset(record, 0xEE, sizeof record);
+        fileInfo().Flags = 0xEE;
+        dispatch->FileInfo = &fileInfo();
+    }
+    int run(const char* name) {
+        dispatch->FileName = name;
+        return fltInfo(dispatch.get());
+    }
+    _FILEINFOA& fileInfo() { return *reinterpret_cast<_FILEINFOA*>(record); }
+    bool untouched() const {
+        return std::all_of(std::begin(record), std::end(record),
+                           [](uint8_t byte) { return byte == 0xEE || byte == 0; });
+    }
+
+    alignas(8) uint8_t record[1024];
+    std::unique_ptr<_INFODISPATCH> dispatch = std::make_unique<_INFODISPATCH>();
+};
+
+// A header, then the stream at byte 512.
+Bytes headerFile(int width, int height, uint8_t coding, uint8_t bitOrder, const Bytes& stream) {
+    Bytes bytes(512 + stream.size(), 0x77);
+    const uint8_t header[20] = {0xDC,
+                                0xDC,
+                                0,
+                                0,
+                                1,
+                                2,
+                                static_cast<uint8_t>(height),
+                                static_cast<uint8_t>(height >> 8),
+                                static_cast<uint8_t>(width),
+                                static_cast<uint8_t>(width >> 8),
+                                3,
+                                4,
+                                coding,
+                                bitOrder,
+                                5,
+                                6,
+                                98,
+                                0,
+                                204,
+                                0};
+    std::copy(std::begin(header), std::end(header), bytes.begin());
+    std::copy(stream.begin(), stream.end(), bytes.begin() + 512);
+    return bytes;
+}
+
+const Bits PAGE = repeated(EOL + line1D({100, 100, 1528}), 120);
+
+class Files : public testing::Test {
+protected:
+    void SetUp() override { resetTestKernel(); }
+    void TearDown() override { EXPECT_TRUE(nothingHeld()); }
+    std::map<std::string, Bytes>& files = testKernel().files;
+};
+
+TEST_F(Files, NullArguments) {
+    EXPECT_EQ(fltInfo(nullptr), ERROR_NULL_PTR);
+    EXPECT_EQ(fltLoad(nullptr), ERROR_NULL_PTR);
+    InfoRun info;
+    info.dispatch->FileInfo = nullptr;
+    EXPECT_EQ(info.run("page"), ERROR_NULL_PTR);
+    LoadRun noBitmap({}, 68, 10, 1), noFileInfo({}, 68, 10, 1);
+    noBitmap.dispatch->Bitmap = nullptr;
+    noFileInfo.dispatch->FileInfo = nullptr;
+    EXPECT_EQ(fltLoad(noBitmap.dispatch.get()), ERROR_NULL_PTR);
+    EXPECT_EQ(fltLoad(noFileInfo.dispatch.get()), ERROR_NULL_PTR);
+    EXPECT_TRUE(testKernel().trace.empty());
+}
+
+TEST_F(Files, HeaderIsDescribed) {
+    files["page"] = headerFile(1728, 2200, 2, 1, {});
+    files["page"].resize(20);
+    InfoRun info;
+    EXPECT_EQ(info.run("page"), SUCCESS);
+    const _FILEINFOA& f = info.fileInfo();
+    EXPECT_EQ(f.Format, FORMAT_FAX_G4_HEADER);
+    EXPECT_STREQ(f.Name, "CCITT Group 4 Fax");
+    EXPECT_EQ(f.Width, 1728u);
+    EXPECT_EQ(f.Height, 2200);
+    EXPECT_EQ(f.BitsPerPixel, 1);
+    EXPECT_EQ(+f.ImageSize, 475200u);
+    EXPECT_EQ(f.Orientation, 1);
+    EXPECT_EQ(f.Reserved572, 0u);
+    EXPECT_EQ(f.XResolution, 204);
+    EXPECT_EQ(f.YResolution, 98);
+    EXPECT_EQ(f.Flags, 0xEEu | FILEINFO_DESCRIBED);
+    EXPECT_EQ(testKernel().trace, (Trace{"Open 0 256", "Read 20", "Close"}));
+    // Only the fields that have names.
+    const std::pair<size_t, size_t> written[] = {{4, 8}, {520, 532}, {540, 566}, {568, 576}, {584, 596}};
+    for (const auto& [begin, end] : written)
+        std::fill(info.record + begin, info.record + end, uint8_t{0xEE});
+    EXPECT_TRUE(
+        std::all_of(std::begin(info.record), std::end(info.record), [](uint8_t b) { return b == 0xEE; }));
+}
+
+TEST_F(Files, HeaderIsLoaded) {
+    const Bits g4 = repeated(horizontal(2, 3) + V0, 30), g3 = repeated(line1D({2, 3, 5}), 30);
+    for (const uint8_t coding : {uint8_t{0}, uint8_t{2}})
+        for (const uint8_t order : {uint8_t{0}, uint8_t{1}}) {
+            files["page"] = headerFile(10, 30, coding, order, packed(coding == 2 ? g3 : g4, order == 0));
+            InfoRun info;
+            ASSERT_EQ(info.run("page"), SUCCESS);
+            LoadRun load({}, -5, -5, -5);
+            std::memcpy(load.fileInfo.get(), info.record, sizeof(_FILEINFOA));
+            load.dispatch->FileName = "page";
+            testKernel().trace.clear();
+            EXPECT_EQ(fltLoad(load.dispatch.get()), SUCCESS);
+            EXPECT_EQ(load.rows, Rows(30, Row{2, 3, 5}));
+            EXPECT_EQ(load.info().Format, coding == 2 ? 66 : 68);
+            EXPECT_EQ(+load.info().Offset, 512);
+            EXPECT_EQ(load.info().Flags, order == 0 ? 9u : 1u);
+            EXPECT_EQ(load.bitmap.XResolution, 204);
+            EXPECT_EQ(Trace(testKernel().trace.begin(), testKernel().trace.begin() + 4),
+                      (Trace{"Open 0 256", "Seek 12 0", "Read 1", "Read 1"}));
+            EXPECT_EQ(testKernel().trace.back(), "Close");
+        }
+    for (const size_t size : {12u, 13u}) {
+        files["page"].resize(size);
+        LoadRun load({}, 0, 0, 0);
+        load.fileInfo->Format = FORMAT_FAX_G4_HEADER;
+        load.dispatch->FileName = "page";
+        EXPECT_EQ(fltLoad(load.dispatch.get()), ERROR_FILE_READ);
+        EXPECT_TRUE(load.rows.empty());
+    }
+}
+
+TEST_F(Files, RawStreamIsFoundAndLoaded) {
+    for (const bool reversed : {false, true}) {
+        files["page"] = packed(PAGE, reversed);
+        LoadRun load({}, -1, -1, -1);
+        load.dispatch->LoadInfoValid = 5;
+        load.dispatch->FileName = "page";
+        InfoRun info;
+        info.dispatch->LoadDispatch = load.dispatch.get();
+        ASSERT_EQ(info.run("page"), SUCCESS);
+        EXPECT_EQ(load.dispatch->LoadInfoValid, 1);
+        EXPECT_STREQ(info.fileInfo().Name, "CCITT Group 3 Fax");
+        EXPECT_EQ(info.fileInfo().Format, 66);
+        EXPECT_EQ(info.fileInfo().Height, 120);
+        EXPECT_EQ(+info.fileInfo().ImageSize, 120u * 216);
+        EXPECT_EQ(info.fileInfo().Orientation, 1);
+        EXPECT_EQ(info.fileInfo().XResolution, 300);
+        EXPECT_EQ(fltLoad(load.dispatch.get()), SUCCESS);
+        EXPECT_EQ(load.rows, Rows(120, Row{100, 100, 1528}));
+    }
+}
+
+TEST_F(Files, ProbingNeedsPermission) {
+    files["page"] = packed(PAGE);
+    LoadRun load({}, -1, -1, -1);
+    InfoRun info;
+    info.dispatch->LoadDispatch = load.dispatch.get();
+    EXPECT_EQ(info.run("page"), ERROR_FILE_FORMAT);
+    info.dispatch->LoadDispatch = nullptr;
+    EXPECT_EQ(info.run("page"), ERROR_FILE_FORMAT);
+    EXPECT_TRUE(info.untouched());
+    info.fileInfo().Flags |= FILEINFO_PROBE_RAW;
+    info.dispatch->LoadDispatch = load.dispatch.get();
+    testKernel().trace.clear();
+    EXPECT_EQ(info.run("page"), SUCCESS);
+    EXPECT_EQ(load.dispatch->LoadInfoValid, 1);
+    EXPECT_EQ(testKernel().trace[2], "Seek -20 1");
+}
+
+// A description of the caller's own stands when no stream is found; only 66 to 68 are passed on.
+TEST_F(Files, CallersDescriptionStands) {
+    files["page"] = Bytes(2001, 0xFF);
+    for (const int format : {65, 66, 67, 68, 69, 117}) {
+        LoadRun load({}, format, 1000, 77);
+        load.dispatch->LoadInfoValid = 1;
+        load.info().Flags = LOADINFO_ORIENTATION_3;
+        InfoRun info;
+        info.dispatch->LoadDispatch = load.dispatch.get();
+        const bool described = format >= 66 && format <= 68;
+        EXPECT_EQ(info.run("page"), described ? SUCCESS : FAILURE);
+        EXPECT_EQ(+load.info().Offset, 2000);
+        if (!described) {
+            EXPECT_TRUE(info.untouched());
+            continue;
+        }
+        EXPECT_STREQ(info.fileInfo().Name, format == 68 ? "CCITT Group 4 Fax" : "CCITT Group 3 Fax");
+        EXPECT_EQ(+info.fileInfo().ImageSize, 77u * 125);
+        EXPECT_EQ(info.fileInfo().Orientation, 3);
+    }
+}
+
+TEST_F(Files, NotFaxFiles) {
+    const auto status = [](const char* name) {
+        InfoRun info;
+        info.fileInfo().Flags |= FILEINFO_PROBE_RAW;
+        const int result = info.run(name);
+        EXPECT_EQ(info.fileInfo().Flags, 0xEE | FILEINFO_PROBE_RAW);
+        return result;
+    };
+    const std::string directory =
+        std::filesystem::temp_directory_path() / ("kffax-" + std::to_string(getpid()));
+    const std::string file = directory + "/text";
+    std::filesystem::create_directory(directory);
+    std::ofstream(file) << std::string(4000, 'x');
+    EXPECT_EQ(status((directory + "/missing").c_str()), ERROR_FILE_OPEN);
+    const int ofDirectory = status(directory.c_str());
+    EXPECT_TRUE(ofDirectory == ERROR_FILE_OPEN || ofDirectory == ERROR_FILE_READ);
+    EXPECT_EQ(status(file.c_str()), FAILURE);
+    std::filesystem::resize_file(file, 19);
+    EXPECT_EQ(status(file.c_str()), ERROR_FILE_READ);
+    std::filesystem::resize_file(file, 0);
+    EXPECT_EQ(status(file.c_str()), ERROR_FILE_READ);
+    LoadRun load({}, 68, 10, 10);
+    load.dispatch->FileName = "/nowhere";
+    EXPECT_EQ(fltLoad(load.dispatch.get()), ERROR_FILE_OPEN);
+    std::filesystem::remove_all(directory);
+}
+
+} // namespace

@@ -1,0 +1,149 @@
+// Set-up, tear-down and refill of the decoder's input, and the code tables through one-run lines.
+#include <gtest/gtest.h>
+
+#include "tests/codec_run.h"
+
+namespace {
+
+class DecoderInput : public testing::Test {
+protected:
+    void SetUp() override { resetTestKernel(); }
+    using Trace = std::vector<std::string>;
+};
+
+TEST_F(DecoderInput, SetUpTakesAndReturnsThreeBuffers) {
+    CCITTG34 record = {};
+    MemoryFile file({0xAB, 0xCD, 0xEF});
+    EXPECT_EQ(InitDecodeG34(nullptr, &record, 68, 250001, 0, file.handle(), 0, 0), ERROR_WIDTH_LIMIT);
+    EXPECT_TRUE(testKernel().trace.empty());
+    EXPECT_EQ(InitDecodeG34(nullptr, &record, 68, 250000, 4, file.handle(), 0, 0), SUCCESS);
+    EXPECT_EQ(testKernel().trace,
+              (Trace{"Alloc 250000 4", "Alloc 250000 4", "Alloc 200000 1", "Read 200000"}));
+    EXPECT_EQ(record.BitAccumulator, 0xABCDEF00u);
+    EXPECT_EQ(record.Flags, 4u);
+    QuitDecodeG34(&record, 1);
+    QuitDecodeG34(&record, 1);
+    EXPECT_EQ(testKernel().trace.size(), 7u);
+    EXPECT_TRUE(nothingHeld());
+}
+
+TEST_F(DecoderInput, FieldsAfterSetUp) {
+    CodecRun run({0xAB, 0xCD, 0xEF}, {});
+    EXPECT_EQ(run.record.BitAccumulator, 0xABCDEF00u);
+    EXPECT_EQ(run.record.BitCount, 16);
+    EXPECT_EQ(run.record.ReadPosition, 4u);
+    EXPECT_EQ(run.record.BytesInBuffer, 3u);
+    EXPECT_EQ(run.record.RefillThreshold, 5u);
+    EXPECT_EQ(run.record.BufferCapacity, 200000u);
+    EXPECT_EQ(run.record.NextLineTag, INT32_MIN);
+    run.restart({0x01, 0xC8}, {.flags = FAX_REVERSE_BITS, .smallBuffer = 7});
+    EXPECT_EQ(run.record.BitAccumulator, 0x80130000u);
+    EXPECT_EQ(run.record.BufferCapacity, 2048u);
+    run.restart(Bytes(1536), {.smallBuffer = 1});
+    EXPECT_EQ(run.record.RefillThreshold, 1536u);
+}
+
+TEST_F(DecoderInput, AnotherSetUpKeepsTheBuffers) {
+    CodecRun run(packed(horizontal(2, 3) + V0 + V0), {});
+    EXPECT_EQ(run.decode(1), rowsFromText("2 3 5"));
+    const CCITTG34 before = run.record;
+    run.restart(packed("11"), {});
+    EXPECT_EQ(run.record.ReferenceLine, before.ReferenceLine);
+    EXPECT_EQ(run.record.CodingLine, before.CodingLine);
+    EXPECT_EQ(run.record.Buffer, before.Buffer);
+    EXPECT_EQ(run.decode(1), rowsFromText("10"));
+    EXPECT_EQ(testKernel().blocks.size(), 3u);
+}
+
+TEST_F(DecoderInput, NothingToRead) {
+    for (const int result : {0, -1}) {
+        CodecRun run(packed("1111"), {.readScript = {result}});
+        EXPECT_EQ(run.setupStatus, SUCCESS);
+        EXPECT_EQ(run.record.DecodeStatus, DECODE_STATUS_NO_DATA);
+    }
+}
+
+TEST_F(DecoderInput, FailedAllocationLeavesTheRestToTheCaller) {
+    for (unsigned failing = 1; failing <= 3; ++failing) {
+        resetTestKernel();
+        testKernel().faultAt = failing;
+        CCITTG34 record = {};
+        EXPECT_EQ(InitDecodeG34(nullptr, &record, 68, 10, 0, nullptr, 0, 0), ERROR_NO_MEMORY);
+        EXPECT_EQ(testKernel().blocks.size(), failing - 1);
+        QuitDecodeG34(&record, 1);
+        EXPECT_TRUE(nothingHeld());
+    }
+}
+
+TEST_F(DecoderInput, ReadsAskForTheRoom) {
+    const auto reads = [](const CodecSetup& setup, size_t size) {
+        CodecRun run(Bytes(size, 0xFF), setup);
+        const size_t setUp = testKernel().trace.size();
+        while (run.record.DecodeStatus == 0)
+            run.decode(80000);
+        Trace trace(testKernel().trace.begin() + static_cast<ptrdiff_t>(setUp) - 1, testKernel().trace.end());
+        testKernel().trace.clear();
+        return trace;
+    };
+    EXPECT_EQ(reads({.smallBuffer = 1}, 5000),
+              (Trace{"Read 2048", "Read 1538", "Read 1538", "Read 1662", "Read 2048"}));
+    EXPECT_EQ(reads({}, 100), (Trace{"Read 200000", "Read 200000"}));
+    EXPECT_EQ(reads({}, 200000), (Trace{"Read 200000", "Read 150002", "Read 200000"}));
+    // The limit is met by asking for less; once reached nothing is asked any more.
+    EXPECT_EQ(reads({.byteLimit = 3000}, 5000), (Trace{"Read 3000"}));
+    EXPECT_EQ(reads({.smallBuffer = 1, .byteLimit = 3000}, 5000), (Trace{"Read 2048", "Read 952"}));
+}
+
+// Three or four zero bytes stand behind the data, then the input has ended.
+TEST_F(DecoderInput, ZerosBehindTheData) {
+    for (const size_t size : {9u, 10u, 1500u, 1535u}) {
+        CodecRun run(Bytes(size, 0xFF), {.smallBuffer = 1});
+        // A line a bit, then one for every eight zeros, until 16 bits ahead nothing is left.
+        const size_t zeros = size % 2 == 0 ? 2 : 1;
+        EXPECT_EQ(run.decode(60000).size(), size * 8 + zeros) << size;
+        EXPECT_EQ(run.record.DecodeStatus, DECODE_STATUS_NO_DATA);
+    }
+}
+
+// The bit state tells the place in the stream and nothing else, whichever way the decoder got there.
+TEST_F(DecoderInput, StateIsAFunctionOfThePosition) {
+    std::mt19937 random(4);
+    Bytes stream(600000);
+    for (uint8_t& byte : stream)
+        byte = static_cast<uint8_t>(random() | 0x92); // no eight zeros anywhere
+    for (const unsigned small : {0u, 1u}) {
+        CodecRun run(stream, {.format = 66, .width = 40, .smallBuffer = small});
+        for (int call = 0; call < 4000 && run.record.DecodeStatus == 0; ++call) {
+            run.decode(1 + static_cast<unsigned>(random() % 90));
+            const size_t position = run.bitPosition();
+            uint32_t expected = 0;
+            for (size_t bit = position; bit < position + 32; ++bit)
+                expected = expected << 1 | (uint32_t{stream[bit / 8]} >> (7 - bit % 8) & 1u);
+            const unsigned valid = 32 - static_cast<unsigned>(position % 16);
+            ASSERT_EQ(run.record.BitCount, 16 - static_cast<int>(position % 16));
+            ASSERT_EQ(run.record.BitAccumulator, expected & ~uint32_t{0} << (32 - valid)) << position;
+        }
+        ASSERT_GT(run.record.BytesRead, small != 0 ? 4096u : 150000u);
+    }
+}
+
+TEST(CodeTables, EveryCodeAsALine) {
+    resetTestKernel();
+    CodecRun run(Bytes(), {});
+    for (const bool black : {false, true}) {
+        uint64_t covered = 0;
+        for (const RunCode& code : runCodes(black)) {
+            covered += 8192u >> code.bits.size();
+            const Bits rest = code.run >= 64 ? runBits(black, 0) : "";
+            const Bits bits = (black ? runBits(false, 7) : "") + code.bits + rest;
+            const unsigned lead = black ? 7 : 0;
+            run.restart(packed(bits + EOL + EOL), {.format = 66, .width = lead + code.run + 5});
+            Row expected = black ? Row{7, code.run, 5} : Row{code.run, 5};
+            EXPECT_EQ(run.decode(1), Rows{expected}) << code.run << (black ? " black" : " white");
+        }
+        EXPECT_EQ(covered, 8192u - 32); // all but the indices that begin with eight zeros
+        testKernel().trace.clear();
+    }
+}
+
+} // namespace

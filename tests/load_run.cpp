@@ -1,0 +1,37 @@
+#include "tests/load_run.h"
+
+#include <gtest/gtest.h>
+
+namespace {
+
+extern "C" int keepRows(_FILEINFOA* fileInfo, _BITMAPHANDLE* bitmap, unsigned short* rows, unsigned flags,
+                        int firstLine, int rowCount, void* userData) {
+    LoadRun& load = *static_cast<LoadRun*>(userData);
+    EXPECT_EQ(fileInfo, load.fileInfo.get());
+    EXPECT_EQ(bitmap, &load.bitmap);
+    const Rows batch = rowsFromWords(rows, static_cast<size_t>(rowCount));
+    load.rows.insert(load.rows.end(), batch.begin(), batch.end());
+    if (enterCall("Rows " + std::to_string(firstLine) + ' ' + std::to_string(rowCount) + ' ' +
+                  std::to_string(flags)))
+        return CALLBACK_FAILED;
+    return ++load.deliveries == load.stopAt ? load.stopWith : SUCCESS;
+}
+
+} // namespace
+
+LoadRun::LoadRun(const Bytes& stream, int format, int width, int height) : file(stream), callback(keepRows) {
+    info().Format = format;
+    info().Width = width;
+    info().Height = height;
+    bitmap.BitsPerPixel = 1;
+    bitmap.PaletteParam = 7;
+    dispatch->Bitmap = &bitmap;
+    dispatch->FileInfo = fileInfo.get();
+    dispatch->RowCallback = keepRows;
+    dispatch->UserData = this;
+}
+
+int LoadRun::run() {
+    return K_LoadRawFax(dispatch.get(), file.handle(), &info(), fileInfo.get(), &bitmap, callback,
+                        bitmap.BitsPerPixel, this);
+}

@@ -1,0 +1,236 @@
+// K_LoadRawFax: the calls it makes and the batches it delivers, and the search for a stream.
+#include <gtest/gtest.h>
+
+#include "tests/load_run.h"
+
+namespace {
+
+using Trace = std::vector<std::string>;
+
+class RawLoader : public testing::Test {
+protected:
+    void SetUp() override { resetTestKernel(); }
+    void TearDown() override { EXPECT_TRUE(nothingHeld()); }
+
+    // The calls from the first one named so on.
+    static Trace from(const std::string& entry) {
+        const Trace& all = testKernel().trace;
+        return Trace(std::find(all.begin(), all.end(), entry), all.end());
+    }
+    static Trace deliveries() {
+        Trace rows;
+        std::copy_if(testKernel().trace.begin(), testKernel().trace.end(), std::back_inserter(rows),
+                     [](const std::string& entry) { return entry.rfind("Rows", 0) == 0; });
+        return rows;
+    }
+};
+
+const Bits G4_PAGE = repeated(horizontal(2, 3) + V0, 250);
+
+TEST_F(RawLoader, CallsInTheirOrder) {
+    LoadRun load(packed(G4_PAGE), FORMAT_FAX_G4, 10, 250);
+    load.info().Offset = 3;
+    load.file.bytes.insert(load.file.bytes.begin(), 3, 0xEE);
+    EXPECT_EQ(load.run(), SUCCESS);
+    EXPECT_EQ(testKernel().trace,
+              (Trace{"Palette -256 0 7 -1", "Alloc 251000 2", "Alloc 250000 2", "Seek 3 0", "Alloc 250000 4",
+                     "Alloc 250000 4", "Alloc 200000 1", "Read 200000", "Rows 0 250 31", "Free 502000",
+                     "Free 500000", "Free 1000000", "Free 1000000", "Free 200000"}));
+    EXPECT_EQ(load.rows, Rows(250, Row{2, 3, 5}));
+    EXPECT_EQ(load.dispatch->Status, 0);
+}
+
+TEST_F(RawLoader, BatchesOfAHundred) {
+    LoadRun load(packed(G4_PAGE), FORMAT_FAX_G4, 10, 250);
+    load.dispatch->Flags = LOADDISPATCH_BATCHES;
+    EXPECT_EQ(load.run(), SUCCESS);
+    EXPECT_EQ(deliveries(), (Trace{"Rows 0 100 23", "Rows 100 100 19", "Rows 200 50 27"}));
+    EXPECT_EQ(from("Read 2048").size(), 1 + 3 + 5u);
+    EXPECT_EQ(load.rows.size(), 250u);
+}
+
+TEST_F(RawLoader, NoLinesEndTheLoadAsDamaged) {
+    LoadRun load(packed(repeated(V0, 120) + "0000001000" + repeated(V0, 500)), FORMAT_FAX_G4, 10, 250);
+    load.dispatch->Flags = LOADDISPATCH_BATCHES;
+    EXPECT_EQ(load.run(), SUCCESS);
+    EXPECT_EQ(deliveries(), (Trace{"Rows 0 100 23", "Rows 100 20 19", "Rows 120 0 27"}));
+    EXPECT_EQ(load.dispatch->Status, ERROR_FAX_DATA_CORRUPT);
+
+    LoadRun nothing(packed("0000001000"), FORMAT_FAX_G4, 10, 5);
+    testKernel().trace.clear();
+    EXPECT_EQ(nothing.run(), SUCCESS);
+    EXPECT_EQ(deliveries(), (Trace{"Rows 0 0 31"}));
+}
+
+TEST_F(RawLoader, TruncatedAndEmptyStreamsKeepTheirHeight) {
+    for (const unsigned format : {66u, 67u, 117u, 162u, 68u, 121u, 0u}) {
+        for (const size_t bytes : {size_t{0}, size_t{1}, size_t{100}}) {
+            Bytes stream = packed(isG3(format) ? repeated(EOL + "1" + line1D({2, 3, 5}), 100) : G4_PAGE);
+            stream.resize(bytes);
+            LoadRun load(stream, static_cast<int>(format), 10, 2000);
+            EXPECT_EQ(load.run(), SUCCESS);
+            EXPECT_EQ(load.rows.size(), 2000u) << format;
+            EXPECT_TRUE(load.dispatch->Status == ERROR_FAX_DATA_CORRUPT || !isG3(format));
+        }
+    }
+}
+
+TEST_F(RawLoader, MirroredRowsComeFromTheMirrorBuffer) {
+    LoadRun load(packed(G4_PAGE), FORMAT_FAX_G4, 10, 250);
+    load.info().Flags = LOADINFO_MIRROR | LOADINFO_ORIENTATION_1;
+    EXPECT_EQ(load.run(), SUCCESS);
+    EXPECT_EQ(load.rows, Rows(250, Row{5, 3, 2}));
+    EXPECT_EQ(testKernel().trace[2], "Alloc 334000 2");
+    EXPECT_EQ(deliveries(), (Trace{"Rows 0 250 31"}));
+    EXPECT_EQ(from("Mirror 250")[1], "Rows 0 250 31");
+    // Every row begins with an empty white run once mirrored, one word more than before.
+    LoadRun growing(packed(repeated(horizontal(4, 6), 30000)), FORMAT_FAX_G4, 10, 30000);
+    growing.info().Flags = LOADINFO_MIRROR;
+    EXPECT_EQ(growing.run(), SUCCESS);
+    EXPECT_EQ(growing.rows.size(), 30000u);
+}
+
+TEST_F(RawLoader, GivesTheBitmapItsMarks) {
+    const struct {
+        uint32_t flags;
+        int orientation;
+    } cases[] = {{0, 4},     {0x1, 1},   {0x10, 6},  {0x80, 3},  {0x20, 8},  {0x100, 5},
+                 {0x200, 2}, {0x400, 7}, {0x411, 1}, {0x7b0, 6}, {0x7a0, 3}, {0x720, 8}};
+    for (const auto& c : cases) {
+        LoadRun load(packed(G4_PAGE), FORMAT_FAX_G4, 10, 0);
+        load.info().Flags = c.flags;
+        load.info().XResolution = 204;
+        EXPECT_EQ(load.run(), SUCCESS);
+        EXPECT_EQ(load.bitmap.Orientation, c.orientation) << c.flags;
+        EXPECT_EQ(load.bitmap.XResolution, 0); // one of the two alone is not taken
+        load.info().YResolution = 98;
+        load.info().Flags |= LOADINFO_INVERTED;
+        testKernel().trace.clear();
+        EXPECT_EQ(load.run(), SUCCESS);
+        EXPECT_EQ(testKernel().trace[0], "Palette 0 -256 7 0");
+        EXPECT_EQ(load.bitmap.XResolution * 1000 + load.bitmap.YResolution, 204098);
+        EXPECT_EQ(deliveries(), Trace());
+    }
+}
+
+TEST_F(RawLoader, RefusesBadArguments) {
+    EXPECT_EQ(K_LoadRawFax(nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, 1, nullptr), ERROR_NULL_PTR);
+    LoadRun load(packed(G4_PAGE), FORMAT_FAX_G4, 250000, 1);
+    EXPECT_EQ(load.run(), ERROR_INV_PARAMETER);
+    load.info().Width = 10;
+    load.bitmap.BitsPerPixel = 8;
+    EXPECT_EQ(load.run(), ERROR_NULL_PTR);
+    EXPECT_TRUE(testKernel().trace.empty());
+    load.bitmap.BitsPerPixel = 1;
+    load.callback = nullptr;
+    EXPECT_EQ(load.run(), ERROR_NO_CALLBACK);
+    EXPECT_EQ(from("Alloc 250000 2"), (Trace{"Alloc 250000 2", "Free 502000", "Free 500000"}));
+}
+
+TEST_F(RawLoader, OddSizes) {
+    const struct {
+        int width, height, status;
+        size_t rows;
+    } cases[] = {{0, 3, SUCCESS, 3},   {-1, 3, ERROR_WIDTH_LIMIT, 0}, {10, 0, SUCCESS, 0},
+                 {10, -1, SUCCESS, 0}, {-1, 0, ERROR_WIDTH_LIMIT, 0}, {249999, 3, SUCCESS, 3}};
+    for (const auto& c : cases) {
+        LoadRun load(packed(repeated(V0, 50)), FORMAT_FAX_G4, c.width, c.height);
+        EXPECT_EQ(load.run(), c.status) << c.width;
+        EXPECT_EQ(load.rows.size(), c.rows);
+    }
+}
+
+TEST_F(RawLoader, CallbackEndsTheLoad) {
+    LoadRun load(packed(G4_PAGE), FORMAT_FAX_G4, 10, 250);
+    load.dispatch->Flags = LOADDISPATCH_BATCHES;
+    load.stopAt = 2;
+    load.stopWith = -4242;
+    EXPECT_EQ(load.run(), -4242);
+    EXPECT_EQ(deliveries().size(), 2u);
+}
+
+// Describe mode.
+
+struct Description {
+    int status;
+    _LOADINFO info;
+};
+
+Description describe(const Bytes& bytes, int width = -1) {
+    MemoryFile file(bytes);
+    Description d = {0, {}};
+    d.info.Width = width;
+    d.info.Format = d.info.Height = -1;
+    d.status = K_LoadRawFax(nullptr, file.handle(), &d.info, nullptr, nullptr, nullptr, 1, nullptr);
+    return d;
+}
+
+const Bits G3_PAGE = repeated(EOL + line1D({100, 100, 1528}), 120);
+
+TEST_F(RawLoader, FindsAStreamAtItsEndOfLine) {
+    for (const unsigned leading : {0u, 3u, 700u, 1999u})
+        for (const bool reversed : {false, true})
+            for (const unsigned fill : {0u, 4u}) {
+                Bytes bytes = packed(Bits(fill, '0') + G3_PAGE, reversed);
+                bytes.insert(bytes.begin(), leading, 0xFF);
+                const Description d = describe(bytes);
+                EXPECT_EQ(d.status, SUCCESS);
+                EXPECT_EQ(d.info.Format, 66);
+                EXPECT_EQ(d.info.Width, 1728);
+                EXPECT_EQ(d.info.Height, 120);
+                EXPECT_EQ(+d.info.Offset, leading);
+                EXPECT_EQ(d.info.Flags, reversed ? 9u : 1u);
+                EXPECT_EQ(d.info.BitsPerPixel * 1000000 + d.info.XResolution * 1000 + d.info.YResolution,
+                          1300300);
+            }
+}
+
+TEST_F(RawLoader, TriesTwoDimensionalNext) {
+    // Read without tag bits the first line is 3200 times 64 pixels long; the tag makes it short runs.
+    const Bits rest = EOL + "1" + line1D({100, 100, 20000}) + EOL + "0" + V0;
+    const Description d = describe(packed(EOL + repeated("11011", 3200) + repeated(rest, 60)));
+    EXPECT_EQ(d.status, SUCCESS);
+    EXPECT_EQ(d.info.Format, 67);
+    EXPECT_EQ(d.info.Width, 20200);
+    EXPECT_EQ(d.info.Height, 122); // with the empty line that the end cuts off
+}
+
+TEST_F(RawLoader, FindsNothing) {
+    const struct {
+        Bytes bytes;
+        int width, status;
+        long long offset;
+    } cases[] = {{{}, -1, FAILURE, 0},
+                 {{0}, -1, FAILURE, 0},
+                 {{0}, 5, SUCCESS, 0},
+                 {{1, 2, 3}, -1, FAILURE, 2},
+                 {Bytes(2000, 0xFF), -1, FAILURE, 1999},
+                 {Bytes(2001, 0xFF), -1, FAILURE, 2000},
+                 {Bytes(5000, 0xFF), 1728, SUCCESS, 2000}};
+    for (const auto& c : cases) {
+        const Description d = describe(c.bytes, c.width);
+        EXPECT_EQ(d.status, c.status);
+        EXPECT_EQ(+d.info.Offset, c.offset);
+        EXPECT_EQ(d.info.Width, c.width);
+        EXPECT_EQ(d.info.Format, -1);
+    }
+    const size_t shortPage =
+        packed(G3_PAGE).size() - packed(repeated(EOL + line1D({100, 100, 1528}), 22)).size();
+    Bytes bytes = packed(G3_PAGE);
+    bytes.resize(shortPage);
+    const Description d = describe(bytes);
+    EXPECT_EQ(d.status, FAILURE);
+    EXPECT_EQ(d.info.Width, 0);
+}
+
+TEST_F(RawLoader, SearchesWithOneSetOfBuffers) {
+    describe({0x00, 0x10, 0xFF});
+    EXPECT_EQ(testKernel().trace,
+              (Trace{"Alloc 251000 2", "Alloc 250000 2", "Seek 0 0",       "Read 2",      "Seek 0 0",
+                     "Alloc 250000 4", "Alloc 250000 4", "Alloc 200000 1", "Read 200000", "Read 200000",
+                     "Seek 0 0",       "Read 200000",    "Read 200000",    "Seek 1 0",    "Read 2",
+                     "Seek 2 0",       "Read 2",         "Free 502000",    "Free 500000", "Free 1000000",
+                     "Free 1000000",   "Free 200000"}));
+}
+
+} // namespace

@@ -1,0 +1,99 @@
+#include "tests/pictures.h"
+
+namespace {
+
+bool pixel(const Bytes& row, size_t x) {
+    return (row[x / 8] >> (7 - x % 8) & 1) != 0;
+}
+
+void setPixel(Bytes& row, size_t x) {
+    row[x / 8] |= static_cast<uint8_t>(0x80u >> x % 8);
+}
+
+} // namespace
+
+Picture makePicture(std::mt19937& random, int kind, unsigned width, size_t rows) {
+    Picture picture(rows, Bytes((width + 7) / 8));
+    const size_t grain = 1 + random() % 40;
+    for (size_t y = 0; y < rows; ++y) {
+        bool black = false;
+        for (size_t x = 0; x < width; ++x) {
+            switch (kind) {
+            case ALL_WHITE:
+            case ALL_BLACK:
+                black = kind == ALL_BLACK;
+                break;
+            case ALTERNATING:
+                black = (x + y / 3) % 2 != 0;
+                break;
+            case PAIRS:
+                black = (x + y) / 2 % 2 != 0;
+                break;
+            case NOISE:
+                black = random() % 2 != 0;
+                break;
+            default: // runs that mostly recur a little displaced, some blank rows
+                if (y % 5 == 0)
+                    black = random() % grain == 0 ? !black : black;
+                else
+                    black = y % 5 != 4 && x >= y % 5 && pixel(picture[y - 1], x - y % 5 / 2) &&
+                            random() % 50 != 0;
+            }
+            if (black)
+                setPixel(picture[y], x);
+        }
+        if (width % 8 != 0)
+            picture[y].back() |= static_cast<uint8_t>(random() & (0xFFu >> width % 8));
+    }
+    return picture;
+}
+
+Bytes packedRow(const Row& runs) {
+    size_t width = 0;
+    for (const unsigned run : runs)
+        width += run;
+    Bytes row((width + 7) / 8);
+    size_t x = 0;
+    for (size_t i = 0; i < runs.size(); ++i)
+        for (unsigned n = 0; n < runs[i]; ++n, ++x)
+            if (i % 2 != 0)
+                setPixel(row, x);
+    return row;
+}
+
+Line changesOf(const Bytes& row, unsigned width) {
+    Line changes;
+    for (uint32_t x = 0; x < width; ++x)
+        if (pixel(row, x) != (changes.size() % 2 != 0))
+            changes.push_back(x);
+    return changes;
+}
+
+Line changesOf(const Row& runs) {
+    Line changes;
+    uint32_t x = 0;
+    for (size_t i = 0; i + 1 < runs.size(); ++i) {
+        x += runs[i];
+        if (!changes.empty() && changes.back() == x)
+            changes.pop_back();
+        else
+            changes.push_back(x);
+    }
+    if (!runs.empty() && runs.back() == 0 && !changes.empty())
+        changes.pop_back(); // nothing follows the last change
+    return changes;
+}
+
+std::vector<Line> linesOf(const Picture& picture, unsigned width) {
+    std::vector<Line> lines;
+    for (const Bytes& row : picture)
+        lines.push_back(changesOf(row, width));
+    return lines;
+}
+
+std::vector<Line> linesOf(const Rows& rows) {
+    std::vector<Line> lines;
+    for (const Row& row : rows)
+        lines.push_back(changesOf(row));
+    return lines;
+}

@@ -1,0 +1,91 @@
+#include "tests/tiff_strip.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <tiffio.h>
+
+namespace {
+
+thread_local unsigned complaints = 0;
+
+void countComplaint(const char*, const char*f, va_list a) {
+    ++complaints; vfprintf(stderr,f,a); fprintf(stderr,"\n");
+}
+
+MemoryFile& memory(thandle_t handle) {
+    return *static_cast<MemoryFile*>(handle);
+}
+
+tmsize_t transfer(thandle_t handle, void* data, tmsize_t size, bool write) {
+    MemoryFile& file = memory(handle);
+    auto* const bytes = static_cast<uint8_t*>(data);
+    size_t n = static_cast<size_t>(size);
+    if (write)
+        file.bytes.resize(std::max(file.bytes.size(), file.position + n));
+    n = std::min(n, file.bytes.size() - std::min(file.position, file.bytes.size()));
+    const auto at = file.bytes.begin() + static_cast<ptrdiff_t>(file.position);
+    if (write)
+        std::copy_n(bytes, n, at);
+    else if (n != 0)
+        std::copy_n(at, n, bytes);
+    file.position += n;
+    return static_cast<tmsize_t>(n);
+}
+
+TIFF* openTiff(MemoryFile& file, const char* mode) {
+    file.position = 0;
+    return TIFFClientOpen(
+        "memory", mode, &file,
+        [](thandle_t handle, void* data, tmsize_t size) { return transfer(handle, data, size, false); },
+        [](thandle_t handle, void* data, tmsize_t size) { return transfer(handle, data, size, true); },
+        [](thandle_t handle, toff_t offset, int origin) -> toff_t {
+            MemoryFile& f = memory(handle);
+            const size_t from = origin == SEEK_SET ? 0 : origin == SEEK_CUR ? f.position : f.bytes.size();
+            return f.position = from + offset;
+        },
+        [](thandle_t) { return 0; },
+        [](thandle_t handle) { return static_cast<toff_t>(memory(handle).bytes.size()); },
+        [](thandle_t, void**, toff_t*) { return 0; }, [](thandle_t, void*, toff_t) {});
+}
+
+} // namespace
+
+std::optional<Picture> decodedByLibtiff(const Bytes& stream, unsigned format, unsigned width, size_t rows,
+                                        bool reversed) {
+    TIFFSetErrorHandler(countComplaint);
+    TIFFSetWarningHandler(countComplaint);
+    complaints = 0;
+    MemoryFile file({});
+    TIFF* tiff = openTiff(file, "w");
+    TIFFSetField(tiff, TIFFTAG_IMAGEWIDTH, width);
+    TIFFSetField(tiff, TIFFTAG_IMAGELENGTH, static_cast<uint32_t>(rows));
+    TIFFSetField(tiff, TIFFTAG_ROWSPERSTRIP, static_cast<uint32_t>(rows));
+    TIFFSetField(tiff, TIFFTAG_BITSPERSAMPLE, 1);
+    TIFFSetField(tiff, TIFFTAG_SAMPLESPERPIXEL, 1);
+    TIFFSetField(tiff, TIFFTAG_PHOTOMETRIC, PHOTOMETRIC_MINISWHITE);
+    TIFFSetField(tiff, TIFFTAG_FILLORDER, reversed ? FILLORDER_LSB2MSB : FILLORDER_MSB2LSB);
+    TIFFSetField(tiff, TIFFTAG_COMPRESSION,
+                 format == 68    ? COMPRESSION_CCITTFAX4
+                 : format == 162 ? COMPRESSION_CCITTRLE
+                                 : COMPRESSION_CCITTFAX3);
+    if (format == 66 || format == 67)
+        TIFFSetField(tiff, TIFFTAG_GROUP3OPTIONS,
+                     GROUP3OPT_FILLBITS | (format == 67 ? GROUP3OPT_2DENCODING : 0));
+    Bytes copy = stream;
+    TIFFWriteRawStrip(tiff, 0, copy.data(), static_cast<tmsize_t>(copy.size()));
+    TIFFClose(tiff);
+
+    tiff = openTiff(file, "r");
+    const size_t rowBytes = (width + 7) / 8;
+    Bytes pixels(rowBytes * rows);
+    const tmsize_t size = static_cast<tmsize_t>(pixels.size());
+    const bool whole = TIFFReadEncodedStrip(tiff, 0, pixels.data(), size) == size;
+    TIFFClose(tiff);
+    if (!whole || complaints != 0)
+        return std::nullopt;
+    Picture picture;
+    for (size_t y = 0; y < rows; ++y)
+        picture.emplace_back(pixels.begin() + static_cast<ptrdiff_t>(y * rowBytes),
+                             pixels.begin() + static_cast<ptrdiff_t>((y + 1) * rowBytes));
+    return picture;
+}

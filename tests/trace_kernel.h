@@ -1,0 +1,55 @@
+// The kernel as the tests see it.
+//
+// The test program defines every kernel function itself, so the filter's calls come here first. Each
+// call is traced and may be made to fail, to come back short or to throw; memory and in-memory files
+// are this module's own, everything else is forwarded to the kernel library. All state belongs to the
+// calling thread.
+#pragma once
+
+#include <map>
+#include <memory>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "host/kernel.h"
+
+using Bytes = std::vector<uint8_t>;
+
+// A file in memory, read and written through its handle.
+struct MemoryFile {
+    explicit MemoryFile(Bytes contents);
+    ~MemoryFile();
+    MemoryFile(const MemoryFile&) = delete;
+    MemoryFile& operator=(const MemoryFile&) = delete;
+    tagHANDLE* handle() { return reinterpret_cast<tagHANDLE*>(this); }
+
+    Bytes bytes;
+    size_t position = 0;
+    std::vector<int> script; // what the first reads return at most; below 0: that read fails with it
+    size_t reads = 0;
+};
+
+enum class Fault { Fail, Short, Throw };
+struct KernelFault {}; // what a faulty call throws
+
+struct TestKernel {
+    std::vector<std::string> trace; // one entry per call, "Seek 512 0"; without the memory helpers
+    unsigned calls = 0;             // of any kernel function or callback
+    unsigned faultAt = 0;           // the call that goes wrong, counted from 1
+    Fault fault = Fault::Fail;
+    std::string faulted; // its trace entry
+
+    std::map<void*, size_t> blocks; // allocated and not yet freed
+    unsigned badFrees = 0;
+    std::map<std::string, Bytes> files; // what K_RedirectedOpen finds before it looks on the disk
+    std::map<tagHANDLE*, std::unique_ptr<MemoryFile>> open; // opened and not yet closed
+    unsigned badCloses = 0;
+};
+
+TestKernel& testKernel();
+void resetTestKernel();
+// True when everything taken from the kernel went back exactly once.
+bool nothingHeld();
+// Counts and traces a call. True when it is to fail or come back short; throws when it is to throw.
+bool enterCall(const std::string& entry);
