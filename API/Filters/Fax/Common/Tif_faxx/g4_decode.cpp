@@ -195,7 +195,7 @@ After DecodeModeCode(Line& line) {
 unsigned DecodeG4Lines(CCITTG34* record, RowOutput& output) {
     const unsigned lines = output.linesLeft;
     Line line(record);
-    line.Begin(output);
+    line.Begin(output, ListLength(record->ReferenceLine));
     for (;;) {
         After after = DecodeFast(line);
         if (after == After::NextCode)
@@ -223,7 +223,7 @@ unsigned DecodeG4Lines(CCITTG34* record, RowOutput& output) {
             return lines - output.linesLeft;
         }
         output.lineWords = static_cast<uint32_t>(output.budget);
-        line.Begin(output);
+        line.Begin(output, std::max(line.written, line.referenceEntries));
     }
 }
 

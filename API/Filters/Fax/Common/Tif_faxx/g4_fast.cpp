@@ -6,8 +6,11 @@
 //   most that one step consumes (kStepBits).
 // - One table look-up recognises up to four vertical mode codes in a row. They are carried out at once: with
 //   the changing elements of the reference line in the lanes of a vector, a1 is b1 plus an offset, and b1
-//   moves on by one entry a code. The lanes also show where that is not so (the edge is reached, b1 must be
-//   sought further or before): the codes up to there count, the one there is done singly.
+//   moves on by one entry a code. The lanes also show where that is not so: the edge is reached, or b1 must
+//   be sought.
+// - Such a code is done singly, and so are the next few, since they tend to come together (dithered
+// pictures).
+//   A single step has no branch that depends on the kind of vertical code, or on whether it is a pass.
 // - Two short runs of a horizontal mode come from one look-up.
 #include "API/Filters/Fax/Common/Tif_faxx/g4_fast.h"
 
@@ -15,56 +18,67 @@
 
 #include <emmintrin.h>
 
-#include <bit>
+#include <algorithm>
 
 namespace faxx::g4 {
 namespace {
 
 constexpr unsigned kLanes = 4;
 constexpr unsigned kGroupIndexBits = 10;
+constexpr unsigned kHorizontalBits = 3;
 
-// The vertical mode codes that begin an index, up to four, or the mode of another code.
-struct alignas(16) CodeGroup {
-    int16_t offset[kLanes];      // of a1 from b1
-    uint8_t bitsThrough[kLanes]; // of the first 1, 2, 3, 4 codes
+// The vertical mode codes that begin an index, up to four; or none, and the mode of another code. What a
+// single step does with the first code, vertical or pass, stands in words of its own.
+struct alignas(32) CodeGroup {
+    int16_t offset[kLanes]; // of a1 from b1
     uint8_t count;
-    uint8_t bits;  // of all of them, or of the other code
-    uint8_t lanes; // a bit for each code
+    uint8_t bits;  // of all of them
+    uint8_t lanes; // a bit for each
     Mode mode;     // of the first code
+    uint8_t firstBits;
+    int8_t firstOffset; // of the change from b1, or from b2
+    uint8_t isPass;
+    int8_t step;       // of b1, to where it is sought from
+    uint32_t leftover; // added to the change: entries at or above the sum are not right of it
 };
+
+constexpr uint32_t kNothingLeft = 1u << 31; // more than any distance: b1 is not sought
 
 constexpr auto kCodeGroups = [] {
     std::array<CodeGroup, 1 << kGroupIndexBits> table{};
     for (unsigned index = 0; index < table.size(); ++index) {
         CodeGroup& group = table[index];
-        const auto codeAt = [&](unsigned position) {
-            const unsigned window = index << position & ((1u << kGroupIndexBits) - 1);
-            return kModeCodes[window >> (kGroupIndexBits - kModeIndexBits)];
-        };
-        group.mode = codeAt(0).mode;
-        if (group.mode != Mode::Vertical) {
-            group.bits = codeAt(0).length;
-            continue;
-        }
+        const ModeCode first = kModeCodes[index >> (kGroupIndexBits - kModeIndexBits)];
+        group.mode = first.mode;
+        group.firstBits = first.length;
+        group.firstOffset = first.offset;
+        group.isPass = first.mode == Mode::Pass;
+        group.step = group.isPass ? 2 : first.offset > 0 ? -1 : 1;
+        group.leftover = group.isPass ? kNothingLeft : first.offset == 0 ? 1 : 0;
         while (group.count < kLanes) {
-            const ModeCode code = codeAt(group.bits);
+            const unsigned rest = index << group.bits & ((1u << kGroupIndexBits) - 1);
+            const ModeCode code = kModeCodes[rest >> (kGroupIndexBits - kModeIndexBits)];
             if (code.mode != Mode::Vertical || group.bits + code.length > kGroupIndexBits)
                 break;
-            group.offset[group.count] = code.offset;
+            group.offset[group.count++] = code.offset;
             group.bits = static_cast<uint8_t>(group.bits + code.length);
-            group.bitsThrough[group.count] = group.bits;
             group.lanes = static_cast<uint8_t>(group.lanes << 1 | 1);
-            ++group.count;
         }
     }
     return table;
 }();
 
-// More than one step consumes: a horizontal mode code and the runs that fit a window.
-constexpr int64_t kStepBits = 64;
+constexpr unsigned kWindowBits = 57;
 
-// Entries of a list that a step may touch beyond its position.
-constexpr uint32_t kStepEntries = 8;
+// How many codes are done singly after one that had to be.
+constexpr unsigned kSingleSteps = 8;
+
+// More than is consumed between two looks at the position: a window, and a horizontal mode code with the runs
+// that fit another. It is also more than the entries that a step may touch beyond the coding line's end.
+constexpr int64_t kStepBits = 128;
+
+// Entries that a step may touch beyond the end of the reference line, and the three that close it.
+constexpr uint32_t kStepEntries = 16;
 
 __m128i LoadEntries(const uint32_t* entries) {
     return _mm_loadu_si128(reinterpret_cast<const __m128i*>(entries));
@@ -81,124 +95,129 @@ uint32_t EntryBefore(const uint32_t* b1, const uint32_t* reference) {
     return *(b1 == reference ? &kNone : b1 - 1);
 }
 
+// Writes the changes of a group's codes at next. False where not all of them take their ordinary course.
+bool DoGroup(const CodeGroup& group, const uint32_t* b1, const uint32_t* reference, uint32_t a0,
+             uint32_t* next) {
+    const __m128i packed = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(group.offset));
+    const __m128i offset = _mm_srai_epi32(_mm_unpacklo_epi16(packed, packed), 16);
+    const __m128i entries = LoadEntries(b1);
+    const __m128i a1 = _mm_add_epi32(entries, offset);
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(next), a1);
+    // The next entry must lie right of a1; after V0 it becomes b1 in any case.
+    const __m128i isV0 = _mm_cmpeq_epi32(offset, _mm_setzero_si128());
+    const __m128i notLeft = _mm_sub_epi32(_mm_add_epi32(a1, _mm_set1_epi32(-1)), isV0);
+    __m128i bad = _mm_cmpgt_epi32(LoadEntries(b1 + 1), notLeft);
+    // a1 must not reach the edge, nor lie left of a0 or of the entry before b1.
+    bad = _mm_or_si128(bad, _mm_cmplt_epi32(a1, _mm_set1_epi32(1)));
+    bad = _mm_or_si128(bad, _mm_cmpgt_epi32(a1, ShiftIn(a0, a1)));
+    bad = _mm_or_si128(bad, _mm_cmpgt_epi32(a1, ShiftIn(EntryBefore(b1, reference), entries)));
+    return (_mm_movemask_ps(_mm_castsi128_ps(bad)) & group.lanes) == 0;
+}
+
 } // namespace
 
 After DecodeFast(Line& line) {
+    // Every entry written has cost a bit: the line cannot reach its limit before this position.
     const int64_t start = line.input.Position();
-    const int64_t end = line.input.PositionLimit() - kStepBits;
-    if (start < 0 || start >= end || line.limit < kStepEntries)
+    const int64_t roomBits = int64_t{line.limit} - line.written;
+    const int64_t end = std::min(line.input.PositionLimit(), start + roomBits) - kStepBits;
+    if (start < 0 || start >= end || line.referenceEntries > kListEntries - kStepEntries)
         return After::NextCode;
 
     const uint8_t* const buffer = line.record->Buffer;
     const uint32_t* const reference = line.reference;
-    const uint32_t* const lastB1 = reference + kListEntries - kStepEntries;
-    uint32_t* const lastEntry = line.coding + line.limit - kStepEntries;
-    uint64_t position = static_cast<uint64_t>(start);
     const uint32_t* b1 = reference + line.b1;
     uint32_t* next = line.coding + line.written;
     uint32_t a0 = line.a0;
+    uint64_t base = static_cast<uint64_t>(start); // position of the window
+    uint64_t window = WindowAt(buffer, base);
+    unsigned used = 0; // bits of the window
+    unsigned singleSteps = 0;
     After after = After::NextCode;
 
-    while (static_cast<int64_t>(position) < end && b1 <= lastB1 && next <= lastEntry) {
-        const uint64_t window = WindowAt(buffer, position);
+    for (;;) {
+        if (used > kWindowBits - kGroupIndexBits) {
+            base += used;
+            if (static_cast<int64_t>(base) >= end) [[unlikely]] {
+                used = 0;
+                break;
+            }
+            window = WindowAt(buffer, base);
+            used = 0;
+        }
         const CodeGroup& group = kCodeGroups[window >> (64 - kGroupIndexBits)];
-        if (group.mode == Mode::Vertical) {
-            const __m128i packed = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(group.offset));
-            const __m128i offset = _mm_srai_epi32(_mm_unpacklo_epi16(packed, packed), 16);
-            const __m128i entries = LoadEntries(b1);
-            const __m128i a1 = _mm_add_epi32(entries, offset);
-            // The next entry must lie right of a1; after V0 it becomes b1 in any case.
-            const __m128i isV0 = _mm_cmpeq_epi32(offset, _mm_setzero_si128());
-            const __m128i notLeft =
-                _mm_add_epi32(_mm_add_epi32(a1, _mm_set1_epi32(-1)), _mm_srli_epi32(isV0, 31));
-            __m128i bad = _mm_cmpgt_epi32(LoadEntries(b1 + 1), notLeft);
-            // a1 must not reach the edge, nor lie left of a0 or of the entry before b1.
-            bad = _mm_or_si128(bad, _mm_cmplt_epi32(a1, _mm_set1_epi32(1)));
-            bad = _mm_or_si128(bad, _mm_cmpgt_epi32(a1, ShiftIn(a0, a1)));
-            bad = _mm_or_si128(bad, _mm_cmpgt_epi32(a1, ShiftIn(EntryBefore(b1, reference), entries)));
-            _mm_storeu_si128(reinterpret_cast<__m128i*>(next), a1);
-            const unsigned badLanes =
-                static_cast<unsigned>(_mm_movemask_ps(_mm_castsi128_ps(bad))) & group.lanes;
-            if (badLanes == 0) [[likely]] {
-                next += group.count;
-                b1 += group.count;
-                position += group.bits;
-                a0 = next[-1];
-                continue;
-            }
-            const unsigned good = static_cast<unsigned>(std::countr_zero(badLanes));
-            unsigned bitsBefore = 0;
-            if (good != 0) {
-                next += good;
-                b1 += good;
-                a0 = next[-1];
-                bitsBefore = group.bitsThrough[good - 1];
-            }
-            const int single = group.offset[good];
-            const uint32_t change = *b1 + static_cast<uint32_t>(single);
-            if (!LeftOfEdge(change)) {
-                position += bitsBefore;
-                if (change == 0) {
-                    position += group.bitsThrough[good] - bitsBefore;
+        if (group.mode == Mode::Horizontal) {
+            const Colour colour = static_cast<Colour>((b1 - reference) & 1);
+            base += used;
+            used = 0;
+            RunPair runs;
+            if (static_cast<int64_t>(base) >= end ||
+                !ReadRunPair(WindowAt(buffer, base) << kHorizontalBits, colour, &runs))
+                break;
+            const uint32_t a1 = a0 - runs.first;
+            const uint32_t a2 = a1 - runs.second;
+            if (!LeftOfEdge(a2)) [[unlikely]] {
+                if (a2 == 0) {
+                    *next++ = a1;
+                    used = kHorizontalBits + runs.bits;
                     after = After::LineEnd;
                 }
                 break;
             }
-            if (change > a0) {
-                position += bitsBefore;
-                break;
-            }
-            *next++ = change;
-            a0 = change;
-            position += group.bitsThrough[good];
-            if (single > 0) {
-                const uint32_t* const tried = b1 == reference ? b1 + 1 : b1 - 1;
-                b1 = *tried < a0 ? tried : tried + 2;
-            } else {
-                ++b1;
-                if (single < 0)
-                    while (*b1 >= a0)
-                        b1 += 2;
-            }
-        } else if (group.mode == Mode::Horizontal) {
-            const Colour colour = static_cast<Colour>((b1 - reference) & 1);
-            RunPair runs;
-            if (!ReadRunPair(window << group.bits, colour, &runs))
-                break;
-            const uint32_t a1 = a0 - runs.first;
-            const uint32_t a2 = a1 - runs.second;
-            if (!LeftOfEdge(a2)) {
-                if (a2 != 0)
-                    break;
-                *next++ = a1;
-                position += group.bits + runs.bits;
-                after = After::LineEnd;
-                break;
-            }
+            base += kHorizontalBits + runs.bits;
+            window = WindowAt(buffer, base);
             next[0] = a1;
             next[1] = a2;
             next += 2;
             a0 = a2;
-            position += group.bits + runs.bits;
             while (*b1 >= a0)
                 b1 += 2;
-        } else if (group.mode == Mode::Pass) {
-            a0 = b1[1];
-            b1 += 2;
-            position += group.bits;
-            if (a0 == 0) {
-                after = After::LineEnd;
-                break;
+            continue;
+        }
+        if (group.mode == Mode::Vertical) {
+            if (singleSteps == 0) {
+                if (DoGroup(group, b1, reference, a0, next)) [[likely]] {
+                    next += group.count;
+                    b1 += group.count;
+                    used += group.bits;
+                    window <<= group.bits;
+                    a0 = next[-1];
+                    continue;
+                }
+                singleSteps = kSingleSteps;
             }
-        } else {
+            --singleSteps;
+        } else if (group.mode != Mode::Pass) {
             break;
         }
+
+        const uint32_t change = b1[group.isPass] + static_cast<uint32_t>(int32_t{group.firstOffset});
+        if (change - 1 >= a0) [[unlikely]] {
+            if (change == 0) {
+                used += group.firstBits;
+                after = After::LineEnd;
+            }
+            break;
+        }
+        used += group.firstBits;
+        window <<= group.firstBits;
+        a0 = change;
+        *next = change;
+        next += 1 - group.isPass;
+        // Before the first entry of the list there is none to try.
+        const ptrdiff_t notBefore = reference - b1;
+        const ptrdiff_t step = group.step;
+        b1 += step < notBefore ? 1 : step;
+        const uint32_t notRight = change + group.leftover;
+        b1 += 2 * ptrdiff_t{*b1 >= notRight};
+        while (*b1 >= notRight)
+            [[unlikely]] b1 += 2;
     }
 
     line.written = static_cast<uint32_t>(next - line.coding);
     line.a0 = a0;
     line.b1 = static_cast<uint32_t>(b1 - reference);
-    line.input.MoveTo(position);
+    line.input.MoveTo(base + used);
     return after;
 }
 

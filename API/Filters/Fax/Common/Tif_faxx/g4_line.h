@@ -59,14 +59,17 @@ struct Line {
     BitInput input;
     const uint32_t* reference;
     uint32_t* coding;
-    uint32_t written; // changing elements on the coding line
-    uint32_t limit;   // of written
+    uint32_t referenceEntries; // changing elements on the reference line
+    uint32_t written;          // changing elements on the coding line
+    uint32_t limit;            // of written
     uint32_t a0;
     uint32_t b1; // index into reference
 
     explicit Line(CCITTG34* r) : record(r), input(r) {}
 
-    void Begin(const RowOutput& output) {
+    // referenceEntryCount: at least as many as the reference line has.
+    void Begin(const RowOutput& output, uint32_t referenceEntryCount) {
+        referenceEntries = referenceEntryCount;
         reference = record->ReferenceLine;
         coding = record->CodingLine;
         limit = EntryLimit(output.lineWords);

@@ -2,6 +2,9 @@
 
 #include "API/Filters/Fax/Common/Tif_faxx/bit_input.h"
 
+#include <emmintrin.h>
+
+#include <bit>
 #include <cstring>
 #include <utility>
 
@@ -21,6 +24,35 @@ uint16_t* PutRun(uint16_t* word, uint32_t run) {
     }
     *word++ = static_cast<uint16_t>(run);
     return word;
+}
+
+// The runs in front of the first entries of a list, eight at a time, as long as the entries decrease or
+// repeat left of the edge. Returns how many were written.
+uint32_t WriteWholeRuns(const uint32_t* list, uint32_t entries, uint32_t width, uint16_t* word) {
+    constexpr uint32_t kGroup = 8;
+    if (entries <= kGroup || list[0] == 0 || list[0] > width)
+        return 0;
+    word[0] = static_cast<uint16_t>(width - list[0]);
+    const __m128i one = _mm_set1_epi32(1);
+    const auto load = [&](uint32_t i) { return _mm_loadu_si128(reinterpret_cast<const __m128i*>(list + i)); };
+    uint32_t done = 1;
+    for (; done + kGroup <= entries; done += kGroup) {
+        const __m128i before0 = load(done - 1);
+        const __m128i before1 = load(done + 3);
+        const __m128i entry0 = load(done);
+        const __m128i entry1 = load(done + 4);
+        const __m128i rises =
+            _mm_or_si128(_mm_cmpgt_epi32(entry0, before0), _mm_cmpgt_epi32(entry1, before1));
+        const __m128i past = _mm_or_si128(_mm_cmplt_epi32(entry0, one), _mm_cmplt_epi32(entry1, one));
+        if (_mm_movemask_epi8(_mm_or_si128(rises, past)) != 0)
+            break;
+        // Packing saturates as signed: sign-extended low halves pass unchanged.
+        const auto low = [](__m128i run) { return _mm_srai_epi32(_mm_slli_epi32(run, 16), 16); };
+        const __m128i runs =
+            _mm_packs_epi32(low(_mm_sub_epi32(before0, entry0)), low(_mm_sub_epi32(before1, entry1)));
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(word + done), runs);
+    }
+    return done;
 }
 
 uint32_t PutRunCount(uint16_t* row, const uint16_t* end) {
@@ -45,10 +77,17 @@ unsigned WriteWhiteRows(uint16_t* rows, uint32_t width, unsigned lines) {
     return lines;
 }
 
-uint32_t WriteRow(uint32_t* list, uint32_t width, uint16_t* row, uint32_t maxWords, bool* cut) {
+uint32_t WriteRow(uint32_t* list, uint32_t entries, uint32_t width, uint16_t* row, uint32_t maxWords,
+                  bool* cut) {
     uint16_t* word = row + kRowHeaderWords;
     uint32_t previous = width;
     if (width <= kRunPiece) {
+        const uint32_t whole = WriteWholeRuns(list, entries, width, word);
+        if (whole != 0) {
+            list += whole;
+            word += whole;
+            previous = list[-1];
+        }
         for (; *list != 0 && *list <= previous; ++list) {
             *word++ = static_cast<uint16_t>(previous - *list);
             previous = *list;
@@ -70,10 +109,21 @@ uint32_t WriteRow(uint32_t* list, uint32_t width, uint16_t* row, uint32_t maxWor
     return PutRunCount(row, PutRun(word, previous));
 }
 
+uint32_t ListLength(const uint32_t* list) {
+    const __m128i zero = _mm_setzero_si128();
+    for (uint32_t i = 0;; i += 4) {
+        const __m128i group = _mm_loadu_si128(reinterpret_cast<const __m128i*>(list + i));
+        const int zeros = _mm_movemask_ps(_mm_castsi128_ps(_mm_cmpeq_epi32(group, zero)));
+        if (zeros != 0)
+            return i + static_cast<uint32_t>(std::countr_zero(static_cast<unsigned>(zeros)));
+    }
+}
+
 void FinishLine(CCITTG34* record, RowOutput& output, uint32_t entries) {
     CloseList(record->CodingLine, entries);
     bool cut = false;
-    const uint32_t words = WriteRow(record->CodingLine, record->Width, output.next, output.lineWords, &cut);
+    const uint32_t words =
+        WriteRow(record->CodingLine, entries, record->Width, output.next, output.lineWords, &cut);
     if (cut)
         ReportDataError(record, ERROR_FAX_DATA_CORRUPT);
     output.next += words;

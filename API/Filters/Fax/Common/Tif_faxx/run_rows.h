@@ -19,10 +19,15 @@ void WriteWhiteRow(uint16_t** rows, uint32_t width);
 // Appends white rows while they fit into the budget of one decoder call. Returns how many were written.
 unsigned WriteWhiteRows(uint16_t* rows, uint32_t width, unsigned lines);
 
-// Turns a closed change list into the row at row, which has room for maxWords words, and returns the words
-// written. A change that lies left of the one before it ends the line there: the last run then reaches the
-// right edge, and the list is closed at that entry. So is, with *cut set, a row that would not fit.
-uint32_t WriteRow(uint32_t* list, uint32_t width, uint16_t* row, uint32_t maxWords, bool* cut);
+// How many changing elements a closed change list has.
+uint32_t ListLength(const uint32_t* list);
+
+// Turns a closed change list of so many entries into the row at row, which has room for maxWords words, and
+// returns the words written. A change that lies left of the one before it ends the line there: the last run
+// then reaches the right edge, and the list is closed at that entry. So is, with *cut set, a row that would
+// not fit.
+uint32_t WriteRow(uint32_t* list, uint32_t entries, uint32_t width, uint16_t* row, uint32_t maxWords,
+                  bool* cut);
 
 // What a decoder call has written, and may still write.
 struct RowOutput {
