@@ -1,5 +1,6 @@
 // Every kernel call and callback of a load gone wrong in turn: the status is the one that belongs to
 // the call, nothing is leaked and nothing is given back twice.
+#include <algorithm>
 #include <gtest/gtest.h>
 
 #include "API/Filters/Fax/Fax.h"
@@ -62,6 +63,13 @@ Outcome play(const Scenario& s, LoadRun& load) {
 
 class Faults : public testing::TestWithParam<std::tuple<size_t, Fault>> {};
 
+std::string caseName(const testing::TestParamInfo<Faults::ParamType>& tested) {
+    const char* const faults[] = {"Fail", "Short", "Throw"};
+    std::string name = scenarios[std::get<0>(tested.param)].name;
+    std::replace(name.begin(), name.end(), ' ', '_');
+    return name + '_' + faults[static_cast<size_t>(std::get<1>(tested.param))];
+}
+
 TEST_P(Faults, AtEveryCall) {
     const Scenario& s = scenarios[std::get<0>(GetParam())];
     const Fault fault = std::get<1>(GetParam());
@@ -119,6 +127,7 @@ TEST_P(Faults, AtEveryCall) {
 
 INSTANTIATE_TEST_SUITE_P(Loads, Faults,
                          testing::Combine(testing::Range(size_t{0}, std::size(scenarios)),
-                                          testing::Values(Fault::Fail, Fault::Short, Fault::Throw)));
+                                          testing::Values(Fault::Fail, Fault::Short, Fault::Throw)),
+                         caseName);
 
 } // namespace

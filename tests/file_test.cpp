@@ -1,4 +1,5 @@
 // The file entry points: what they recognise, what they fill in and what they refuse.
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
 #include <gtest/gtest.h>

@@ -1,4 +1,5 @@
 // K_LoadRawFax: the calls it makes and the batches it delivers, and the search for a stream.
+#include <algorithm>
 #include <gtest/gtest.h>
 
 #include "tests/load_run.h"
@@ -214,13 +215,14 @@ TEST_F(RawLoader, FindsNothing) {
         EXPECT_EQ(d.info.Width, c.width);
         EXPECT_EQ(d.info.Format, -1);
     }
-    const size_t shortPage =
-        packed(G3_PAGE).size() - packed(repeated(EOL + line1D({100, 100, 1528}), 22)).size();
-    Bytes bytes = packed(G3_PAGE);
-    bytes.resize(shortPage);
-    const Description d = describe(bytes);
-    EXPECT_EQ(d.status, FAILURE);
-    EXPECT_EQ(d.info.Width, 0);
+}
+
+TEST_F(RawLoader, AHundredLinesConvince) {
+    for (const unsigned lines : {99u, 100u}) {
+        const Description d = describe(packed(repeated(EOL + line1D({100, 100, 1528}), lines)));
+        EXPECT_EQ(d.status, lines == 100 ? SUCCESS : FAILURE);
+        EXPECT_EQ(d.info.Width, lines == 100 ? 1728 : 0);
+    }
 }
 
 TEST_F(RawLoader, SearchesWithOneSetOfBuffers) {

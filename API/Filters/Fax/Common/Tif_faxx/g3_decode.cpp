@@ -3,47 +3,23 @@
 // One-dimensional lines are white and black runs in turn, decoded here; two-dimensional lines are the G4
 // decoder's, which goes on at the same bit. A line ends when its runs reach the width, or at an EOL, which is
 // recognised wherever a run code is due: no run code begins with eight zero bits.
-#include "API/Filters/Fax/Common/Tif_faxx/bit_input.h"
+#include "API/Filters/Fax/Common/Tif_faxx/g3_line.h"
 #include "API/Filters/Fax/Common/Tif_faxx/g4_decode.h"
 #include "API/Filters/Fax/Common/Tif_faxx/run_rows.h"
 
 namespace faxx {
-namespace {
 
-// A black run of length 0 as encoders put it behind a line whose last run is white.
-constexpr unsigned kEmptyBlackRun = 0b0000110111;
-constexpr unsigned kEmptyBlackRunBits = 10;
+using namespace g3;
+
+namespace {
 
 enum class LineRead : uint8_t { Complete, TwoDimensional, NoData };
 
-// The one-dimensional line in progress. Its changing elements are distances from the right edge.
-struct Line {
-    CCITTG34* record;
-    BitInput input;
-    uint32_t remaining; // distance of the position reached; as a signed number below 0 past the edge
-    uint32_t written;   // changing elements on the coding line
-    uint32_t limit;     // of written
-
-    explicit Line(CCITTG34* r) : record(r), input(r) {}
-
-    void Begin(const RowOutput& output) {
-        remaining = record->Width;
-        written = 0;
-        limit = EntryLimit(output.lineWords);
-    }
-
-    bool ReachedEdge() const { return static_cast<int32_t>(remaining) <= 0; }
-
-    // Writes the end of a run. Where the line has reached its limit it is ended there.
-    void Append() {
-        if (written >= limit) [[unlikely]] {
-            ReportDataError(record, ERROR_FAX_DATA_CORRUPT);
-            remaining = 0;
-            return;
-        }
-        record->CodingLine[written++] = remaining;
-    }
-};
+// Writes the end of a run left of the edge. Where the line has reached its limit it is ended there.
+void AppendInside(Line& line) {
+    if (!line.ReachedEdge() && !line.Append())
+        line.remaining = 0;
+}
 
 // Decodes up to the right edge. What stands at or past the edge is not written: closing the list there
 // makes the last run reach the edge.
@@ -51,6 +27,10 @@ LineRead ReadLine(Line& line) {
     const bool alignedRows = line.record->Format == FORMAT_FAX_G3_1D_NOEOL;
     for (;;) {
         // Tags come with EOLs, and an EOL inside a line ends it: in effect a test at the line's start.
+        if (line.record->NextLineTag >= 0)
+            return LineRead::TwoDimensional;
+        if (ReadFast(line, Edge::EndsLine))
+            return LineRead::Complete;
         if (line.record->NextLineTag >= 0)
             return LineRead::TwoDimensional;
 
@@ -67,8 +47,7 @@ LineRead ReadLine(Line& line) {
         case RunRead::NoData:
             return LineRead::NoData;
         }
-        if (!line.ReachedEdge())
-            line.Append();
+        AppendInside(line);
         if (line.ReachedEdge() && (alignedRows || line.input.Top(kEmptyBlackRunBits) != kEmptyBlackRun))
             return LineRead::Complete;
 
@@ -83,8 +62,7 @@ LineRead ReadLine(Line& line) {
         case RunRead::NoData:
             return LineRead::NoData;
         }
-        if (!line.ReachedEdge())
-            line.Append();
+        AppendInside(line);
         if (line.ReachedEdge())
             return LineRead::Complete;
     }
@@ -129,7 +107,7 @@ unsigned DecodeG3(CCITTG34* record, unsigned short* rows, unsigned lines) {
     SetLineWords(output);
     Line line(record);
     for (;;) {
-        line.Begin(output);
+        line.Begin(record->Width, output.lineWords);
         LineRead read = ReadLine(line);
         if (read == LineRead::TwoDimensional) {
             line.input.Store();

@@ -4,12 +4,14 @@
 // fax codes' natural width, since the right edge is not known yet; so a line becomes all white when it is
 // turned into the reference of the next, and two-dimensional lines are decoded against that. Their count is
 // what matters.
-#include "API/Filters/Fax/Common/Tif_faxx/bit_input.h"
-#include "API/Filters/Fax/Common/Tif_faxx/run_rows.h"
+#include "API/Filters/Fax/Common/Tif_faxx/g3_line.h"
 
 #include <algorithm>
 
 namespace faxx {
+
+using namespace g3;
+
 namespace {
 
 constexpr uint32_t kProbeWidth = 65535;
@@ -17,37 +19,24 @@ constexpr uint32_t kWidestLine = 200000;
 
 enum class LineRead : uint8_t { Complete, TwoDimensional, NoData, TooWide };
 
-struct Line {
-    CCITTG34* record;
-    BitInput input;
-    uint32_t remaining = kProbeWidth;
-    uint32_t written = 0;
-
-    explicit Line(CCITTG34* r) : record(r), input(r) {}
-};
-
-// Writes the end of a run and lets it count for the width.
-LineRead EndRun(Line& line, bool* lineEnds) {
+// Lets the length of the line so far count for the width; false when no page is that wide.
+bool CountWidth(const Line& line) {
     CCITTG34* record = line.record;
-    *lineEnds = true;
-    if (line.remaining == 0)
-        return LineRead::Complete;
-    if (line.written == kListEntries - kClosingZeros) {
-        ReportDataError(record, ERROR_FAX_DATA_CORRUPT);
-        return LineRead::Complete;
-    }
-    *lineEnds = false;
-    record->CodingLine[line.written++] = line.remaining;
     record->Width = std::max(record->Width, kProbeWidth - line.remaining);
-    return record->Width > kWidestLine ? LineRead::TooWide : LineRead::Complete;
+    return record->Width <= kWidestLine;
 }
 
 LineRead ReadLine(Line& line) {
     for (;;) {
         if (line.record->NextLineTag >= 0)
             return LineRead::TwoDimensional;
+        ReadFast(line, Edge::Unknown);
+        if (line.record->NextLineTag >= 0)
+            return LineRead::TwoDimensional;
+        if (line.written != 0)
+            CountWidth(line);
         for (const Colour colour : {Colour::White, Colour::Black}) {
-            RunRead run = ReadRun(line.input, colour, line.remaining);
+            const RunRead run = ReadRun(line.input, colour, line.remaining);
             if (run == RunRead::NoCode) {
                 const bool padding = colour == Colour::Black && line.record->Format == FORMAT_FAX_G3_1D_NOEOL;
                 if (!padding && !ReadEol(line.input, line.record))
@@ -58,10 +47,10 @@ LineRead ReadLine(Line& line) {
             }
             if (run == RunRead::NoData)
                 return LineRead::NoData;
-            bool lineEnds = false;
-            const LineRead result = EndRun(line, &lineEnds);
-            if (lineEnds || result == LineRead::TooWide)
-                return result;
+            if (line.remaining == 0 || !line.Append())
+                return LineRead::Complete;
+            if (!CountWidth(line))
+                return LineRead::TooWide;
         }
     }
 }
@@ -75,6 +64,7 @@ int InfoDecodeG3(CCITTG34* record, unsigned short* rows) {
     int lines = 0;
     while (record->DecodeStatus == DECODE_STATUS_OK) {
         Line line(record);
+        line.Begin(kProbeWidth, kRawRowWords);
         const LineRead read = ReadLine(line);
         switch (read) {
         case LineRead::TooWide:
