@@ -1,5 +1,8 @@
 // Tracked memory: every block carries a header that links it into a list of what is held, so that
 // tracking costs no allocation of its own. The lists are sharded by address to keep threads apart.
+//
+// Filters take working areas of a few fixed sizes on every call. Each thread keeps the last large blocks it
+// gave back and hands them out again, or every call would pay for mapping and clearing fresh pages.
 #include "host/standin/memory.h"
 
 #include "host/kernel.h"
@@ -11,6 +14,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <mutex>
+#include <utility>
 
 namespace standin {
 
@@ -35,6 +39,53 @@ struct alignas(64) Shard {
 
 std::array<Shard, SHARDS> shards;
 
+#if defined(__SANITIZE_ADDRESS__)
+constexpr bool KEEPS_BLOCKS = false; // a block that is used after it was given back is to be noticed
+#else
+constexpr bool KEEPS_BLOCKS = true;
+#endif
+constexpr size_t SMALLEST_KEPT = 64 << 10;
+constexpr size_t LARGEST_KEPT = 2 << 20;
+
+// What a thread gave back, sorted by nothing: there are few.
+struct KeptBlocks {
+    std::array<BlockHeader*, 8> Slots{};
+    size_t Next = 0; // the slot to give up
+
+    ~KeptBlocks() {
+        for (BlockHeader* block : Slots)
+            std::free(block);
+    }
+};
+
+thread_local KeptBlocks kept;
+
+bool IsKept(size_t bytes) {
+    return KEEPS_BLOCKS && bytes >= SMALLEST_KEPT && bytes <= LARGEST_KEPT;
+}
+
+BlockHeader* TakeKept(size_t bytes) {
+    if (IsKept(bytes))
+        for (BlockHeader*& slot : kept.Slots)
+            if (slot != nullptr && slot->Bytes == bytes)
+                return std::exchange(slot, nullptr);
+    return nullptr;
+}
+
+void FreeBlock(BlockHeader* block) {
+    if (!IsKept(block->Bytes)) {
+        std::free(block);
+        return;
+    }
+    for (BlockHeader*& slot : kept.Slots)
+        if (slot == nullptr) {
+            slot = block;
+            return;
+        }
+    std::free(std::exchange(kept.Slots[kept.Next], block));
+    kept.Next = (kept.Next + 1) % kept.Slots.size();
+}
+
 Shard& ShardOf(const BlockHeader* block) {
     const auto address = reinterpret_cast<uintptr_t>(block);
     return shards[(address >> 12 ^ address >> 6) % SHARDS];
@@ -48,7 +99,9 @@ void* AllocateTracked(size_t bytes, bool zeroed, int line, const char* path) {
         return nullptr;
     }
     const size_t whole = bytes + sizeof(BlockHeader);
-    auto* block = static_cast<BlockHeader*>(zeroed ? std::calloc(1, whole) : std::malloc(whole));
+    BlockHeader* block = zeroed ? nullptr : TakeKept(bytes);
+    if (block == nullptr)
+        block = static_cast<BlockHeader*>(zeroed ? std::calloc(1, whole) : std::malloc(whole));
     if (block == nullptr)
         return nullptr;
     block->Bytes = bytes;
@@ -82,7 +135,7 @@ void FreeTracked(void* memory, int line, const char* path) {
         if (block->Next != nullptr)
             block->Next->Previous = block->Previous;
     }
-    std::free(block);
+    FreeBlock(block);
 }
 
 HeldMemory HeldAllocations() {

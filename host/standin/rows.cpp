@@ -1,8 +1,8 @@
 // Conversion between run-length rows and packed rows.
 //
 // Both directions work on 64-bit words whose most significant bit is the leftmost pixel. Expanding
-// clears the row and ORs each black run into it: nearly all runs touch one word, so a row costs one
-// read-modify-write and one well predicted branch per black run. Compressing marks the pixels that
+// clears the row and adds each black run to it: nearly all runs touch one word, so a row costs one
+// store and one well predicted branch per black run. Compressing marks the pixels that
 // differ from their left neighbour, v ^ (v >> 1), and walks over the marks by counting leading zeros.
 #include "host/standin/rows.h"
 
@@ -36,10 +36,7 @@ constexpr auto FROM_IN_MEMORY = [] {
     return masks;
 }();
 
-void OrWord(unsigned char* bytes, uint64_t bits) {
-    uint64_t word;
-    std::memcpy(&word, bytes, sizeof word);
-    word |= bits;
+void StoreWord(unsigned char* bytes, uint64_t word) {
     std::memcpy(bytes, &word, sizeof word);
 }
 
@@ -98,26 +95,31 @@ const unsigned short* ExpandRow(const unsigned short* row, unsigned char* packed
     const unsigned short* const end = run + RunCount(row);
     std::memset(packed, 0, PackedRowBytes(width));
 
-    // Runs that end in a word lying whole within the row.
+    // Runs that end in a word lying whole within the row. The word being filled is kept in a register and
+    // stored with every run that touches it: nothing is loaded back.
     const size_t wholeWords = width / 64 * 64;
     size_t x = 0;
+    size_t filled = 0; // index of the word being filled
+    uint64_t pixels = 0;
     while (end - run >= 2) {
         const size_t first = x + run[0];
         const size_t last = first + run[1];
         if (last >= wholeWords)
             break;
-        unsigned char* word = packed + first / 64 * 8;
-        unsigned char* const lastWord = packed + last / 64 * 8;
+        const size_t firstWord = first / 64;
+        const size_t lastWord = last / 64;
         const uint64_t from = FROM_IN_MEMORY[first & 63];
         const uint64_t beyond = FROM_IN_MEMORY[last & 63];
-        if (word == lastWord) [[likely]] {
-            OrWord(word, from ^ beyond);
+        pixels = firstWord == filled ? pixels : 0;
+        if (firstWord == lastWord) [[likely]] {
+            pixels |= from ^ beyond;
         } else {
-            OrWord(word, from);
-            for (word += 8; word != lastWord; word += 8)
-                std::memset(word, 0xFF, 8);
-            OrWord(word, ~beyond);
+            StoreWord(packed + firstWord * 8, pixels | from);
+            std::memset(packed + firstWord * 8 + 8, 0xFF, (lastWord - firstWord - 1) * 8);
+            pixels = ~beyond;
         }
+        StoreWord(packed + lastWord * 8, pixels);
+        filled = lastWord;
         x = last;
         run += 2;
     }

@@ -1,8 +1,11 @@
 // The row scan looks at 64 pixels at a time: a word xored with itself shifted by one pixel has a bit set at
-// every changing element, and the bits are taken off from the left. A uniform stretch is one test a word.
+// every changing element, and the bits are taken off from the left. After a word without changes, stretches
+// of 256 pixels of the same colour are skipped whole.
 #include "API/Filters/Fax/Common/Tif_faxx/change_list.h"
 
 #include "API/Filters/Fax/Common/Tif_faxx/limits.h"
+
+#include <emmintrin.h>
 
 #include <algorithm>
 #include <bit>
@@ -12,6 +15,7 @@ namespace faxx {
 namespace {
 
 constexpr uint32_t kWordPixels = 64;
+constexpr uint32_t kSkipPixels = 256;
 
 uint64_t LoadPixels(const uint8_t* row) {
     uint64_t word;
@@ -32,9 +36,17 @@ uint32_t* AppendChanges(uint32_t* entry, uint64_t changes, uint32_t remaining) {
     while (changes != 0) {
         const uint32_t column = static_cast<uint32_t>(std::countl_zero(changes));
         *entry++ = remaining - column;
-        changes &= ~(uint64_t{1} << 63 >> column);
+        changes ^= uint64_t{1} << 63 >> column;
     }
     return entry;
+}
+
+// Whether the next kSkipPixels pixels are all of the colour of fill's bits.
+bool IsUniform(const uint8_t* row, __m128i fill) {
+    const __m128i* vectors = reinterpret_cast<const __m128i*>(row);
+    const __m128i both = _mm_and_si128(_mm_cmpeq_epi8(_mm_loadu_si128(vectors), fill),
+                                       _mm_cmpeq_epi8(_mm_loadu_si128(vectors + 1), fill));
+    return _mm_movemask_epi8(both) == 0xFFFF;
 }
 
 } // namespace
@@ -43,10 +55,20 @@ void ListChanges(CCITTG34* record, const uint8_t* row) {
     uint32_t* entry = record->CodingLine;
     uint32_t remaining = record->Width;
     uint64_t before = 0; // the pixel before the word, in bit 63
-    for (; remaining >= kWordPixels; remaining -= kWordPixels, row += sizeof(uint64_t)) {
+    while (remaining >= kWordPixels) {
         const uint64_t pixels = LoadPixels(row);
-        entry = AppendChanges(entry, pixels ^ (pixels >> 1 | before), remaining);
-        before = pixels << 63;
+        const uint64_t changes = pixels ^ (pixels >> 1 | before);
+        if (changes != 0) {
+            entry = AppendChanges(entry, changes, remaining);
+            before = pixels << 63;
+        } else {
+            const __m128i fill = _mm_set1_epi8(static_cast<char>(pixels));
+            for (; remaining >= kSkipPixels + kWordPixels && IsUniform(row + kWordPixels / 8, fill);
+                 remaining -= kSkipPixels)
+                row += kSkipPixels / 8;
+        }
+        remaining -= kWordPixels;
+        row += kWordPixels / 8;
     }
     if (remaining != 0) {
         const uint64_t pixels = LoadLastPixels(row, remaining);
