@@ -79,8 +79,10 @@ Line changesOf(const Row& runs) {
         else
             changes.push_back(x);
     }
-    if (!runs.empty() && runs.back() == 0 && !changes.empty())
-        changes.pop_back(); // nothing follows the last change
+    if (!runs.empty())
+        x += runs.back();
+    if (!changes.empty() && changes.back() == x)
+        changes.pop_back(); // the right edge is no change
     return changes;
 }
 

@@ -1,5 +1,5 @@
-// The decoders once more, slow and obvious: bit by bit, lists as vectors, one step of the description
-// after the other. The codec must agree with it on every stream, whole or damaged.
+// The decoders once more, slow and obvious: bit by bit, lists as vectors, nothing shared with the codec.
+// The codec must agree with it on every stream, whole or damaged.
 #pragma once
 
 #include <cstdint>

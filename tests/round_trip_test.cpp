@@ -41,12 +41,13 @@ void expectRoundTrip(const Picture& picture, unsigned format, unsigned width, un
     }
     EXPECT_TRUE(nothingHeld());
     const bool reversed = (flags & FAX_REVERSE_BITS) != 0;
-    size_t words = 0;
+    size_t longest = 0;
     for (const Line& line : lines)
-        words = std::max(words, line.size() + 2 + 1 + 2 * (width / 65534));
-    if (words <= MOST_ROW_WORDS)
+        longest = std::max(longest, line.size());
+    if (2 + longest + 1 + 2 * (width / 65534) <= MOST_ROW_WORDS)
         expectDecoded(stream, format, width, reversed, lines);
-    if (format != 117 && width <= 65535 && !picture.empty()) {
+    // libtiff has no format 117, and for a one-dimensional line no room for more runs than this.
+    if (format != 117 && width <= 65535 && longest < (width + 31) / 32 * 32) {
         const std::optional<Picture> seen = decodedByLibtiff(stream, format, width, picture.size(), reversed);
         ASSERT_TRUE(seen.has_value()) << "libtiff complains";
         EXPECT_EQ(linesOf(*seen, width), lines) << "libtiff";

@@ -1,15 +1,14 @@
 #include "tests/tiff_strip.h"
 
 #include <algorithm>
-#include <cstdio>
 #include <tiffio.h>
 
 namespace {
 
 thread_local unsigned complaints = 0;
 
-void countComplaint(const char*, const char*f, va_list a) {
-    ++complaints; vfprintf(stderr,f,a); fprintf(stderr,"\n");
+void countComplaint(const char*, const char*, va_list) {
+    ++complaints;
 }
 
 MemoryFile& memory(thandle_t handle) {
@@ -72,6 +71,8 @@ std::optional<Picture> decodedByLibtiff(const Bytes& stream, unsigned format, un
         TIFFSetField(tiff, TIFFTAG_GROUP3OPTIONS,
                      GROUP3OPT_FILLBITS | (format == 67 ? GROUP3OPT_2DENCODING : 0));
     Bytes copy = stream;
+    if (format == 162)
+        copy.resize(copy.size() + 2); // it loses the byte boundary where it reads ahead of the data's end
     TIFFWriteRawStrip(tiff, 0, copy.data(), static_cast<tmsize_t>(copy.size()));
     TIFFClose(tiff);
 

@@ -266,8 +266,9 @@ int K_StartRedirectToBuffer(void** redirect, tagHANDLE** handle, unsigned mode, 
 }
 
 int K_StopRedirectToBuffer(void* redirect, unsigned char** buffer, unsigned long long* size) {
+    const int status = FORWARD(K_StopRedirectToBuffer)(redirect, buffer, size);
     enterCall("StopRedirect");
-    return FORWARD(K_StopRedirectToBuffer)(redirect, buffer, size);
+    return status;
 }
 
 } // extern "C"

@@ -86,6 +86,15 @@ bool IsInverted(const _BITMAPHANDLE& bitmap) {
     return bitmap.Palette != nullptr && GetOwn(bitmap).Palette[0].Red == 0;
 }
 
+_BITMAPHANDLE BitmapRows(const _BITMAPHANDLE& bitmap, size_t firstRow, int rows) {
+    _BITMAPHANDLE part = bitmap;
+    OwnFields own = GetOwn(bitmap);
+    own.Rows += firstRow * bitmap.BytesPerLine;
+    SetOwn(part, own);
+    part.Height = rows;
+    return part;
+}
+
 } // namespace standin
 
 extern "C" {

@@ -28,6 +28,11 @@ Function Required(void* library, const char* name) {
     return reinterpret_cast<Function>(address);
 }
 
+template <class Function>
+void FindOptional(void* library, const char* name, Function& function) {
+    function = reinterpret_cast<Function>(dlsym(library, name));
+}
+
 } // namespace
 
 Filter LoadFilter(const std::string& library) {
@@ -39,7 +44,9 @@ Filter LoadFilter(const std::string& library) {
     Filter filter;
     filter.Info = Required<decltype(filter.Info)>(handle, "fltInfo");
     filter.Load = Required<decltype(filter.Load)>(handle, "fltLoad");
-    filter.Save = reinterpret_cast<decltype(filter.Save)>(dlsym(handle, "fltSave"));
+    FindOptional(handle, "fltSave", filter.Save);
+    FindOptional(handle, "K_LoadTiledFax", filter.LoadTiled);
+    FindOptional(handle, "K_SaveTiledFax", filter.SaveTiled);
     return filter;
 }
 

@@ -1,6 +1,7 @@
 // Describing and loading a file: fltInfo and fltLoad with the kernel's dispatch records, and the row
 // callback that builds the bitmap.
 #include "host/kernel.h"
+#include "host/standin/row_target.h"
 #include "host/standin/rows.h"
 #include "host/standin/standin.h"
 
@@ -8,15 +9,6 @@
 #include <cstring>
 
 namespace standin {
-
-namespace {
-
-struct RowTarget {
-    _BITMAPHANDLE* Bitmap; // null: the rows are discarded
-    const std::function<bool(int, int)>* Progress;
-    int Total;
-    int Rows;
-};
 
 extern "C" int ReceiveRows(_FILEINFOA* /*fileInfo*/, _BITMAPHANDLE* /*bitmap*/, unsigned short* rows,
                            unsigned /*flags*/, int firstLine, int rowCount, void* userData) {
@@ -28,12 +20,10 @@ extern "C" int ReceiveRows(_FILEINFOA* /*fileInfo*/, _BITMAPHANDLE* /*bitmap*/, 
             row = ExpandRow(row, BitmapRow(*target.Bitmap, static_cast<size_t>(line)), target.Bitmap->Width);
     }
     target.Rows = std::max(target.Rows, firstLine + rowCount);
-    if (*target.Progress && !(*target.Progress)(target.Rows, target.Total))
+    if (*target.Progress && !(*target.Progress)(target.RowsBefore + target.Rows, target.Total))
         return STATUS_STOPPED;
     return SUCCESS;
 }
-
-} // namespace
 
 Description Describe(const Filter& filter, const std::string& fileName) {
     Description description;

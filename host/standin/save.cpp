@@ -51,7 +51,8 @@ extern "C" int StartSave(_BITMAPHANDLE* bitmap, _BITMAPHANDLE** saveBitmap, int 
         if (*rowBuffer == nullptr)
             return ERROR_NO_MEMORY;
     }
-    call.SaveFile.Declared.NoInvert = IsInverted(**saveBitmap) ? 0 : 1;
+    const bool asItLies = call.Tiled && call.How.NoInvert;
+    call.SaveFile.Declared.NoInvert = IsInverted(**saveBitmap) && !asItLies ? 0 : 1;
     return SUCCESS;
 }
 
@@ -61,7 +62,9 @@ extern "C" int GetSaveRow(_BITMAPHANDLE* /*bitmap*/, _BITMAPHANDLE* saveBitmap, 
     auto& call = *static_cast<SaveCall*>(userData1);
     if (saveBitmap->Height < 0 || row >= static_cast<unsigned>(saveBitmap->Height))
         return ERROR_INV_PARAMETER;
-    if (call.How.Progress && !call.How.Progress(call.RowsFetched, saveBitmap->Height))
+    // The tiled saver fetches a row once for every tile in it.
+    const int done = call.Tiled ? static_cast<int>(row) : call.RowsFetched;
+    if (call.How.Progress && !call.How.Progress(done, saveBitmap->Height))
         return STATUS_STOPPED;
     ++call.RowsFetched;
     std::memcpy(rowBuffer, BitmapRow(*saveBitmap, row), saveBitmap->BytesPerLine);

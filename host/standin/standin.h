@@ -52,6 +52,8 @@ BitmapPtr MakeBitmap(unsigned width, int height);
 unsigned char* BitmapRow(const _BITMAPHANDLE& bitmap, size_t row);
 // Whether a set bit is white: the palette's entry 0 is black.
 bool IsInverted(const _BITMAPHANDLE& bitmap);
+// A bitmap of some of the rows, within the memory of the one they belong to, which must outlive it.
+_BITMAPHANDLE BitmapRows(const _BITMAPHANDLE& bitmap, size_t firstRow, int rows);
 
 // ---- The filter
 
@@ -59,6 +61,12 @@ struct Filter {
     int (*Info)(_INFODISPATCH*);
     int (*Load)(_LOADDISPATCH*);
     int (*Save)(_SAVEDISPATCH*); // null: a filter that only reads
+    // For containers; null: a filter that does not serve them.
+    int (*LoadTiled)(_LOADDISPATCH*, tagHANDLE*, _LOADINFO*, _FAXTILEINFO*, _FILEINFOA*, _BITMAPHANDLE*,
+                     RowCallbackFn*, int bitsPerPixel, void* userData, unsigned char* uncompressedTiles);
+    int (*SaveTiled)(_SAVEDISPATCH*, tagHANDLE*, _BITMAPHANDLE*, _FAXTILEINFO*, unsigned char* uncompressed,
+                     unsigned gap, int bitsPerPixel, unsigned format, unsigned callbackParam, void* userData1,
+                     void* userData2, unsigned* lastSize, unsigned flags);
 };
 
 inline constexpr const char* FILTER_LIBRARY = "libkffax.so.19";
@@ -124,6 +132,7 @@ struct SaveCall {
     Padded<_SAVEOPTIONS> Options;
     Padded<_SAVEFILESTRUCT> SaveFile;
     SaveOptions How;
+    bool Tiled = false; // the tiled saver asks the save-file record alone whether to invert
     int RowsFetched = 0;
 };
 
@@ -134,5 +143,28 @@ void PrepareSave(SaveCall& call, const char* fileName, _BITMAPHANDLE& bitmap, co
 // Saves a bitmap through fltSave, which does not cut an existing longer file. Returns its status.
 int SaveFile(const Filter& filter, const std::string& fileName, _BITMAPHANDLE& bitmap,
              const SaveOptions& options = {});
+
+// ---- Strips and tiles, for container formats
+
+// An image as separately coded blocks, numbered row by row: tiles, or strips as wide as the image. All of
+// them lie in one piece of memory.
+struct Blocks {
+    unsigned Width = 0;            // pixels of a block
+    unsigned Height = 0;           // rows of a block
+    bool Tiled = false;            // the last blocks are as high as the others; a last strip has what is left
+    unsigned Padding = 0;          // zero bytes to save behind the data of each block
+    std::vector<uint32_t> Offsets; // into Bytes
+    std::vector<uint32_t> ByteCounts; // 0: a block that is not there
+    std::vector<unsigned char> Bytes;
+};
+
+// Loads an image of LoadInfo's Width, Height, Format and Flags from its blocks. A damaged block costs no
+// other one its rows, and shows in DataStatus. uncompressed: the blocks are packed rows.
+LoadResult LoadBlocks(const Filter& filter, const Description& image, Blocks& blocks, bool uncompressed,
+                      const LoadOptions& options = {});
+
+// Codes a bitmap as blocks of the size and kind that blocks says, and fills the rest of it. The bitmap's rows
+// lie top to bottom. Returns the filter's status; ERROR_FILE_WRITE beyond 4 GiB.
+int SaveBlocks(const Filter& filter, _BITMAPHANDLE& bitmap, const SaveOptions& options, Blocks& blocks);
 
 } // namespace standin

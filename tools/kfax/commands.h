@@ -4,6 +4,7 @@
 #include "host/standin/standin.h"
 
 #include <cstdint>
+#include <new>
 #include <optional>
 #include <stdexcept>
 #include <string>
@@ -23,14 +24,31 @@ struct UsageError : std::runtime_error {
     using std::runtime_error::runtime_error;
 };
 
-struct InfoOptions {
-    std::vector<std::string> Files;
-    bool Json = false;
+// What went wrong with a file that the command is not named after.
+struct FileError : std::runtime_error {
+    FileError(std::string file, const std::string& reason)
+        : std::runtime_error(reason), File(std::move(file)) {}
+    std::string File;
 };
 
-struct LoadCommandOptions {
-    std::string Input;
-    std::string Output;
+// Runs action, whose failures are then those of file unless they name another.
+template <class Action>
+auto OnBehalfOf(const std::string& file, Action action) {
+    try {
+        return action();
+    } catch (const FileError&) {
+        throw;
+    } catch (const UsageError&) {
+        throw;
+    } catch (const std::bad_alloc&) {
+        throw FileError(file, "not enough memory");
+    } catch (const std::exception& error) {
+        throw FileError(file, error.what());
+    }
+}
+
+// What an input is, and which part of it is wanted.
+struct InputOptions {
     // Of a stream that does not describe itself.
     std::string Format;
     std::optional<int64_t> Width, Height, Offset;
@@ -39,17 +57,40 @@ struct LoadCommandOptions {
     bool Mirror = false;
     bool Invert = false;
     bool Batch = false;
+    std::optional<int> Threshold; // of pictures
+    std::optional<int64_t> Page;  // from 1; nothing: the command decides
 };
 
-struct SaveCommandOptions {
-    std::string Input;
-    std::string Output;
-    std::string Format = "g4";
+// What an output is to be.
+struct OutputOptions {
+    std::string Kind;          // raw, tif, png or pbm; empty: by the file's extension
+    std::string Format = "g4"; // of the fax data
     bool ReverseBits = false;
     bool AlignEol = false;
     bool NoInvert = false;
     std::optional<int> Dpi;
-    std::optional<int> Threshold;
+    std::optional<int64_t> RowsPerStrip; // of a TIFF
+    std::string Tile;                    // of a TIFF, WxH
+};
+
+struct InfoOptions {
+    std::vector<std::string> Files;
+    std::optional<int64_t> Page;
+    bool Json = false;
+};
+
+struct LoadCommandOptions {
+    std::string Input;
+    std::string Output;
+    InputOptions In;
+    OutputOptions Out;
+    bool AllPages = false;
+};
+
+struct SaveCommandOptions {
+    std::vector<std::string> Files; // the last one is the output
+    InputOptions In;
+    OutputOptions Out;
 };
 
 // Each returns an exit code; reasons go to standard error, one line a file. LoadCommand and

@@ -45,4 +45,16 @@ standin::Description DescribeInput(const standin::Filter& filter, const std::str
     }
 }
 
+void CheckPictureSize(unsigned width, int height) {
+    const std::string size = std::to_string(width) + " x " + std::to_string(height);
+    if (width == 0 || height <= 0)
+        throw std::runtime_error("the picture has no pixels (" + size + ")");
+    // Twice: the bitmap and the upright picture. An allocation of that much may still succeed.
+    const double needed = 2.0 * (width / 8.0 + 4) * height;
+    const double memory =
+        static_cast<double>(sysconf(_SC_PHYS_PAGES)) * static_cast<double>(sysconf(_SC_PAGESIZE));
+    if (needed > memory / 2)
+        throw std::runtime_error("a picture of " + size + " pixels is too large for this machine's memory");
+}
+
 } // namespace kfax

@@ -14,4 +14,7 @@ uint64_t CheckInput(const std::string& file);
 // Describes a file that describes itself; throws std::runtime_error with the reason otherwise.
 standin::Description DescribeInput(const standin::Filter& filter, const std::string& file);
 
+// Throws where the picture has no pixels, or would fill the machine's memory.
+void CheckPictureSize(unsigned width, int height);
+
 } // namespace kfax

@@ -2,7 +2,7 @@
 // blocks of 8 by 8 pixels, a reversal of each row and a reversal of the rows' order.
 #include "tools/kfax/picture.h"
 
-#include "host/standin/standin.h"
+#include "tools/kfax/picture_input.h"
 
 #include <algorithm>
 #include <array>
@@ -114,6 +114,18 @@ Picture UprightPicture(const _BITMAPHANDLE& bitmap) {
     if (orientation == 3 || orientation == 4 || orientation == 7 || orientation == 8)
         ReverseRowOrder(picture);
     return picture;
+}
+
+standin::BitmapPtr BitmapOfPicture(const Picture& picture) {
+    standin::BitmapPtr bitmap = MakePictureBitmap(picture.Width, picture.Height);
+    bitmap->XResolution = picture.XResolution;
+    bitmap->YResolution = picture.YResolution;
+    for (size_t y = 0; y < picture.Height; ++y) {
+        const uint8_t* const source = picture.Pixels.data() + y * picture.RowBytes;
+        std::transform(source, source + picture.RowBytes, standin::BitmapRow(*bitmap, y),
+                       [](uint8_t byte) { return static_cast<uint8_t>(~byte); });
+    }
+    return bitmap;
 }
 
 } // namespace kfax

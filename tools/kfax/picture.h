@@ -1,7 +1,7 @@
 // A black-and-white picture as a person sees it, and the files it can be written to.
 #pragma once
 
-#include "host/records.h"
+#include "host/standin/standin.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -22,6 +22,8 @@ struct Picture {
 
 // The bitmap's picture in black and white by its palette, turned upright by its orientation.
 Picture UprightPicture(const _BITMAPHANDLE& bitmap);
+// The other way: a bitmap whose set bits are white, for the savers.
+standin::BitmapPtr BitmapOfPicture(const Picture& picture);
 void Invert(Picture& picture);
 void MirrorRows(Picture& picture);
 

@@ -73,6 +73,20 @@ void ReadPlainRow(std::FILE* file, unsigned char* row, size_t width) {
     }
 }
 
+enum class Kind { Other, Png, Pbm };
+
+Kind KindOf(std::FILE* file) {
+    unsigned char start[8] = {};
+    const size_t got = std::fread(start, 1, sizeof start, file);
+    std::rewind(file);
+    if (got == sizeof start && std::memcmp(start, "\x89PNG\r\n\x1a\n", sizeof start) == 0)
+        return Kind::Png;
+    if (got > 2 && start[0] == 'P' && (start[1] == '1' || start[1] == '4') &&
+        (IsSpace(start[2]) || start[2] == '#'))
+        return Kind::Pbm;
+    return Kind::Other;
+}
+
 } // namespace
 
 standin::BitmapPtr MakePictureBitmap(uint64_t width, uint64_t height) {
@@ -102,18 +116,24 @@ standin::BitmapPtr ReadPbm(std::FILE* file) {
     return bitmap;
 }
 
+bool IsPicture(const std::string& name) {
+    const std::unique_ptr<std::FILE, CloseFile> file(std::fopen(name.c_str(), "rbe"));
+    return file != nullptr && KindOf(file.get()) != Kind::Other;
+}
+
 standin::BitmapPtr ReadPicture(const std::string& name, std::optional<int> threshold) {
     CheckInput(name);
     const std::unique_ptr<std::FILE, CloseFile> file(std::fopen(name.c_str(), "rbe"));
     if (file == nullptr)
         throw std::runtime_error(std::strerror(errno));
-    unsigned char start[8] = {};
-    const size_t got = std::fread(start, 1, sizeof start, file.get());
-    std::rewind(file.get());
-    if (got == sizeof start && std::memcmp(start, "\x89PNG\r\n\x1a\n", sizeof start) == 0)
+    switch (KindOf(file.get())) {
+    case Kind::Png:
         return ReadPng(file.get(), threshold);
-    if (got > 2 && start[0] == 'P' && (start[1] == '1' || start[1] == '4'))
+    case Kind::Pbm:
         return ReadPbm(file.get());
+    case Kind::Other:
+        break;
+    }
     throw std::runtime_error("neither a PNG nor a PBM picture");
 }
 

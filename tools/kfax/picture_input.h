@@ -10,6 +10,9 @@
 
 namespace kfax {
 
+// Whether the file is one that ReadPicture reads, by its first bytes; false where it cannot be read.
+bool IsPicture(const std::string& file);
+
 // Reads a PNG or PBM picture, told apart by their first bytes, into a bitmap whose set bits are white
 // (the inverted palette), as is usual for pictures that are not fax.
 // A picture with pixels that are neither black nor white is refused, unless threshold tells which grey

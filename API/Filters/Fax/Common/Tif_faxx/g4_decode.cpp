@@ -197,9 +197,15 @@ unsigned DecodeG4Lines(CCITTG34* record, RowOutput& output) {
     Line line(record);
     line.Begin(output, ListLength(record->ReferenceLine));
     for (;;) {
-        After after = DecodeFast(line);
-        if (after == After::NextCode)
-            after = DecodeModeCode(line);
+        After after = After::LineEnd;
+        uint32_t blankLines = 0;
+        if (line.reference[0] == 0 && line.AtStart())
+            blankLines = ReadBlankLines(line, BlankLinesThatFit(record, output));
+        if (blankLines == 0) {
+            after = DecodeFast(line);
+            if (after == After::NextCode)
+                after = DecodeModeCode(line);
+        }
         switch (after) {
         case After::NextCode:
             continue;
@@ -214,7 +220,9 @@ unsigned DecodeG4Lines(CCITTG34* record, RowOutput& output) {
         case After::EndOfBlock:
             break;
         }
-        if (after == After::LineEnd || line.written != 0)
+        if (blankLines != 0)
+            FinishBlankLines(record, output, blankLines);
+        else if (after == After::LineEnd || line.written != 0)
             FinishLine(record, output, line.written);
         if (after == After::EndOfBlock)
             CloseList(record->ReferenceLine, 0);

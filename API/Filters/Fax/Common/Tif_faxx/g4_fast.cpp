@@ -89,6 +89,11 @@ __m128i ShiftIn(uint32_t first, __m128i vector) {
     return _mm_or_si128(_mm_slli_si128(vector, 4), _mm_cvtsi32_si128(static_cast<int>(first)));
 }
 
+// A choice that compilers do not turn into a branch: which way it goes is as good as random.
+int64_t AllOnesIfNegative(int64_t value) {
+    return value >> 63;
+}
+
 // The entry before b1, which a search to the left would try; before the first there is none.
 uint32_t EntryBefore(const uint32_t* b1, const uint32_t* reference) {
     static constexpr uint32_t kNone = INT32_MAX;
@@ -205,13 +210,12 @@ After DecodeFast(Line& line) {
         *next = change;
         next += 1 - group.isPass;
         // Before the first entry of the list there is none to try.
-        const ptrdiff_t notBefore = reference - b1;
         const ptrdiff_t step = group.step;
-        b1 += step < notBefore ? 1 : step;
-        const uint32_t notRight = change + group.leftover;
-        b1 += 2 * ptrdiff_t{*b1 >= notRight};
+        b1 += step + (AllOnesIfNegative(b1 - reference + step) & 2);
+        const int64_t notRight = int64_t{change} + group.leftover;
+        b1 += AllOnesIfNegative(notRight - 1 - *b1) & 2;
         while (*b1 >= notRight)
-            [[unlikely]] b1 += 2;
+            b1 += 2;
     }
 
     line.written = static_cast<uint32_t>(next - line.coding);
@@ -219,6 +223,25 @@ After DecodeFast(Line& line) {
     line.b1 = static_cast<uint32_t>(b1 - reference);
     line.input.MoveTo(base + used);
     return after;
+}
+
+uint32_t ReadBlankLines(Line& line, uint32_t most) {
+    const int64_t start = line.input.Position();
+    const int64_t end = line.input.PositionLimit() - kStepBits;
+    if (start < 0)
+        return 0;
+    // A blank line below a blank one is a single V0, a 1 bit.
+    uint32_t lines = 0;
+    while (lines < most && start + lines < end) {
+        const uint64_t position = static_cast<uint64_t>(start) + lines;
+        const uint32_t ones = static_cast<uint32_t>(std::countl_one(WindowAt(line.record->Buffer, position)));
+        lines += std::min(ones, most - lines);
+        if (ones < kWindowBits)
+            break;
+    }
+    if (lines != 0)
+        line.input.MoveTo(static_cast<uint64_t>(start) + lines);
+    return lines;
 }
 
 } // namespace faxx::g4

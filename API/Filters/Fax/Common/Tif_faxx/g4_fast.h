@@ -10,4 +10,8 @@ namespace faxx::g4 {
 // plain decoder (which may be all of them).
 After DecodeFast(Line& line);
 
+// At the start of a line below a blank one: how many blank lines, most at the most, the next bits code.
+// Consumes them.
+uint32_t ReadBlankLines(Line& line, uint32_t most);
+
 } // namespace faxx::g4

@@ -82,6 +82,8 @@ struct Line {
         b1 = 0;
     }
 
+    bool AtStart() const { return written == 0 && b1 == 0 && a0 == record->Width; }
+
     Colour A0Colour() const { return static_cast<Colour>(b1 & 1); }
 
     // Writes a changing element, false where the line has reached its limit.

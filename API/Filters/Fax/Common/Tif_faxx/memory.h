@@ -3,6 +3,8 @@
 
 #include "host/kernel.h"
 
+#include <utility>
+
 namespace faxx {
 
 inline constexpr char kTrackingPath[] = "API/Filters/Fax/Common/Tif_faxx";
@@ -12,13 +14,12 @@ T* Allocate(size_t count, int line = __builtin_LINE()) {
     return static_cast<T*>(K_LocalAlloc(count, sizeof(T), line, kTrackingPath));
 }
 
-// Frees *block and forgets it; nothing happens when there is none.
+// Frees a block, which is forgotten first: a release that throws is not tried again. Nothing happens when
+// there is none.
 template <typename T>
 void Free(T*& block, int line = __builtin_LINE()) {
-    if (block) {
-        K_LocalFree(block, line, kTrackingPath);
-        block = nullptr;
-    }
+    if (T* const held = std::exchange(block, nullptr))
+        K_LocalFree(held, line, kTrackingPath);
 }
 
 } // namespace faxx

@@ -119,6 +119,24 @@ uint32_t ListLength(const uint32_t* list) {
     }
 }
 
+uint32_t BlankLinesThatFit(const CCITTG34* record, const RowOutput& output) {
+    const int32_t words = static_cast<int32_t>(kRowHeaderWords + RunWords(record->Width));
+    const int32_t spare = output.budget - static_cast<int32_t>(record->Width + 3);
+    const uint32_t fit = spare < 0 ? 1 : static_cast<uint32_t>(spare / words) + 1;
+    return fit < output.linesLeft ? fit : output.linesLeft;
+}
+
+void FinishBlankLines(CCITTG34* record, RowOutput& output, uint32_t lines) {
+    const uint16_t* const start = output.next;
+    for (uint32_t i = 0; i < lines; ++i)
+        WriteWhiteRow(&output.next, record->Width);
+    output.budget -= static_cast<int32_t>(output.next - start);
+    output.linesLeft -= lines;
+    CloseList(record->CodingLine, 0);
+    if (lines % 2 != 0)
+        std::swap(record->ReferenceLine, record->CodingLine);
+}
+
 void FinishLine(CCITTG34* record, RowOutput& output, uint32_t entries) {
     CloseList(record->CodingLine, entries);
     bool cut = false;

@@ -50,6 +50,12 @@ inline void CloseList(uint32_t* list, uint32_t entries) {
         list[entries + i] = 0;
 }
 
+// How many blank lines the call may begin and end now, each a row of the fewest words.
+uint32_t BlankLinesThatFit(const CCITTG34* record, const RowOutput& output);
+
+// Ends so many blank lines, at least 1, below a blank reference line.
+void FinishBlankLines(CCITTG34* record, RowOutput& output, uint32_t lines);
+
 // Ends a line of so many changing elements: closes CodingLine, writes its row, makes it the reference line.
 void FinishLine(CCITTG34* record, RowOutput& output, uint32_t entries);
 

@@ -35,11 +35,9 @@ inline void InvertBits(uint8_t* bytes, size_t count) {
 
 // Gives an encoding record's buffers back without writing anything: the way out of an exception.
 inline void DropEncoder(CCITTG34* record) {
-    for (void* block : {static_cast<void*>(record->ReferenceLine), static_cast<void*>(record->CodingLine),
-                        static_cast<void*>(record->Buffer)})
-        Throws([&] { Free(block); });
-    record->ReferenceLine = record->CodingLine = nullptr;
-    record->Buffer = nullptr;
+    Throws([&] { Free(record->ReferenceLine); });
+    Throws([&] { Free(record->CodingLine); });
+    Throws([&] { Free(record->Buffer); });
 }
 
 } // namespace faxx

@@ -91,11 +91,7 @@ struct Buffer {
         return data != nullptr;
     }
 
-    // A release that throws is not tried again.
-    void Release(int line = __builtin_LINE()) {
-        T* block = std::exchange(data, nullptr);
-        Free(block, line);
-    }
+    void Release(int line = __builtin_LINE()) { Free(data, line); }
 };
 
 } // namespace faxx

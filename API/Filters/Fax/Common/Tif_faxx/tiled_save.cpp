@@ -167,20 +167,21 @@ int K_SaveTiledFax(_SAVEDISPATCH* dispatch, tagHANDLE* handle, _BITMAPHANDLE* bi
     Buffer<unsigned char> rowBuffer;
     Buffer<uint32_t> ownByteCounts;
     OnUnwind endSession([&] { session.End(); });
-    OnUnwind forget([&] {
-        DropEncoder(&codec);
+    OnUnwind dropEncoder([&] { DropEncoder(&codec); });
+    OnUnwind dropByteCounts([&] {
         if (ownByteCounts.data)
             tile->TileByteCounts = nullptr;
     });
     const auto finish = [&](int status) {
-        forget.Release();
+        dropEncoder.Release();
         endSession.Release();
         session.End();
         rowBuffer.Release();
         if (ownByteCounts.data) {
-            ownByteCounts.Release();
             tile->TileByteCounts = nullptr;
+            ownByteCounts.Release();
         }
+        dropByteCounts.Release();
         return status;
     };
 

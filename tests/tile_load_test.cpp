@@ -1,0 +1,283 @@
+// K_LoadTiledFax and ShortenRunLengthWidths: the calls, the batches, damage and refusals.
+#include <gtest/gtest.h>
+
+#include "tests/encode_run.h"
+#include "tests/load_run.h"
+#include "tests/tile_grid.h"
+
+namespace {
+
+using Trace = std::vector<std::string>;
+
+Picture pictureOf(unsigned width, size_t rows, int kind = PAGE) {
+    std::mt19937 random(width);
+    return makePicture(random, kind, width, rows);
+}
+
+class TiledLoader : public testing::Test {
+protected:
+    void SetUp() override { resetTestKernel(); }
+    void TearDown() override { EXPECT_TRUE(nothingHeld()); }
+};
+
+// A load from tiles that the reference encoder made, G4.
+struct TiledLoad : LoadRun {
+    TiledLoad(const Picture& p, unsigned width, unsigned tileWidth, unsigned tileHeight)
+        : LoadRun({}, 68, 0, 0), grid(width, p.size(), tileWidth, tileHeight) {
+        for (size_t i = 0; i < grid.count; ++i)
+            put(i, codedPicture(grid.tile(p, i), tileWidth, 68));
+        std::fill(grid.uncompressed.begin(), grid.uncompressed.end(), uint8_t{0});
+        bitmap.Width = fileInfo->Width = width;
+        bitmap.Height = fileInfo->Height = static_cast<int>(p.size());
+        picture = p;
+    }
+    void put(size_t tile, const Bytes& data) {
+        grid.offsets[tile] = static_cast<uint32_t>(file.bytes.size());
+        grid.counts[tile] = static_cast<uint32_t>(data.size());
+        file.bytes.insert(file.bytes.end(), data.begin(), data.end());
+    }
+    void makeRaw(size_t tile) {
+        put(tile, joined(grid.tile(picture, tile)));
+        grid.uncompressed[tile] = 1;
+    }
+    int load() {
+        return K_LoadTiledFax(dispatch.get(), file.handle(), &info(), &grid.info, fileInfo.get(), &bitmap,
+                              callback, 1, this, grid.uncompressed.data());
+    }
+    Grid grid;
+    Picture picture;
+};
+
+TEST_F(TiledLoader, LoaderCallsInTheirOrder) {
+    const Picture picture = pictureOf(100, 20);
+    TiledLoad load(picture, 100, 64, 16);
+    load.makeRaw(1);
+    load.grid.counts[2] = 0; // empty
+    EXPECT_EQ(load.load(), SUCCESS);
+    const auto text = [](uint32_t value) { return std::to_string(value); };
+    const Grid& g = load.grid;
+    Trace wanted = {"InitBitmap 100 16", "AllocateBitmap 513",       "IntAccessBitmap",
+                    "Alloc 16 1",        "Palette -256 0 7 -1",      "Alloc 250000 2",
+                    "Seek 0 0",          "Alloc 250000 4",           "Alloc 250000 4",
+                    "Alloc 200000 1",    "Read " + text(g.counts[0])};
+    for (uint32_t y = 0; y < 16; ++y)
+        wanted.push_back("PutBitmapRowColCompressed " + text(y) + " 0 64");
+    wanted.push_back("Seek " + text(g.offsets[1]) + " 0");
+    for (uint32_t y = 0; y < 16; ++y) {
+        wanted.insert(wanted.end(), {"Read 8", "CompressRow 36"});
+        wanted.push_back("PutBitmapRowColCompressed " + text(y) + " 64 36");
+    }
+    wanted.insert(wanted.end(), {"GetBitmapRowCompressed 0 16", "Rows 0 16 23"});
+    wanted.push_back("Seek " + text(g.offsets[2]) + " 0");
+    for (uint32_t y = 0; y < 4; ++y)
+        wanted.push_back("PutBitmapRowColCompressed " + text(y) + " 0 64");
+    wanted.push_back("Seek " + text(g.offsets[3]) + " 0");
+    wanted.push_back("Read " + text(g.counts[3]));
+    for (uint32_t y = 0; y < 4; ++y)
+        wanted.push_back("PutBitmapRowColCompressed " + text(y) + " 64 36");
+    wanted.insert(wanted.end(),
+                  {"GetBitmapRowCompressed 0 4", "Rows 16 4 27", "Free 1000000", "Free 1000000",
+                   "Free 200000", "Free 500000", "Free 16", "IntReleaseBitmap 1 1", "FreeBitmap"});
+    EXPECT_EQ(testKernel().trace, wanted);
+    Picture seen = picture;
+    for (size_t y = 16; y < 20; ++y)
+        std::fill_n(seen[y].begin(), 8, uint8_t{0});
+    EXPECT_EQ(linesOf(load.rows), linesOf(seen, 100));
+}
+
+Trace deliveries() {
+    Trace rows;
+    std::copy_if(testKernel().trace.begin(), testKernel().trace.end(), std::back_inserter(rows),
+                 [](const std::string& entry) { return entry.rfind("Rows", 0) == 0; });
+    return rows;
+}
+
+TEST_F(TiledLoader, StripsInOneColumn) {
+    const Picture picture = pictureOf(100, 230);
+    struct {
+        unsigned tileHeight;
+        bool batches;
+        int fileHeight;
+        Trace deliveries;
+    } const cases[] = {
+        {120, false, 230, {"Rows 0 120 23", "Rows 120 110 27"}},
+        {120, true, 230, {"Rows 0 100 23", "Rows 100 20 19", "Rows 120 100 19", "Rows 220 10 27"}},
+        {120, false, 231, {"Rows 0 120 23", "Rows 120 110 19", "Rows 230 0 27"}},
+        {300, false, 230, {"Rows 0 230 31"}},
+        {300, false, 1000, {"Rows 0 230 23", "Rows 230 0 27"}},
+    };
+    for (const auto& c : cases) {
+        resetTestKernel();
+        TiledLoad load(picture, 100, 104, c.tileHeight);
+        load.dispatch->Flags = c.batches ? LOADDISPATCH_BATCHES : 0;
+        load.fileInfo->Height = c.fileHeight;
+        EXPECT_EQ(load.load(), SUCCESS);
+        EXPECT_EQ(deliveries(), c.deliveries);
+        EXPECT_TRUE(linesOf(load.rows) == linesOf(picture, 100));
+        EXPECT_EQ(load.dispatch->Status, 0);
+    }
+}
+
+TEST_F(TiledLoader, LastListedStripSuppliesWhatIsMissing) {
+    const Picture picture = pictureOf(100, 30);
+    TiledLoad load(picture, 100, 100, 8);
+    load.put(1, codedPicture(Picture(picture.begin() + 8, picture.end()), 100, 68));
+    load.grid.info.TileCount = 2;
+    EXPECT_EQ(load.load(), SUCCESS);
+    EXPECT_EQ(deliveries(), (Trace{"Rows 0 8 23", "Rows 8 22 27"}));
+    EXPECT_TRUE(linesOf(load.rows) == linesOf(picture, 100));
+    EXPECT_EQ(callsNamed("Seek"), 2u);
+
+    resetTestKernel();
+    TiledLoad whole(picture, 100, 100, 64); // one strip without a length
+    whole.grid.counts[0] = 0;
+    EXPECT_EQ(whole.load(), SUCCESS);
+    EXPECT_EQ(callsNamed("Read 200000"), 1u);
+    EXPECT_TRUE(linesOf(whole.rows) == linesOf(picture, 100));
+}
+
+TEST_F(TiledLoader, WhiteForWhatIsNotThere) {
+    const Picture picture = pictureOf(100, 20);
+    for (const uint32_t listed : {0u, 2u}) {
+        resetTestKernel();
+        TiledLoad load(picture, 100, 64, 16);
+        load.grid.info.TileCount = listed;
+        load.grid.uncompressed.assign(listed, 0); // asked for listed tiles alone
+        EXPECT_EQ(load.load(), SUCCESS);
+        ASSERT_EQ(load.rows.size(), 20u);
+        for (size_t y = 0; y < 20; ++y)
+            EXPECT_EQ(changesOf(load.rows[y]), y < 16 && listed == 2 ? changesOf(picture[y], 100) : Line());
+        EXPECT_EQ(callsNamed("Seek"), listed);
+        EXPECT_EQ(load.dispatch->Status, 0);
+    }
+    // A tile that ends in an unknown extension behind three rows; the next one is whole.
+    resetTestKernel();
+    TiledLoad damaged(picture, 100, 64, 16);
+    damaged.put(0, packed(repeated(horizontal(3, 4) + V0, 1) + repeated(repeated(V0, 3), 2) + "0000001000"));
+    EXPECT_EQ(damaged.load(), SUCCESS);
+    EXPECT_EQ(damaged.dispatch->Status, ERROR_FAX_DATA_CORRUPT);
+    EXPECT_EQ(callsNamed("PutBitmapRowColCompressed"), 40u);
+    for (size_t y = 0; y < 16; ++y) {
+        Line left = changesOf(damaged.rows[y]);
+        std::erase_if(left, [](uint32_t x) { return x >= 64; });
+        EXPECT_EQ(left, y < 3 ? Line({3, 7}) : Line()) << y;
+    }
+}
+
+TEST_F(TiledLoader, ChunksFitTheRunBuffer) {
+    const Picture picture = pictureOf(1728, 300, ALTERNATING);
+    TiledLoad load(picture, 1728, 256, 300);
+    EXPECT_EQ(load.load(), SUCCESS);
+    EXPECT_EQ(deliveries(), (Trace{"Rows 0 144 23", "Rows 144 144 19", "Rows 288 12 27"}));
+    EXPECT_TRUE(linesOf(load.rows) == linesOf(picture, 1728));
+}
+
+TEST_F(TiledLoader, LoaderWithoutRowsAndRefusals) {
+    TiledLoad load(pictureOf(100, 20), 100, 64, 16);
+    load.stopAt = 1;
+    load.stopWith = -9;
+    for (const int height : {0, -4}) {
+        load.bitmap.Height = height;
+        load.deliveries = 0;
+        resetTestKernel();
+        EXPECT_EQ(load.load(), -9);
+        EXPECT_EQ(deliveries(), Trace{"Rows 0 0 31"});
+    }
+    load.fileInfo->Height = 0;
+    resetTestKernel();
+    EXPECT_EQ(load.load(), SUCCESS);
+    EXPECT_EQ(deliveries(), Trace());
+
+    resetTestKernel();
+    load.grid.info.TileWidth = MAX_IMAGE_WIDTH + 1;
+    EXPECT_EQ(load.load(), ERROR_INV_PARAMETER);
+    load.grid.info.TileWidth = 0;
+    EXPECT_EQ(load.load(), ERROR_INV_PARAMETER);
+    load.grid.info.TileWidth = 64;
+    load.grid.info.TileHeight = 0;
+    EXPECT_EQ(load.load(), ERROR_INV_PARAMETER);
+    load.callback = nullptr;
+    EXPECT_EQ(load.load(), ERROR_NULL_PTR);
+    EXPECT_TRUE(testKernel().trace.empty());
+    load.callback = load.dispatch->RowCallback;
+    load.grid.info.TileHeight = 16;
+    load.grid.info.TileOffsets = nullptr;
+    EXPECT_EQ(load.load(), ERROR_NULL_PTR);
+    EXPECT_EQ(callsNamed("Alloc"), 0u);
+}
+
+extern "C" int countRows(_FILEINFOA*, _BITMAPHANDLE*, unsigned short*, unsigned, int, int rowCount, void*) {
+    return enterCall("Rows " + std::to_string(rowCount)) ? CALLBACK_FAILED : SUCCESS;
+}
+
+class TileLoadFaults : public testing::TestWithParam<std::tuple<unsigned, Fault>> {};
+
+TEST_P(TileLoadFaults, AtEveryCall) {
+    const auto [tileWidth, fault] = GetParam();
+    bool hit = true;
+    for (unsigned n = 1; hit; ++n) {
+        resetTestKernel();
+        TiledLoad load(pictureOf(100, 20), 100, tileWidth, 16);
+        load.makeRaw(load.grid.across - 1);
+        load.callback = countRows; // the rows may be anything now
+        testKernel().fault = fault;
+        testKernel().faultAt = n;
+        int status = 0;
+        bool thrown = false;
+        try {
+            status = load.load();
+        } catch (const KernelFault&) {
+            thrown = true;
+        }
+        const std::string call = testKernel().faulted;
+        hit = !call.empty();
+        SCOPED_TRACE("call " + std::to_string(n) + ", " + call);
+        const auto is = [&](const char* name) { return call.rfind(name, 0) == 0; };
+        const bool lastRelease = fault == Fault::Throw && (is("Free 1000000") || is("Free 200000"));
+        EXPECT_EQ(testKernel().badFrees, 0u);
+        EXPECT_TRUE(nothingHeld() || lastRelease);
+        const bool allocated = callsNamed("AllocateBitmap") != 0 && !is("AllocateBitmap");
+        if (!(fault == Fault::Throw && is("IntReleaseBitmap"))) {
+            EXPECT_EQ(callsNamed("FreeBitmap"), allocated ? 1u : 0u);
+        }
+        if (fault == Fault::Throw && hit) {
+            const bool inSetup = callsNamed("Alloc 250000 2") == 0 || call == "Alloc 250000 2";
+            const bool inCleanup = is("Free") || is("IntRelease");
+            EXPECT_EQ(thrown, inSetup);
+            EXPECT_TRUE(thrown || status == (inCleanup ? SUCCESS : ERROR_EXCEPTION)) << status;
+            continue;
+        }
+        EXPECT_FALSE(thrown);
+        EXPECT_EQ(status, is("Rows")                                                 ? CALLBACK_FAILED
+                          : is("Alloc")                                              ? ERROR_NO_MEMORY
+                          : is("IntAccess") || is("IntRelease") || is("CompressRow") ? FAILURE
+                          : call == "Read " + std::to_string((tileWidth + 7) / 8)    ? ERROR_FILE_READ
+                                                                                     : SUCCESS);
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Layouts, TileLoadFaults,
+                         testing::Combine(testing::Values(64u, 100u),
+                                          testing::Values(Fault::Fail, Fault::Short, Fault::Throw)));
+
+TEST(RunLengthWidths, AreCutFromTheRight) {
+    _FAXTILEINFO tile = {};
+    tile.TileWidth = 18;
+    const auto info = std::make_unique<_FILEINFOA>();
+    const auto shorten = [&](uint32_t width, std::vector<unsigned short> words, unsigned rows) {
+        info->Width = width;
+        ShortenRunLengthWidths(words.data(), &tile, info.get(), rows);
+        return rowsFromWords(words.data(), 2);
+    };
+    const std::vector<unsigned short> words = {3, 0, 10, 5, 3, 4, 0, 10, 5, 0, 3};
+    EXPECT_EQ(shorten(14, words, 2), rowsFromText("10 4 0|10 4 0 0"));
+    EXPECT_EQ(shorten(14, words, 1), rowsFromText("10 4 0|10 5 0 3"));
+    EXPECT_EQ(shorten(16, words, 2), rowsFromText("10 5 1|10 5 0 1"));
+    EXPECT_EQ(shorten(4, words, 2), rowsFromText("4 0 0|4 0 0 0"));
+    for (const uint32_t width : {18u, 40u})
+        EXPECT_EQ(shorten(width, words, 2), rowsFromText("10 5 3|10 5 0 3"));
+    EXPECT_EQ(shorten(14, words, 0), rowsFromText("10 5 3|10 5 0 3"));
+    ShortenRunLengthWidths(nullptr, &tile, info.get(), 1);
+}
+
+} // namespace

@@ -1,0 +1,32 @@
+// The pages of an input file of any kind: raw fax, TIFF, PNG or PBM, told apart by their first bytes.
+#pragma once
+
+#include "host/standin/standin.h"
+#include "tools/kfax/commands.h"
+
+#include <functional>
+#include <string>
+
+namespace kfax {
+
+// A loaded page, and what is still to be done with its picture.
+struct Page {
+    standin::BitmapPtr Bitmap;
+    bool Mirror = false;
+    bool Invert = false;
+    std::string Damage; // empty: none
+};
+
+enum class WantedPages { First, All }; // unless the options name one
+
+// How many pages the file has; 1 unless it is a TIFF file. Throws FileError with the reason.
+unsigned CountPages(const std::string& file);
+
+// Loads the wanted pages one after another and gives each to visit with its number. Where only the first of
+// several is wanted, a line on standard error says so. rawFormats: the command line can describe a raw
+// stream. Throws FileError with the reason.
+void VisitPages(const standin::Filter& filter, const std::string& file, const InputOptions& options,
+                WantedPages wanted, bool rawFormats,
+                const std::function<void(Page& page, unsigned number)>& visit);
+
+} // namespace kfax

@@ -1,0 +1,73 @@
+// libtiff's messages: errors are kept for the exception that follows, warnings are told once each.
+#include "tools/kfax/tiff_file.h"
+
+#include "tools/kfax/commands.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdarg>
+#include <cstdio>
+#include <cstring>
+#include <new>
+
+namespace kfax {
+
+namespace {
+
+__attribute__((format(printf, 1, 0))) std::string OneLine(const char* format, va_list arguments) {
+    char text[300];
+    std::vsnprintf(text, sizeof text, format, arguments);
+    std::string line = text;
+    std::replace(line.begin(), line.end(), '\n', ' ');
+    while (!line.empty() && (line.back() == '.' || line.back() == ' '))
+        line.pop_back();
+    return line;
+}
+
+constexpr int HANDLED = 1;
+
+__attribute__((format(printf, 4, 0))) int KeepError(TIFF* /*tiff*/, void* userData, const char* /*module*/,
+                                                    const char* format, va_list arguments) {
+    auto& file = *static_cast<TiffFile*>(userData);
+    if (file.Error.empty())
+        file.Error = OneLine(format, arguments);
+    return HANDLED;
+}
+
+__attribute__((format(printf, 4, 0))) int TellWarning(TIFF* /*tiff*/, void* userData, const char* /*module*/,
+                                                      const char* format, va_list arguments) {
+    auto& file = *static_cast<TiffFile*>(userData);
+    const std::string line = OneLine(format, arguments);
+    if (file.Warnings.insert(line).second)
+        Complain(file.Shown, "warning: " + line);
+    return HANDLED;
+}
+
+} // namespace
+
+TiffFile::TiffFile(const std::string& name, const char* mode) : Name(name), Shown(name) {
+    const std::unique_ptr<TIFFOpenOptions, decltype(&TIFFOpenOptionsFree)> options(TIFFOpenOptionsAlloc(),
+                                                                                   TIFFOpenOptionsFree);
+    if (options == nullptr)
+        throw std::bad_alloc();
+    TIFFOpenOptionsSetErrorHandlerExtR(options.get(), KeepError, this);
+    TIFFOpenOptionsSetWarningHandlerExtR(options.get(), TellWarning, this);
+    errno = 0;
+    Tiff.reset(TIFFOpenExt(name.c_str(), mode, options.get()));
+    if (Tiff == nullptr)
+        throw std::runtime_error(TakeError(*this, "not a TIFF file"));
+}
+
+std::string TakeError(TiffFile& file, const char* otherwise) {
+    std::string error = std::move(file.Error);
+    file.Error.clear();
+    // The library says which call failed, and not why the system refused it.
+    const std::string reason = errno != 0 ? std::strerror(errno) : "";
+    if (error.empty())
+        error = otherwise;
+    if (!reason.empty() && error.find(reason) == std::string::npos)
+        error += ": " + reason;
+    return error;
+}
+
+} // namespace kfax

@@ -1,0 +1,39 @@
+// An open TIFF file whose library's messages become lines of kfax.
+#pragma once
+
+#include <memory>
+#include <set>
+#include <stdexcept>
+#include <string>
+#include <tiffio.h>
+
+namespace kfax {
+
+struct CloseTiff {
+    void operator()(TIFF* tiff) const { TIFFClose(tiff); }
+};
+
+// It stays where it was opened: the library keeps its address.
+struct TiffFile {
+    TiffFile(const std::string& name, const char* mode); // throws std::runtime_error with the reason
+    TiffFile(const TiffFile&) = delete;
+    TiffFile& operator=(const TiffFile&) = delete;
+
+    std::string Name;
+    std::string Shown;              // the name in messages
+    std::string Error;              // the library's first one since TakeError
+    std::set<std::string> Warnings; // told already
+    std::unique_ptr<TIFF, CloseTiff> Tiff;
+};
+
+// The reason for the failure of the last call, or otherwise where the library gave none.
+std::string TakeError(TiffFile& file, const char* otherwise);
+
+// The value of a tag, or the library's default for it, or otherwise.
+template <class Value>
+Value TiffTag(const TiffFile& file, uint32_t tag, Value otherwise) {
+    Value value{};
+    return TIFFGetFieldDefaulted(file.Tiff.get(), tag, &value) == 1 ? value : otherwise;
+}
+
+} // namespace kfax

@@ -1,0 +1,229 @@
+// Reading TIFF pages.
+//
+// The stored bytes of all strips or tiles are read into one piece of memory and decoded there by a single
+// call: the filter's offsets have 32 bits, those of a large TIFF file more, and a byte count that points
+// past the end of the file is cut where the bytes are read.
+#include "tools/kfax/tiff_input.h"
+
+#include "API/Filters/Fax/Common/Tif_faxx.h"
+#include "tools/kfax/input.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <climits>
+#include <cmath>
+#include <cstdio>
+#include <cstring>
+
+namespace kfax {
+
+namespace {
+
+constexpr int NOT_COMPRESSED = 0;
+
+int FormatOfPage(const TiffFile& file) {
+    const auto compression = TiffTag<uint16_t>(file, TIFFTAG_COMPRESSION, COMPRESSION_NONE);
+    switch (compression) {
+    case COMPRESSION_NONE:
+        return NOT_COMPRESSED;
+    case COMPRESSION_CCITTRLE:
+        return FORMAT_FAX_G3_1D_NOEOL;
+    case COMPRESSION_CCITTFAX3:
+        return (TiffTag<uint32_t>(file, TIFFTAG_GROUP3OPTIONS, 0) & GROUP3OPT_2DENCODING) != 0
+                   ? FORMAT_FAX_G3_2D
+                   : FORMAT_FAX_G3_1D;
+    case COMPRESSION_CCITTFAX4:
+        return FORMAT_FAX_G4;
+    default:
+        throw std::runtime_error("TIFF compression " + std::to_string(compression) +
+                                 " is neither fax nor none");
+    }
+}
+
+bool IsInvertedPage(const TiffFile& file, int format) {
+    uint16_t photometric = 0;
+    if (TIFFGetField(file.Tiff.get(), TIFFTAG_PHOTOMETRIC, &photometric) != 1)
+        photometric = format == NOT_COMPRESSED ? PHOTOMETRIC_MINISBLACK : PHOTOMETRIC_MINISWHITE;
+    if (photometric != PHOTOMETRIC_MINISWHITE && photometric != PHOTOMETRIC_MINISBLACK)
+        throw std::runtime_error("the TIFF page is not black and white");
+    return photometric == PHOTOMETRIC_MINISBLACK;
+}
+
+uint32_t OrientationFlags(const TiffFile& file) {
+    static constexpr uint32_t FLAGS[] = {LOADINFO_ORIENTATION_1, LOADINFO_ORIENTATION_2,
+                                         LOADINFO_ORIENTATION_3, 0, // 4, bottom to top, has no bit
+                                         LOADINFO_ORIENTATION_5, LOADINFO_ORIENTATION_6,
+                                         LOADINFO_ORIENTATION_7, LOADINFO_ORIENTATION_8};
+    const auto orientation = TiffTag<uint16_t>(file, TIFFTAG_ORIENTATION, ORIENTATION_TOPLEFT);
+    return orientation >= 1 && orientation <= 8 ? FLAGS[orientation - 1] : LOADINFO_ORIENTATION_1;
+}
+
+int DotsPerInch(const TiffFile& file, uint32_t tag) {
+    const auto unit = TiffTag<uint16_t>(file, TIFFTAG_RESOLUTIONUNIT, RESUNIT_INCH);
+    double dots = TiffTag<float>(file, tag, 0);
+    if (unit == RESUNIT_CENTIMETER)
+        dots *= 2.54;
+    return unit != RESUNIT_NONE && dots > 0 && dots < INT_MAX ? static_cast<int>(std::lround(dots)) : 0;
+}
+
+// Width and height of the strips or tiles.
+void ReadGrid(TiffFile& file, unsigned width, unsigned height, TiffPage& page) {
+    TIFF* const tiff = file.Tiff.get();
+    page.Tiled = TIFFIsTiled(tiff) != 0;
+    page.BlockWidth = page.Tiled ? TiffTag<uint32_t>(file, TIFFTAG_TILEWIDTH, 0) : width;
+    page.BlockHeight = TiffTag<uint32_t>(file, page.Tiled ? TIFFTAG_TILELENGTH : TIFFTAG_ROWSPERSTRIP,
+                                         page.Tiled ? 0 : height);
+    if (page.BlockWidth == 0 || page.BlockHeight == 0)
+        throw std::runtime_error(page.Tiled ? "the TIFF page has tiles of size 0"
+                                            : "the TIFF page has strips of 0 rows");
+    if (page.BlockWidth > MAX_IMAGE_WIDTH)
+        throw std::runtime_error("the TIFF page is " + std::to_string(page.BlockWidth) +
+                                 " pixels wide; at most " + std::to_string(MAX_IMAGE_WIDTH) +
+                                 " can be loaded");
+    page.BlockHeight = std::min(page.BlockHeight, height);
+
+    const uint64_t across = (uint64_t{width} + page.BlockWidth - 1) / page.BlockWidth;
+    const uint64_t down = (uint64_t{height} + page.BlockHeight - 1) / page.BlockHeight;
+    // Each has an entry of two bytes at least in the directory, and data.
+    const uint64_t fileSize = CheckInput(file.Name);
+    if (across * down > std::max<uint64_t>(fileSize, 1))
+        throw std::runtime_error("the TIFF directory lists more strips or tiles than the file can hold");
+    page.BlockCount = static_cast<uint32_t>(across * down);
+    CheckPictureSize(static_cast<unsigned>(std::min<uint64_t>(across * page.BlockWidth, UINT_MAX)),
+                     static_cast<int>(height));
+}
+
+// Bytes of the block's packed rows, of those rows that lie in the image.
+size_t PackedBytes(const TiffPage& page, uint32_t block) {
+    const _FILEINFOA& info = page.Image.FileInfo.Declared;
+    const uint32_t across = (info.Width + page.BlockWidth - 1) / page.BlockWidth;
+    const size_t firstRow = size_t{block / across} * page.BlockHeight;
+    const size_t rows = std::min<size_t>(page.BlockHeight, static_cast<size_t>(info.Height) - firstRow);
+    return rows * ((page.BlockWidth + 7) / 8);
+}
+
+void CompletePackedRows(const TiffPage& page, uint32_t number, standin::Blocks& blocks, bool& cut) {
+    const size_t needed = PackedBytes(page, number);
+    unsigned char* const bytes = blocks.Bytes.data() + blocks.Offsets[number];
+    const size_t count = std::min<size_t>(needed, blocks.ByteCounts[number]);
+    if ((page.Image.LoadInfo.Flags & LOADINFO_REVERSED_BITS) != 0)
+        TIFFReverseBits(bytes, static_cast<tmsize_t>(count));
+    if (count == needed || count == 0)
+        return;
+    cut = true;
+    const bool inverted = (page.Image.LoadInfo.Flags & LOADINFO_INVERTED) != 0;
+    blocks.Bytes.resize(blocks.Offsets[number] + needed, inverted ? 0xFF : 0);
+    blocks.ByteCounts[number] = static_cast<uint32_t>(needed);
+}
+
+// Reads what the file has of every block. Returns what is missing, if anything is.
+std::string ReadBlocks(TiffFile& file, const TiffPage& page, standin::Blocks& blocks) {
+    TIFF* const tiff = file.Tiff.get();
+    const uint64_t fileSize = CheckInput(file.Name);
+    const char* const kind = page.Tiled ? "tile " : "strip ";
+    const uint32_t listed = page.Tiled ? TIFFNumberOfTiles(tiff) : TIFFNumberOfStrips(tiff);
+    std::string damage;
+    blocks.Tiled = page.Tiled;
+    blocks.Width = page.BlockWidth;
+    blocks.Height = page.BlockHeight;
+    blocks.Offsets.resize(page.BlockCount);
+    blocks.ByteCounts.resize(page.BlockCount);
+    for (uint32_t number = 0; number < page.BlockCount; ++number) {
+        const uint64_t offset = number < listed ? TIFFGetStrileOffset(tiff, number) : 0;
+        const uint64_t count = number < listed ? TIFFGetStrileByteCount(tiff, number) : 0;
+        const uint64_t there = offset < fileSize ? std::min(count, fileSize - offset) : 0;
+        const size_t at = blocks.Bytes.size();
+        if (at + there > UINT32_MAX)
+            throw std::runtime_error("the TIFF page holds more than 4 GiB of data");
+        blocks.Offsets[number] = static_cast<uint32_t>(at);
+        tmsize_t got = 0;
+        errno = 0;
+        if (there != 0) {
+            blocks.Bytes.resize(at + there);
+            const auto wanted = static_cast<tmsize_t>(there);
+            got = page.Tiled ? TIFFReadRawTile(tiff, number, blocks.Bytes.data() + at, wanted)
+                             : TIFFReadRawStrip(tiff, number, blocks.Bytes.data() + at, wanted);
+            got = std::max<tmsize_t>(got, 0);
+            blocks.Bytes.resize(at + static_cast<size_t>(got));
+        }
+        blocks.ByteCounts[number] = static_cast<uint32_t>(got);
+        bool cut = static_cast<uint64_t>(got) < count || got == 0;
+        if (page.Image.LoadInfo.Format == NOT_COMPRESSED)
+            CompletePackedRows(page, number, blocks, cut);
+        if (cut && damage.empty())
+            damage = kind + std::to_string(number + 1) + " of " + std::to_string(page.BlockCount) + ": " +
+                     TakeError(file, count == 0 ? "no data" : "its data lies beyond the end of the file");
+        file.Error.clear();
+    }
+    if (blocks.Bytes.empty())
+        throw std::runtime_error(damage);
+    return damage;
+}
+
+} // namespace
+
+bool IsTiff(const std::string& name) {
+    const std::unique_ptr<std::FILE, int (*)(std::FILE*)> file(std::fopen(name.c_str(), "rbe"), std::fclose);
+    char start[4] = {};
+    if (file == nullptr || std::fread(start, 1, sizeof start, file.get()) != sizeof start)
+        return false;
+    static constexpr const char* MAGICS[] = {"II\x2A\0", "MM\0\x2A", "II\x2B\0", "MM\0\x2B"};
+    return std::any_of(std::begin(MAGICS), std::end(MAGICS),
+                       [&](const char* magic) { return std::memcmp(start, magic, sizeof start) == 0; });
+}
+
+unsigned CountTiffPages(TiffFile& file) {
+    const auto pages = TIFFNumberOfDirectories(file.Tiff.get());
+    file.Error.clear();
+    return std::max<unsigned>(pages, 1);
+}
+
+TiffPage OpenTiffPage(TiffFile& file, int64_t number) {
+    TIFF* const tiff = file.Tiff.get();
+    const unsigned pages = CountTiffPages(file);
+    if (number < 1 || number > pages)
+        throw std::runtime_error("there is no page " + std::to_string(number) + "; the file has " +
+                                 std::to_string(pages));
+    errno = 0;
+    if (TIFFSetDirectory(tiff, static_cast<tdir_t>(number - 1)) != 1)
+        throw std::runtime_error(TakeError(file, "the TIFF directory is damaged"));
+    file.Error.clear();
+    if (TiffTag<uint16_t>(file, TIFFTAG_BITSPERSAMPLE, 1) != 1 ||
+        TiffTag<uint16_t>(file, TIFFTAG_SAMPLESPERPIXEL, 1) != 1)
+        throw std::runtime_error("the TIFF page is not black and white");
+    const auto width = TiffTag<uint32_t>(file, TIFFTAG_IMAGEWIDTH, 0);
+    const auto height = TiffTag<uint32_t>(file, TIFFTAG_IMAGELENGTH, 0);
+    if (width > INT_MAX || height > INT_MAX)
+        throw std::runtime_error("the TIFF page is too large");
+    CheckPictureSize(width, static_cast<int>(height));
+
+    TiffPage page;
+    ReadGrid(file, width, height, page);
+    _LOADINFO stream{};
+    stream.Format = FormatOfPage(file);
+    stream.Width = static_cast<int32_t>(width);
+    stream.Height = static_cast<int32_t>(height);
+    stream.BitsPerPixel = 1;
+    stream.XResolution = DotsPerInch(file, TIFFTAG_XRESOLUTION);
+    stream.YResolution = DotsPerInch(file, TIFFTAG_YRESOLUTION);
+    stream.Flags = OrientationFlags(file);
+    if (IsInvertedPage(file, stream.Format))
+        stream.Flags |= LOADINFO_INVERTED;
+    if (TiffTag<uint16_t>(file, TIFFTAG_FILLORDER, FILLORDER_MSB2LSB) == FILLORDER_LSB2MSB)
+        stream.Flags |= LOADINFO_REVERSED_BITS;
+    page.Image = standin::DescribeStream(stream);
+    return page;
+}
+
+standin::LoadResult LoadTiffPage(const standin::Filter& filter, TiffFile& file, const TiffPage& page,
+                                 const standin::LoadOptions& options, std::string& damage) {
+    standin::Blocks blocks;
+    damage = ReadBlocks(file, page, blocks);
+    const bool packed = page.Image.LoadInfo.Format == NOT_COMPRESSED;
+    standin::LoadResult loaded = standin::LoadBlocks(filter, page.Image, blocks, packed, options);
+    if (damage.empty() && loaded.Status == SUCCESS && loaded.DataStatus != 0)
+        damage = standin::StatusText(loaded.DataStatus);
+    return loaded;
+}
+
+} // namespace kfax

@@ -1,0 +1,34 @@
+// The pages of a TIFF file: libtiff reads the directories and the stored bytes, the filter decodes them.
+#pragma once
+
+#include "host/standin/standin.h"
+#include "tools/kfax/tiff_file.h"
+
+#include <cstdint>
+#include <string>
+
+namespace kfax {
+
+bool IsTiff(const std::string& file); // by its first bytes; false where it cannot be read
+
+// A page as its directory describes it.
+struct TiffPage {
+    standin::Description Image; // Format 0: not compressed
+    unsigned BlockWidth = 0;
+    unsigned BlockHeight = 0; // at most the image's
+    uint32_t BlockCount = 0;
+    bool Tiled = false;
+};
+
+unsigned CountTiffPages(TiffFile& file);
+
+// Goes to a page, from 1. Throws std::runtime_error where there is no such page, its directory is damaged
+// or it is not a fax or uncompressed black-and-white image.
+TiffPage OpenTiffPage(TiffFile& file, int64_t number);
+
+// Loads the page that was opened last. What is wrong with the file's bytes is in damage; throws where
+// there are none at all.
+standin::LoadResult LoadTiffPage(const standin::Filter& filter, TiffFile& file, const TiffPage& page,
+                                 const standin::LoadOptions& options, std::string& damage);
+
+} // namespace kfax

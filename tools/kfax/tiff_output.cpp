@@ -1,0 +1,153 @@
+// Writing TIFF pages.
+#include "tools/kfax/tiff_output.h"
+
+#include "API/Filters/Fax/Common/Tif_faxx.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <charconv>
+
+namespace kfax {
+
+namespace {
+
+constexpr unsigned TILE_UNIT = 16; // TIFF 6.0, section 15: tile sizes are multiples of it
+// Readers look further than a short last row reaches, which nothing follows where lines have no ends: libtiff
+// loses such a row without these.
+constexpr unsigned LOOKAHEAD_BYTES = 2;
+constexpr unsigned STRIP_BYTES = 64 * 1024; // of packed rows, where the command line says nothing
+
+unsigned ParseSize(const char*& at, const char* end) {
+    unsigned size = 0;
+    const auto [stop, error] = std::from_chars(at, end, size);
+    at = error == std::errc() ? stop : nullptr;
+    return size;
+}
+
+void ParseTile(const std::string& text, TiffOutput& output) {
+    const char* at = text.data();
+    const char* const end = at + text.size();
+    output.TileWidth = ParseSize(at, end);
+    if (at != nullptr && at != end && (*at == 'x' || *at == 'X'))
+        output.TileHeight = ParseSize(++at, end);
+    if (at != end || output.TileWidth == 0 || output.TileHeight == 0 || output.TileWidth % TILE_UNIT != 0 ||
+        output.TileHeight % TILE_UNIT != 0)
+        throw UsageError("--tile wants WIDTHxHEIGHT, both multiples of 16, not " + text);
+    if (output.TileWidth > MAX_IMAGE_WIDTH || output.TileHeight > INT32_MAX)
+        throw UsageError("--tile " + text + " is too large");
+}
+
+uint16_t CompressionOf(int format) {
+    switch (format) {
+    case FORMAT_FAX_G3_1D:
+    case FORMAT_FAX_G3_2D:
+        return COMPRESSION_CCITTFAX3;
+    case FORMAT_FAX_G4:
+        return COMPRESSION_CCITTFAX4;
+    case FORMAT_FAX_G3_1D_NOEOL:
+        return COMPRESSION_CCITTRLE;
+    default:
+        throw UsageError("a TIFF file cannot hold this --format; it holds g3, g3-2d, g4 and g3-noeol");
+    }
+}
+
+// Rows whose set bits are black are white-is-zero. --no-invert codes the rows of a picture as they lie.
+uint16_t PhotometricOf(const _BITMAPHANDLE& bitmap, const standin::SaveOptions& how) {
+    return standin::IsInverted(bitmap) && how.NoInvert ? PHOTOMETRIC_MINISBLACK : PHOTOMETRIC_MINISWHITE;
+}
+
+struct TagWriter {
+    TIFF* Tiff;
+    bool Good = true;
+
+    template <class... Values>
+    void Set(uint32_t tag, Values... values) {
+        Good = Good && TIFFSetField(Tiff, tag, values...) == 1;
+    }
+};
+
+bool SetTags(TIFF* tiff, const _BITMAPHANDLE& bitmap, const TiffOutput& output, const standin::Blocks& blocks,
+             unsigned number) {
+    TagWriter tags{tiff};
+    tags.Set(TIFFTAG_SUBFILETYPE, number != 0 ? FILETYPE_PAGE : 0);
+    tags.Set(TIFFTAG_IMAGEWIDTH, bitmap.Width);
+    tags.Set(TIFFTAG_IMAGELENGTH, static_cast<uint32_t>(bitmap.Height));
+    tags.Set(TIFFTAG_BITSPERSAMPLE, 1);
+    tags.Set(TIFFTAG_SAMPLESPERPIXEL, 1);
+    tags.Set(TIFFTAG_COMPRESSION, CompressionOf(output.How.Format));
+    if (output.How.Format == FORMAT_FAX_G3_1D || output.How.Format == FORMAT_FAX_G3_2D)
+        tags.Set(TIFFTAG_GROUP3OPTIONS,
+                 GROUP3OPT_FILLBITS | (output.How.Format == FORMAT_FAX_G3_2D ? GROUP3OPT_2DENCODING : 0));
+    tags.Set(TIFFTAG_PHOTOMETRIC, PhotometricOf(bitmap, output.How));
+    tags.Set(TIFFTAG_FILLORDER, output.How.ReverseBits ? FILLORDER_LSB2MSB : FILLORDER_MSB2LSB);
+    tags.Set(TIFFTAG_ORIENTATION, ORIENTATION_TOPLEFT);
+    tags.Set(TIFFTAG_PLANARCONFIG, PLANARCONFIG_CONTIG);
+    if (bitmap.XResolution > 0 && bitmap.YResolution > 0) {
+        tags.Set(TIFFTAG_RESOLUTIONUNIT, RESUNIT_INCH);
+        tags.Set(TIFFTAG_XRESOLUTION, static_cast<double>(bitmap.XResolution));
+        tags.Set(TIFFTAG_YRESOLUTION, static_cast<double>(bitmap.YResolution));
+    }
+    if (output.TileWidth != 0) {
+        tags.Set(TIFFTAG_TILEWIDTH, blocks.Width);
+        tags.Set(TIFFTAG_TILELENGTH, blocks.Height);
+    } else {
+        tags.Set(TIFFTAG_ROWSPERSTRIP, blocks.Height);
+    }
+    if (number != 0)
+        tags.Set(TIFFTAG_PAGENUMBER, std::min(number - 1, 65535u), 0); // of an unknown total
+    return tags.Good;
+}
+
+bool WriteBlocks(TIFF* tiff, bool tiled, standin::Blocks& blocks) {
+    for (uint32_t i = 0; i < blocks.Offsets.size(); ++i) {
+        unsigned char* const bytes = blocks.Bytes.data() + blocks.Offsets[i];
+        const auto count = static_cast<tmsize_t>(blocks.ByteCounts[i]);
+        if ((tiled ? TIFFWriteRawTile : TIFFWriteRawStrip)(tiff, i, bytes, count) != count)
+            return false;
+    }
+    return true;
+}
+
+} // namespace
+
+TiffOutput ChooseTiffOutput(const OutputOptions& options, int format) {
+    TiffOutput output;
+    static_cast<void>(CompressionOf(format));
+    output.How.Format = format;
+    output.How.ReverseBits = options.ReverseBits;
+    output.How.AlignEol = options.AlignEol;
+    output.How.NoInvert = options.NoInvert;
+    if (options.RowsPerStrip && !options.Tile.empty())
+        throw UsageError("--rows-per-strip and --tile exclude each other");
+    if (options.RowsPerStrip && (*options.RowsPerStrip < 1 || *options.RowsPerStrip > UINT32_MAX))
+        throw UsageError("--rows-per-strip must be 1 to " + std::to_string(UINT32_MAX));
+    output.RowsPerStrip = static_cast<unsigned>(options.RowsPerStrip.value_or(0));
+    if (!options.Tile.empty())
+        ParseTile(options.Tile, output);
+    return output;
+}
+
+void WriteTiffPage(const standin::Filter& filter, TiffFile& file, _BITMAPHANDLE& bitmap,
+                   const TiffOutput& output, unsigned number) {
+    const bool tiled = output.TileWidth != 0;
+    const auto height = static_cast<unsigned>(bitmap.Height);
+    standin::Blocks blocks;
+    blocks.Tiled = tiled;
+    blocks.Width = tiled ? output.TileWidth : bitmap.Width;
+    blocks.Height =
+        output.RowsPerStrip != 0 ? output.RowsPerStrip : std::max(STRIP_BYTES / ((bitmap.Width + 7) / 8), 1u);
+    blocks.Height = tiled ? output.TileHeight : std::min(blocks.Height, height);
+    if (output.How.Format == FORMAT_FAX_G3_1D_NOEOL)
+        blocks.Padding = LOOKAHEAD_BYTES;
+    const int status = standin::SaveBlocks(filter, bitmap, output.How, blocks);
+    if (status != SUCCESS)
+        throw std::runtime_error(standin::StatusText(status));
+
+    TIFF* const tiff = file.Tiff.get();
+    errno = 0;
+    if (!SetTags(tiff, bitmap, output, blocks, number) || !WriteBlocks(tiff, tiled, blocks) ||
+        TIFFWriteDirectory(tiff) != 1)
+        throw std::runtime_error(TakeError(file, standin::StatusText(ERROR_FILE_WRITE)));
+}
+
+} // namespace kfax
