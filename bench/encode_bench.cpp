@@ -4,9 +4,7 @@
 #include "bench/ratio_reporter.h"
 #include "host/kernel.h"
 
-#include <cstdio>
 #include <cstring>
-#include <exception>
 #include <stdexcept>
 
 namespace bench {
@@ -15,6 +13,7 @@ namespace {
 // A page, and where each side puts its stream.
 struct Case {
     Page page;
+    std::vector<Page> blocks; // the page, as libtiff takes it
     Coding coding;
     _BITMAPHANDLE bitmap{};
     std::vector<uint8_t> row;
@@ -45,18 +44,6 @@ extern "C" int EndSave(_BITMAPHANDLE*, _BITMAPHANDLE**, unsigned*, unsigned char
     return SUCCESS;
 }
 
-unsigned FormatOf(Coding coding) {
-    switch (coding) {
-    case Coding::G4:
-        return FORMAT_FAX_G4;
-    case Coding::G3OneDimensional:
-        return FORMAT_FAX_G3_1D;
-    case Coding::G3TwoDimensional:
-        break;
-    }
-    return FORMAT_FAX_G3_2D;
-}
-
 void SaveWithFilter(Case& c) {
     void* redirect = nullptr;
     tagHANDLE* handle = nullptr;
@@ -68,28 +55,30 @@ void SaveWithFilter(Case& c) {
     dispatch.StartCallback = StartSave;
     dispatch.GetRowCallback = GetRow;
     dispatch.EndCallback = EndSave;
-    const int status = K_SaveRawFax(&dispatch, handle, &c.bitmap, 1, FormatOf(c.coding), 0, &c, nullptr,
-                                    &c.streamSize, FAX_BYTE_TRAILER, nullptr, nullptr);
+    const int status =
+        K_SaveRawFax(&dispatch, handle, &c.bitmap, 1, static_cast<unsigned>(FormatOf(c.coding)), 0, &c,
+                     nullptr, &c.streamSize, FAX_BYTE_TRAILER, nullptr, nullptr);
     K_StopRedirectToBuffer(redirect, nullptr, nullptr);
     if (status != SUCCESS)
         throw std::runtime_error("the save failed");
 }
 
-void RegisterCase(PageKind kind, unsigned width, unsigned height, Coding coding) {
+void RegisterCase(PageKind kind, PageSize size, Coding coding) {
     const auto c = std::make_shared<Case>();
-    c->page = MakePage(kind, width, height);
+    c->page = MakePage(kind, size);
+    c->blocks = {c->page};
     c->coding = coding;
-    c->bitmap.Width = width;
-    c->bitmap.Height = static_cast<int>(height);
+    c->bitmap.Width = size.width;
+    c->bitmap.Height = static_cast<int>(size.height);
     c->bitmap.BytesPerLine = c->page.RowBytes();
     c->bitmap.YResolution = 204;
     c->row.resize(c->page.RowBytes());
     c->saveFile.NoInvert = 1;
     c->stream.resize(c->page.rows.size() * 4);
-    const std::string name = std::string("encode/") + CodingName(coding) + "/" + PageName(kind) + "/" +
-                             std::to_string(width) + "x" + std::to_string(height);
+    const Layout whole{0, size.height};
     RegisterPair(
-        name, [c] { SaveWithFilter(*c); }, [c] { c->peer.Encode(c->page, c->coding); });
+        std::string("encode/") + CodingName(coding) + "/" + PageTitle(kind, size),
+        [c] { SaveWithFilter(*c); }, [c, whole] { c->peer.Encode(c->page, c->blocks, c->coding, whole); });
 }
 
 } // namespace
@@ -97,14 +86,10 @@ void RegisterCase(PageKind kind, unsigned width, unsigned height, Coding coding)
 
 int main(int argc, char** argv) {
     using namespace bench;
-    try {
-        for (const auto coding : {Coding::G4, Coding::G3OneDimensional, Coding::G3TwoDimensional})
-            for (const auto& [width, height] : {std::pair{1728u, 2200u}, std::pair{4960u, 7016u}})
+    return RunPairs(argc, argv, [] {
+        for (const Coding coding : kAllCodings)
+            for (const PageSize size : kPageSizes)
                 for (const PageKind kind : kAllPageKinds)
-                    RegisterCase(kind, width, height, coding);
-        return RunPairs(argc, argv);
-    } catch (const std::exception& error) {
-        std::fprintf(stderr, "encode_bench: %s\n", error.what());
-        return 1;
-    }
+                    RegisterCase(kind, size, coding);
+    });
 }

@@ -1,7 +1,10 @@
 #include "bench/libtiff_peer.h"
 
+#include "API/Filters/Fax/Common/Tif_faxx.h"
+
 #include <tiffio.h>
 
+#include <algorithm>
 #include <cstring>
 #include <stdexcept>
 
@@ -17,6 +20,34 @@ const char* CodingName(Coding coding) {
         break;
     }
     return "G3-2D";
+}
+
+int FormatOf(Coding coding) {
+    switch (coding) {
+    case Coding::G4:
+        return FORMAT_FAX_G4;
+    case Coding::G3OneDimensional:
+        return FORMAT_FAX_G3_1D;
+    case Coding::G3TwoDimensional:
+        break;
+    }
+    return FORMAT_FAX_G3_2D;
+}
+
+std::vector<Page> CutIntoBlocks(Page& page, Layout layout) {
+    const unsigned width = layout.blockWidth != 0 ? layout.blockWidth : page.width;
+    std::vector<Page> blocks;
+    for (unsigned top = 0; top < page.height; top += layout.blockHeight)
+        for (unsigned left = 0; left < page.width; left += width) {
+            const unsigned rows = std::min(layout.blockHeight, page.height - top);
+            Page block{width, layout.blockWidth != 0 ? layout.blockHeight : rows, {}};
+            block.rows.resize(size_t{block.RowBytes()} * block.height);
+            for (unsigned y = 0; y < rows; ++y)
+                std::memcpy(block.Row(y), page.Row(top + y) + left / 8,
+                            std::min(block.RowBytes(), page.RowBytes() - left / 8));
+            blocks.push_back(std::move(block));
+        }
+    return blocks;
 }
 
 namespace {
@@ -87,6 +118,7 @@ TIFF* Open(MemoryFile* file, const char* mode) {
 struct TiffPeer::State {
     MemoryFile file;
     TIFF* reader = nullptr;
+    bool tiled = false;
 };
 
 TiffPeer::TiffPeer() : state_(new State) {}
@@ -96,16 +128,22 @@ TiffPeer::~TiffPeer() {
         TIFFClose(state_->reader);
 }
 
-void TiffPeer::Encode(Page& page, Coding coding) {
+void TiffPeer::Encode(const Page& page, std::vector<Page>& blocks, Coding coding, Layout layout) {
     state_->file.bytes.clear();
+    state_->tiled = layout.blockWidth != 0;
     TIFF* tiff = Open(&state_->file, "w");
     TIFFSetField(tiff, TIFFTAG_IMAGEWIDTH, page.width);
     TIFFSetField(tiff, TIFFTAG_IMAGELENGTH, page.height);
     TIFFSetField(tiff, TIFFTAG_BITSPERSAMPLE, 1);
     TIFFSetField(tiff, TIFFTAG_SAMPLESPERPIXEL, 1);
-    TIFFSetField(tiff, TIFFTAG_ROWSPERSTRIP, page.height);
     TIFFSetField(tiff, TIFFTAG_PHOTOMETRIC, PHOTOMETRIC_MINISWHITE);
     TIFFSetField(tiff, TIFFTAG_PLANARCONFIG, PLANARCONFIG_CONTIG);
+    if (state_->tiled) {
+        TIFFSetField(tiff, TIFFTAG_TILEWIDTH, layout.blockWidth);
+        TIFFSetField(tiff, TIFFTAG_TILELENGTH, layout.blockHeight);
+    } else {
+        TIFFSetField(tiff, TIFFTAG_ROWSPERSTRIP, layout.blockHeight);
+    }
     if (coding == Coding::G4) {
         TIFFSetField(tiff, TIFFTAG_COMPRESSION, COMPRESSION_CCITTFAX4);
     } else {
@@ -113,30 +151,39 @@ void TiffPeer::Encode(Page& page, Coding coding) {
         TIFFSetField(tiff, TIFFTAG_GROUP3OPTIONS,
                      coding == Coding::G3TwoDimensional ? GROUP3OPT_2DENCODING : 0);
     }
-    const tmsize_t size = static_cast<tmsize_t>(page.rows.size());
-    const bool written = TIFFWriteEncodedStrip(tiff, 0, page.rows.data(), size) == size;
+    bool written = true;
+    for (unsigned i = 0; i < blocks.size() && written; ++i) {
+        std::vector<uint8_t>& rows = blocks[i].rows;
+        const tmsize_t size = static_cast<tmsize_t>(rows.size());
+        written = (state_->tiled ? TIFFWriteEncodedTile(tiff, i, rows.data(), size)
+                                 : TIFFWriteEncodedStrip(tiff, i, rows.data(), size)) == size;
+    }
     TIFFClose(tiff);
     if (!written)
         throw std::runtime_error("libtiff cannot code the page");
-}
-
-std::vector<uint8_t> TiffPeer::Strip() const {
-    TIFF* tiff = Open(&state_->file, "r");
-    std::vector<uint8_t> strip(TIFFGetStrileByteCount(tiff, 0));
-    const tmsize_t read = TIFFReadRawStrip(tiff, 0, strip.data(), static_cast<tmsize_t>(strip.size()));
-    TIFFClose(tiff);
-    if (read != static_cast<tmsize_t>(strip.size()))
-        throw std::runtime_error("libtiff cannot read its strip");
-    return strip;
 }
 
 void TiffPeer::OpenForDecoding() {
     state_->reader = Open(&state_->file, "r");
 }
 
-bool TiffPeer::DecodeInto(std::vector<uint8_t>& rows) {
-    const tmsize_t size = static_cast<tmsize_t>(rows.size());
-    return TIFFReadEncodedStrip(state_->reader, 0, rows.data(), size) == size;
+std::vector<uint8_t> TiffPeer::Compressed(unsigned block) const {
+    TIFF* tiff = state_->reader;
+    std::vector<uint8_t> bytes(TIFFGetStrileByteCount(tiff, block));
+    const tmsize_t size = static_cast<tmsize_t>(bytes.size());
+    const tmsize_t read = state_->tiled ? TIFFReadRawTile(tiff, block, bytes.data(), size)
+                                        : TIFFReadRawStrip(tiff, block, bytes.data(), size);
+    if (read != size)
+        throw std::runtime_error("libtiff cannot read its block");
+    return bytes;
+}
+
+void TiffPeer::Decode(unsigned block, Page& rows) {
+    const tmsize_t size = static_cast<tmsize_t>(rows.rows.size());
+    const tmsize_t read = state_->tiled ? TIFFReadEncodedTile(state_->reader, block, rows.rows.data(), size)
+                                        : TIFFReadEncodedStrip(state_->reader, block, rows.rows.data(), size);
+    if (read != size)
+        throw std::runtime_error("libtiff cannot decode its block");
 }
 
 } // namespace bench

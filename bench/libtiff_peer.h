@@ -1,4 +1,4 @@
-// libtiff as the peer of the benchmarks: the same strip, coded and decoded in memory.
+// libtiff as the peer of the benchmarks: the same page, coded and decoded in memory, whole or in blocks.
 #pragma once
 
 #include "bench/pages.h"
@@ -9,9 +9,24 @@ namespace bench {
 
 enum class Coding { G4, G3OneDimensional, G3TwoDimensional };
 
+inline constexpr Coding kAllCodings[] = {Coding::G4, Coding::G3OneDimensional, Coding::G3TwoDimensional};
+
 const char* CodingName(Coding coding);
 
-// A TIFF file in memory whose only page is one strip of the given coding.
+// The filter's format number for a coding.
+int FormatOf(Coding coding);
+
+// How a page is cut: strips of blockHeight rows, or tiles where blockWidth (a multiple of 16) is not 0.
+struct Layout {
+    unsigned blockWidth;
+    unsigned blockHeight;
+};
+
+// The page's blocks in the container's order: strips as they lie, the last one shorter; tiles all of one
+// size, white beyond the page.
+std::vector<Page> CutIntoBlocks(Page& page, Layout layout);
+
+// A TIFF file in memory with one page.
 class TiffPeer {
 public:
     TiffPeer();
@@ -19,14 +34,14 @@ public:
     TiffPeer(const TiffPeer&) = delete;
     TiffPeer& operator=(const TiffPeer&) = delete;
 
-    // Codes the page with libtiff, replacing what was there.
-    void Encode(Page& page, Coding coding);
-    // The compressed bytes of the strip.
-    std::vector<uint8_t> Strip() const;
-    // Opens the file for DecodeInto.
+    // Codes the blocks of a page with libtiff, replacing what was there.
+    void Encode(const Page& page, std::vector<Page>& blocks, Coding coding, Layout layout);
+    // Opens the file for what follows.
     void OpenForDecoding();
-    // Decodes the whole strip into packed rows. False when libtiff reports an error.
-    bool DecodeInto(std::vector<uint8_t>& rows);
+    // The compressed bytes of a block.
+    std::vector<uint8_t> Compressed(unsigned block) const;
+    // Decodes a block into packed rows. Throws std::runtime_error when libtiff reports an error.
+    void Decode(unsigned block, Page& rows);
 
 private:
     struct State;

@@ -179,8 +179,13 @@ const char* PageName(PageKind kind) {
     return "all-white";
 }
 
-Page MakePage(PageKind kind, unsigned width, unsigned height) {
-    Page page{width, height, std::vector<uint8_t>(size_t{(width + 7) / 8} * height)};
+std::string PageTitle(PageKind kind, PageSize size) {
+    return std::string(PageName(kind)) + "/" + std::to_string(size.width) + "x" + std::to_string(size.height);
+}
+
+Page MakePage(PageKind kind, PageSize size) {
+    Page page{size.width, size.height, {}};
+    page.rows.resize(size_t{page.RowBytes()} * page.height);
     switch (kind) {
     case PageKind::Text:
         DrawTextPage(page);

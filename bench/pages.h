@@ -13,7 +13,18 @@ inline constexpr PageKind kAllPageKinds[] = {PageKind::Text,          PageKind::
                                              PageKind::OrderedDither, PageKind::ErrorDiffusion,
                                              PageKind::Noisy,         PageKind::NearlyBlank};
 
+struct PageSize {
+    unsigned width;
+    unsigned height;
+};
+
+inline constexpr PageSize kPageSizes[] = {
+    {1728, 2200}, {2480, 3508}, {4960, 7016}}; // 200, 300, 600 dots per inch
+
 const char* PageName(PageKind kind);
+
+// "text/1728x2200"
+std::string PageTitle(PageKind kind, PageSize size);
 
 // A picture of packed rows, most significant bit first, 1 = black, (width + 7) / 8 bytes a row.
 struct Page {
@@ -26,6 +37,6 @@ struct Page {
 };
 
 // The same arguments always give the same page. Throws std::runtime_error where a font is missing.
-Page MakePage(PageKind kind, unsigned width, unsigned height);
+Page MakePage(PageKind kind, PageSize size);
 
 } // namespace bench

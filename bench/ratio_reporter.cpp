@@ -1,5 +1,7 @@
 #include "bench/ratio_reporter.h"
 
+#include <benchmark/benchmark.h>
+
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
@@ -76,7 +78,13 @@ void RegisterPair(const std::string& name, std::function<void()> ours, std::func
     Register(name + "/" + kTheirs, std::move(theirs));
 }
 
-int RunPairs(int argc, char** argv) {
+int RunPairs(int argc, char** argv, const std::function<void()>& registerPairs) {
+    try {
+        registerPairs();
+    } catch (const std::exception& error) {
+        std::fprintf(stderr, "%s: %s\n", argv[0], error.what());
+        return 1;
+    }
     std::vector<char*> arguments(argv, argv + argc);
     char interleave[] = "--benchmark_enable_random_interleaving=true";
     char repetitions[] = "--benchmark_repetitions=5";

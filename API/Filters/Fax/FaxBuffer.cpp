@@ -1,4 +1,5 @@
 // Strips in memory: a compressed block becomes packed rows, packed rows become a compressed block.
+#include "API/Filters/Fax/Common/Tif_faxx/bit_input.h"
 #include "API/Filters/Fax/Common/Tif_faxx/limits.h"
 #include "API/Filters/Fax/Common/Tif_faxx/save_session.h"
 #include "API/Filters/Fax/Common/Tif_faxx/stream.h"
@@ -21,8 +22,8 @@ struct BufferLoad {
 
 int DecodeBlock(BufferLoad& load, tagHANDLE* handle) {
     const int status =
-        InitDecodeG34(nullptr, &load.codec, static_cast<unsigned>(load.format),
-                      static_cast<unsigned>(load.width), ReversedBits(load.flags), handle, 0, load.byteLimit);
+        SetUpDecoder(nullptr, &load.codec, static_cast<unsigned>(load.format),
+                     static_cast<unsigned>(load.width), ReversedBits(load.flags), handle, 0, load.byteLimit);
     if (status != SUCCESS)
         return status;
     LineDecoder* const decode = LineDecoderFor(load.format);
@@ -77,12 +78,7 @@ int fltLoadBufferFAX(unsigned char* input, unsigned long long inputSize, unsigne
                     CCITTG34{}, runs.data, mirrored.data};
     int result = ERROR_EXCEPTION;
     Throws([&] { result = DecodeBlock(load, handle); });
-    if (Throws([&] { runs.Release(); }))
-        result = ERROR_EXCEPTION;
-    if (Throws([&] { mirrored.Release(); }))
-        result = ERROR_EXCEPTION;
-    if (Throws([&] { QuitDecodeG34(&load.codec, 1); }))
-        result = ERROR_EXCEPTION;
+    result = ReleaseLoad(runs, mirrored, &load.codec, result);
     if (Throws([&] { StopRedirectToBuffer(redirect, nullptr, nullptr); }))
         result = ERROR_EXCEPTION;
     return result;

@@ -10,16 +10,21 @@
 namespace faxx {
 namespace {
 
-// Everything behind the data reads as zero bits.
-void ClearTail(CCITTG34* record) {
-    std::memset(record->Buffer + record->BytesInBuffer, 0, kInputBytes - record->BytesInBuffer);
+// How far behind the data a decoder reads: a few zero bytes that the lowered threshold lets it consume, and
+// the rest of a window.
+constexpr uint32_t kZeroTail = 64;
+
+// What stands behind the data reads as zero bits. oldEnd: bytes up to there may hold former data.
+void ClearTail(CCITTG34* record, uint32_t oldEnd) {
+    const uint32_t end = std::min(std::max(oldEnd, record->BytesInBuffer + kZeroTail), kInputBytes);
+    std::memset(record->Buffer + record->BytesInBuffer, 0, end - record->BytesInBuffer);
 }
 
-// Reads behind the BytesInBuffer bytes that are kept. A fill that leaves the buffer short lowers the
-// threshold, so that all of the data and only a few zero bytes are consumed before the handle is asked
+// Reads behind the first kept of the oldEnd bytes in the buffer. A fill that leaves the buffer short lowers
+// the threshold, so that all of the data and only a few zero bytes are consumed before the handle is asked
 // again. False: nothing kept and nothing read.
-bool FillBuffer(CCITTG34* record) {
-    const uint32_t kept = record->BytesInBuffer;
+bool FillBuffer(CCITTG34* record, uint32_t kept, uint32_t oldEnd) {
+    record->BytesInBuffer = kept;
     uint32_t room = record->BufferCapacity - kept;
     if (record->ByteLimit != 0)
         room = std::min(room, record->ByteLimit - record->BytesRead);
@@ -28,7 +33,7 @@ bool FillBuffer(CCITTG34* record) {
         record->RefillThreshold = kept + 2;
         if (kept == 0)
             return false;
-        ClearTail(record);
+        ClearTail(record, oldEnd);
         return true;
     }
 
@@ -40,7 +45,7 @@ bool FillBuffer(CCITTG34* record) {
     record->BytesInBuffer += read;
     if (record->BytesInBuffer < record->RefillThreshold)
         record->RefillThreshold = record->BytesInBuffer + 2;
-    ClearTail(record);
+    ClearTail(record, oldEnd);
     if (record->Flags & FAX_REVERSE_BITS)
         ReverseBits(record->Buffer + kept, read);
     return true;
@@ -61,16 +66,11 @@ bool RefillBuffer(CCITTG34* record, uint32_t position) {
     const uint32_t unread = position < record->BytesInBuffer ? record->BytesInBuffer - position : 0;
     if (unread != 0)
         std::memmove(record->Buffer, record->Buffer + position, unread);
-    record->BytesInBuffer = unread;
-    return FillBuffer(record);
+    return FillBuffer(record, unread, record->BytesInBuffer);
 }
 
-} // namespace faxx
-
-using namespace faxx;
-
-int InitDecodeG34(_LOADDISPATCH* dispatch, CCITTG34* record, unsigned format, unsigned width, unsigned flags,
-                  tagHANDLE* handle, unsigned smallBuffer, unsigned byteLimit) {
+int SetUpDecoder(_LOADDISPATCH* dispatch, CCITTG34* record, unsigned format, unsigned width, unsigned flags,
+                 tagHANDLE* handle, unsigned smallBuffer, unsigned byteLimit, uint32_t oldEnd) {
     if (width > MAX_CODEC_WIDTH)
         return ERROR_WIDTH_LIMIT;
     if (!AllocateBuffers(record))
@@ -92,7 +92,7 @@ int InitDecodeG34(_LOADDISPATCH* dispatch, CCITTG34* record, unsigned format, un
     std::fill_n(record->ReferenceLine, kClosingZeros, 0);
 
     // An empty stream is the decoders' business, not a failed set-up.
-    if (!FillBuffer(record)) {
+    if (!FillBuffer(record, 0, oldEnd)) {
         record->DecodeStatus = DECODE_STATUS_NO_DATA;
         return SUCCESS;
     }
@@ -102,6 +102,15 @@ int InitDecodeG34(_LOADDISPATCH* dispatch, CCITTG34* record, unsigned format, un
     record->BitCount = 16;
     record->ReadPosition = 4;
     return SUCCESS;
+}
+
+} // namespace faxx
+
+using namespace faxx;
+
+int InitDecodeG34(_LOADDISPATCH* dispatch, CCITTG34* record, unsigned format, unsigned width, unsigned flags,
+                  tagHANDLE* handle, unsigned smallBuffer, unsigned byteLimit) {
+    return SetUpDecoder(dispatch, record, format, width, flags, handle, smallBuffer, byteLimit, kInputBytes);
 }
 
 void QuitDecodeG34(CCITTG34* record, int freeAll) {

@@ -25,6 +25,11 @@ namespace faxx {
 // reading goes on at position 0.
 bool RefillBuffer(CCITTG34* record, uint32_t position);
 
+// InitDecodeG34 for a record that its caller keeps to itself: what stands far behind the data is nobody's
+// business and not cleared, which a small strip would feel. oldEnd: clear up to there at least.
+int SetUpDecoder(_LOADDISPATCH* dispatch, CCITTG34* record, unsigned format, unsigned width, unsigned flags,
+                 tagHANDLE* handle, unsigned smallBuffer, unsigned byteLimit, uint32_t oldEnd = 0);
+
 // The 64 bits that begin on the byte of a position, the position's own first: 57 of them at least.
 inline uint64_t WindowAt(const uint8_t* buffer, uint64_t position) {
     uint64_t window;

@@ -1,4 +1,5 @@
 // Loads a stream from an open handle through the kernel's row callback, and finds G3 streams in a handle.
+#include "API/Filters/Fax/Common/Tif_faxx/bit_input.h"
 #include "API/Filters/Fax/Common/Tif_faxx/limits.h"
 #include "API/Filters/Fax/Common/Tif_faxx/stream.h"
 
@@ -50,9 +51,9 @@ int LoadRows(RawLoad& load) {
     if (!load.rowCallback)
         return ERROR_NO_CALLBACK;
     K_RedirectedSeek(load.handle, info->Offset, 0);
-    const int status = InitDecodeG34(load.dispatch, &load.codec, static_cast<unsigned>(info->Format),
-                                     static_cast<unsigned>(info->Width), ReversedBits(info->Flags),
-                                     load.handle, load.batches, 0);
+    const int status = SetUpDecoder(load.dispatch, &load.codec, static_cast<unsigned>(info->Format),
+                                    static_cast<unsigned>(info->Width), ReversedBits(info->Flags),
+                                    load.handle, load.batches, 0);
     if (status != SUCCESS)
         return status;
     LineDecoder* const decode = LineDecoderFor(info->Format);
@@ -103,8 +104,8 @@ int TryFormat(RawLoad& load, int64_t offset, int format) {
     _LOADINFO* info = load.loadInfo;
     info->Format = format;
     K_RedirectedSeek(load.handle, offset, 0);
-    const int status = InitDecodeG34(nullptr, &load.codec, static_cast<unsigned>(format), 0,
-                                     ReversedBits(info->Flags), load.handle, 0, 0);
+    const int status = SetUpDecoder(nullptr, &load.codec, static_cast<unsigned>(format), 0,
+                                    ReversedBits(info->Flags), load.handle, 0, 0);
     if (status != SUCCESS)
         return status;
     info->Height = InfoDecodeG3(&load.codec, load.runs);
@@ -200,11 +201,5 @@ int K_LoadRawFax(_LOADDISPATCH* dispatch, tagHANDLE* handle, _LOADINFO* loadInfo
                  userData, batches, mirror,   CCITTG34{}, runs.data, mirrored.data};
     int result = ERROR_EXCEPTION;
     Throws([&] { result = dispatch ? LoadRows(load) : Probe(load); });
-    if (Throws([&] { runs.Release(); }))
-        result = ERROR_EXCEPTION;
-    if (Throws([&] { mirrored.Release(); }))
-        result = ERROR_EXCEPTION;
-    if (Throws([&] { QuitDecodeG34(&load.codec, 1); }))
-        result = ERROR_EXCEPTION;
-    return result;
+    return ReleaseLoad(runs, mirrored, &load.codec, result);
 }

@@ -94,4 +94,17 @@ struct Buffer {
     void Release(int line = __builtin_LINE()) { Free(data, line); }
 };
 
+// A load's clean-up: gives its row buffers and the codec's back, each under its own catch. What throws makes
+// the result ERROR_EXCEPTION.
+inline int ReleaseLoad(Buffer<unsigned short>& runs, Buffer<unsigned short>& mirrored, CCITTG34* codec,
+                       int result) {
+    if (Throws([&] { runs.Release(); }))
+        result = ERROR_EXCEPTION;
+    if (Throws([&] { mirrored.Release(); }))
+        result = ERROR_EXCEPTION;
+    if (Throws([&] { QuitDecodeG34(codec, 1); }))
+        result = ERROR_EXCEPTION;
+    return result;
+}
+
 } // namespace faxx

@@ -2,6 +2,7 @@
 //
 // With one column, a strip's rows go to the row callback as they are decoded. With several, the tiles of a
 // tile row are put side by side in a work bitmap of TileHeight rows, and the assembled rows go on from there.
+#include "API/Filters/Fax/Common/Tif_faxx/bit_input.h"
 #include "API/Filters/Fax/Common/Tif_faxx/limits.h"
 #include "API/Filters/Fax/Common/Tif_faxx/run_rows.h"
 #include "API/Filters/Fax/Common/Tif_faxx/stream.h"
@@ -82,9 +83,9 @@ int OpenTile(TiledLoad& load, uint32_t index, Source* source) {
     if (*source != Source::Compressed)
         return SUCCESS;
     const _LOADINFO& info = *load.loadInfo;
-    return InitDecodeG34(load.dispatch, &load.codec, static_cast<unsigned>(info.Format), tiles.TileWidth,
-                         ReversedBits(info.Flags), load.handle, load.dispatch->Flags & LOADDISPATCH_BATCHES,
-                         byteCount);
+    return SetUpDecoder(load.dispatch, &load.codec, static_cast<unsigned>(info.Format), tiles.TileWidth,
+                        ReversedBits(info.Flags), load.handle, load.dispatch->Flags & LOADDISPATCH_BATCHES,
+                        byteCount);
 }
 
 // Puts the tile's next rows, left at most, at the start of the run buffer; *got is 0 where a decoder has no
