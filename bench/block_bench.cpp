@@ -15,8 +15,8 @@ constexpr PageKind kKinds[] = {PageKind::Text, PageKind::ErrorDiffusion, PageKin
 
 struct Case {
     Page page;
-    Coding coding;
-    Layout layout;
+    Coding coding{};
+    Layout layout{};
     std::vector<Page> blocks;
     std::vector<std::vector<uint8_t>> compressed;
     std::vector<Page> decoded;

@@ -24,7 +24,7 @@ struct Case {
     std::vector<uint8_t> strip;
     Page ours;
     Page theirs;
-    int format;
+    int format = 0;
 };
 
 void LoadWithFilter(Case& c) {

@@ -14,7 +14,7 @@ namespace {
 struct Case {
     Page page;
     std::vector<Page> blocks; // the page, as libtiff takes it
-    Coding coding;
+    Coding coding{};
     _BITMAPHANDLE bitmap{};
     std::vector<uint8_t> row;
     _SAVEFILESTRUCT saveFile{};

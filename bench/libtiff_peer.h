@@ -18,8 +18,8 @@ int FormatOf(Coding coding);
 
 // How a page is cut: strips of blockHeight rows, or tiles where blockWidth (a multiple of 16) is not 0.
 struct Layout {
-    unsigned blockWidth;
-    unsigned blockHeight;
+    unsigned blockWidth = 0;
+    unsigned blockHeight = 0;
 };
 
 // The page's blocks in the container's order: strips as they lie, the last one shorter; tiles all of one

@@ -47,7 +47,7 @@ void DrawText(Page& page, int left, int top, int right, int bottom, unsigned siz
         const char c = kProse[next++ % kProse.size()];
         if (FT_Load_Char(face, static_cast<FT_ULong>(c), FT_LOAD_RENDER | FT_LOAD_TARGET_MONO) != 0)
             continue;
-        const FT_GlyphSlot glyph = face->glyph;
+        const FT_GlyphSlotRec* const glyph = face->glyph;
         for (unsigned row = 0; row < glyph->bitmap.rows; ++row)
             for (unsigned column = 0; column < glyph->bitmap.width; ++column)
                 if (glyph->bitmap.buffer[static_cast<int>(row) * glyph->bitmap.pitch +
@@ -90,7 +90,8 @@ void DrawLineArt(Page& page) {
         }
     }
     for (int line = 0; line <= 24; ++line)
-        for (double t = 0; t < 1; t += 0.5 / h) {
+        for (unsigned i = 0; i < 2 * page.height; ++i) {
+            const double t = i / (2 * h);
             stroke(w * line / 24, h * t);
             stroke(w * t, h * (line / 24.0) * (1 - t));
         }

@@ -28,8 +28,8 @@ std::string PageTitle(PageKind kind, PageSize size);
 
 // A picture of packed rows, most significant bit first, 1 = black, (width + 7) / 8 bytes a row.
 struct Page {
-    unsigned width;
-    unsigned height;
+    unsigned width = 0;
+    unsigned height = 0;
     std::vector<uint8_t> rows;
 
     unsigned RowBytes() const { return (width + 7) / 8; }

@@ -57,4 +57,5 @@ int K_StopRedirectToBuffer(void* redirect, unsigned char** buffer, unsigned long
 
 } // extern "C"
 
+// NOLINTNEXTLINE(performance-no-int-to-ptr): the kernel's value
 inline tagHANDLE* const INVALID_KERNEL_HANDLE = reinterpret_cast<tagHANDLE*>(~uintptr_t{0});

@@ -72,6 +72,9 @@ struct _PALETTEENTRY {
     uint8_t Reserved; // 0
 };
 
+// clang-format takes the first asterisk of a function type's parameters for a multiplication.
+// clang-format off
+
 // Receives decoded rows: a batch of rowCount run-length rows, the first of them line firstLine of the
 // image. flags is a sum of ROWS_ values. Returns SUCCESS to go on; anything else ends the load with
 // that value.
@@ -117,6 +120,8 @@ extern "C" using EndCallbackFn = int(_BITMAPHANDLE* bitmap, _BITMAPHANDLE** save
                                      _SAVEFILESTRUCT** saveFile);
 // A container filter's look at each row between the polarity step and the coder.
 extern "C" using SaveRowCallbackFn = int(_BITMAPHANDLE* saveBitmap, unsigned char* row, void* userData);
+
+// clang-format on
 
 struct _SAVEOPTIONS {
     uint8_t Unused0[12];

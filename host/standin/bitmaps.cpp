@@ -18,7 +18,7 @@ struct OwnFields {
 static_assert(sizeof(OwnFields) <= sizeof(_BITMAPHANDLE::Unused108));
 
 OwnFields GetOwn(const _BITMAPHANDLE& bitmap) {
-    OwnFields own;
+    OwnFields own{};
     std::memcpy(&own, bitmap.Unused108, sizeof own);
     return own;
 }

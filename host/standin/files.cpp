@@ -72,7 +72,7 @@ int WriteMemory(tagHANDLE& handle, const void* buffer, size_t count) {
     count = std::min(count, size_t{INT_MAX});
     if (count == 0 || handle.Mode != REDIRECT_WRITE)
         return 0;
-    size_t end;
+    size_t end = 0;
     if (__builtin_add_overflow(handle.Position, count, &end) ||
         (end > handle.Capacity && !Grow(handle, end))) {
         errno = ENOMEM;
@@ -113,7 +113,7 @@ tagHANDLE* K_RedirectedOpen(const char* fileName, int flags, int permission) {
     const int descriptor = open(fileName, flags | O_CLOEXEC, static_cast<mode_t>(permission));
     if (descriptor < 0)
         return INVALID_KERNEL_HANDLE;
-    struct stat about;
+    struct stat about {};
     if (fstat(descriptor, &about) == 0 && S_ISDIR(about.st_mode)) {
         close(descriptor);
         errno = EISDIR;

@@ -41,7 +41,7 @@ Filter LoadFilter(const std::string& library) {
         const char* const reason = dlerror();
         throw std::runtime_error(reason != nullptr ? reason : "the filter cannot be loaded");
     }
-    Filter filter;
+    Filter filter{};
     filter.Info = Required<decltype(filter.Info)>(handle, "fltInfo");
     filter.Load = Required<decltype(filter.Load)>(handle, "fltLoad");
     FindOptional(handle, "fltSave", filter.Save);

@@ -52,6 +52,9 @@ struct KeptBlocks {
     std::array<BlockHeader*, 8> Slots{};
     size_t Next = 0; // the slot to give up
 
+    KeptBlocks() = default;
+    KeptBlocks(const KeptBlocks&) = delete;
+    KeptBlocks& operator=(const KeptBlocks&) = delete;
     ~KeptBlocks() {
         for (BlockHeader* block : Slots)
             std::free(block);
@@ -155,7 +158,7 @@ HeldMemory HeldAllocations() {
 extern "C" {
 
 void* K_LocalAlloc(size_t count, size_t elementSize, int line, const char* path) {
-    size_t bytes;
+    size_t bytes = 0;
     if (__builtin_mul_overflow(count, elementSize, &bytes)) {
         errno = ENOMEM;
         return nullptr;
@@ -163,8 +166,8 @@ void* K_LocalAlloc(size_t count, size_t elementSize, int line, const char* path)
     return standin::AllocateTracked(bytes, false, line, path);
 }
 
-void K_LocalFree(void* memory, int line, const char* path) {
-    standin::FreeTracked(memory, line, path);
+void K_LocalFree(void* block, int line, const char* path) {
+    standin::FreeTracked(block, line, path);
 }
 
 void K_MemorySet(void* destination, int value, size_t count) {

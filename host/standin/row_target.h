@@ -8,9 +8,9 @@
 namespace standin {
 
 struct RowTarget {
-    _BITMAPHANDLE* Bitmap; // null: the rows are discarded
-    const std::function<bool(int done, int total)>* Progress;
-    int Total;
+    _BITMAPHANDLE* Bitmap = nullptr; // null: the rows are discarded
+    const std::function<bool(int done, int total)>* Progress = nullptr;
+    int Total = 0;
     int Rows = 0;       // delivered so far
     int RowsBefore = 0; // of the image, delivered by earlier calls
 };

@@ -107,7 +107,8 @@ int AppendBlocks(const Filter& filter, const _BITMAPHANDLE& image, unsigned firs
         };
     const unsigned across = (bitmap.Width + blocks.Width - 1) / blocks.Width;
     const size_t count = size_t{across} * ((rows + blocks.Height - 1) / blocks.Height);
-    std::vector<uint32_t> offsets(count), byteCounts(count);
+    std::vector<uint32_t> offsets(count);
+    std::vector<uint32_t> byteCounts(count);
     _FAXTILEINFO tiles{};
     tiles.TileWidth = blocks.Width;
     tiles.TileHeight = blocks.Height;

@@ -103,13 +103,7 @@ int Main(int argc, char** argv) {
         return EXIT_USAGE;
     }
     CleanUpOnSignals();
-    standin::Filter filter;
-    try {
-        filter = standin::LoadFilter(library);
-    } catch (const std::exception& error) {
-        std::fprintf(stderr, "kfax: %s\n", error.what());
-        return EXIT_ERROR;
-    }
+    const standin::Filter filter = standin::LoadFilter(library);
     if (infoCommand->parsed())
         return Run("info", [&] { return InfoCommand(filter, info); });
     if (saveCommand->parsed())
@@ -122,5 +116,10 @@ int Main(int argc, char** argv) {
 } // namespace kfax
 
 int main(int argc, char** argv) {
-    return kfax::Main(argc, argv);
+    try {
+        return kfax::Main(argc, argv);
+    } catch (const std::exception& error) { // no filter, or no memory for the options
+        std::fprintf(stderr, "kfax: %s\n", error.what());
+        return kfax::EXIT_ERROR;
+    }
 }

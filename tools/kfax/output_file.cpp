@@ -29,7 +29,7 @@ extern "C" void RemoveUnfinished(int signal) {
 }
 
 struct SignalsBlocked {
-    sigset_t Before;
+    sigset_t Before{};
     SignalsBlocked() {
         sigset_t ending;
         sigemptyset(&ending);
@@ -48,7 +48,7 @@ struct SignalsBlocked {
 
 // What the file's permissions are to be: those of the file it replaces, or those of any new file.
 mode_t FinalMode(const std::string& target) {
-    struct stat about;
+    struct stat about {};
     if (stat(target.c_str(), &about) == 0)
         return about.st_mode & 07777;
     const mode_t mask = umask(0);
@@ -69,7 +69,7 @@ std::string ThroughLinks(const std::string& output) {
 struct Unfinished {
     explicit Unfinished(const std::string& target) {
         const size_t slash = target.rfind('/') + 1; // 0 without one
-        const std::string pattern = target.substr(0, slash) + ".kfax-XXXXXX";
+        const std::string pattern = target.substr(0, slash) + ".kfax-" + std::string(6, 'X');
         if (pattern.size() >= sizeof unfinished) {
             errno = ENAMETOOLONG;
             ThrowErrno();

@@ -143,7 +143,8 @@ void VisitPages(const standin::Filter& filter, const std::string& name, const In
                                      std::to_string(pages));
     });
 
-    unsigned first = 1, last = wanted == WantedPages::All ? pages : 1;
+    unsigned first = 1;
+    unsigned last = wanted == WantedPages::All ? pages : 1;
     if (options.Page)
         first = last = static_cast<unsigned>(*options.Page);
     else if (last < pages)

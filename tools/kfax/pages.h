@@ -20,12 +20,12 @@ struct Page {
 enum class WantedPages { First, All }; // unless the options name one
 
 // How many pages the file has; 1 unless it is a TIFF file. Throws FileError with the reason.
-unsigned CountPages(const std::string& file);
+unsigned CountPages(const std::string& name);
 
 // Loads the wanted pages one after another and gives each to visit with its number. Where only the first of
 // several is wanted, a line on standard error says so. rawFormats: the command line can describe a raw
 // stream. Throws FileError with the reason.
-void VisitPages(const standin::Filter& filter, const std::string& file, const InputOptions& options,
+void VisitPages(const standin::Filter& filter, const std::string& name, const InputOptions& options,
                 WantedPages wanted, bool rawFormats,
                 const std::function<void(Page& page, unsigned number)>& visit);
 

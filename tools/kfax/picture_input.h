@@ -11,13 +11,13 @@
 namespace kfax {
 
 // Whether the file is one that ReadPicture reads, by its first bytes; false where it cannot be read.
-bool IsPicture(const std::string& file);
+bool IsPicture(const std::string& name);
 
 // Reads a PNG or PBM picture, told apart by their first bytes, into a bitmap whose set bits are white
 // (the inverted palette), as is usual for pictures that are not fax.
 // A picture with pixels that are neither black nor white is refused, unless threshold tells which grey
 // values, those below it, are black. Throws std::runtime_error with the reason.
-standin::BitmapPtr ReadPicture(const std::string& file, std::optional<int> threshold);
+standin::BitmapPtr ReadPicture(const std::string& name, std::optional<int> threshold);
 
 // The two kinds of file, from their first byte on.
 standin::BitmapPtr ReadPng(std::FILE* file, std::optional<int> threshold);

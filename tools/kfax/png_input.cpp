@@ -19,6 +19,9 @@ struct PngInput {
     char Reason[200] = {};
     png_structp Png = nullptr;
     png_infop Info = nullptr;
+    PngInput() = default;
+    PngInput(const PngInput&) = delete;
+    PngInput& operator=(const PngInput&) = delete;
     ~PngInput() { png_destroy_read_struct(&Png, &Info, nullptr); }
 };
 
@@ -31,7 +34,7 @@ extern "C" void KeepInputError(png_structp png, png_const_charp reason) {
 extern "C" void IgnoreInputWarning(png_structp /*png*/, png_const_charp /*reason*/) {}
 
 bool ReadHeader(PngInput& input, std::FILE* file) {
-    png_structp const png = input.Png;
+    png_struct* const png = input.Png;
     if (setjmp(png_jmpbuf(png)) != 0)
         return false;
     png_init_io(png, file);
@@ -96,7 +99,8 @@ standin::BitmapPtr ReadPng(std::FILE* file, std::optional<int> threshold) {
     const size_t width = png_get_image_width(input.Png, input.Info);
     const size_t height = png_get_image_height(input.Png, input.Info);
     standin::BitmapPtr bitmap = MakePictureBitmap(width, height);
-    png_uint_32 across = 0, down = 0;
+    png_uint_32 across = 0;
+    png_uint_32 down = 0;
     int unit = PNG_RESOLUTION_UNKNOWN;
     if (png_get_pHYs(input.Png, input.Info, &across, &down, &unit) != 0 && unit == PNG_RESOLUTION_METER) {
         bitmap->XResolution = PerInch(across);

@@ -18,6 +18,7 @@ struct TiffFile {
     TiffFile(const std::string& name, const char* mode); // throws std::runtime_error with the reason
     TiffFile(const TiffFile&) = delete;
     TiffFile& operator=(const TiffFile&) = delete;
+    ~TiffFile() = default;
 
     std::string Name;
     std::string Shown;              // the name in messages

@@ -9,7 +9,7 @@
 
 namespace kfax {
 
-bool IsTiff(const std::string& file); // by its first bytes; false where it cannot be read
+bool IsTiff(const std::string& name); // by its first bytes; false where it cannot be read
 
 // A page as its directory describes it.
 struct TiffPage {

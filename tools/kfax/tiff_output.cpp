@@ -57,7 +57,7 @@ uint16_t PhotometricOf(const _BITMAPHANDLE& bitmap, const standin::SaveOptions& 
 }
 
 struct TagWriter {
-    TIFF* Tiff;
+    TIFF* Tiff = nullptr;
     bool Good = true;
 
     template <class... Values>

@@ -8,9 +8,8 @@
 //   the changing elements of the reference line in the lanes of a vector, a1 is b1 plus an offset, and b1
 //   moves on by one entry a code. The lanes also show where that is not so: the edge is reached, or b1 must
 //   be sought.
-// - Such a code is done singly, and so are the next few, since they tend to come together (dithered
-// pictures).
-//   A single step has no branch that depends on the kind of vertical code, or on whether it is a pass.
+// - Such a code is done singly, and so are the next few: in dithered pictures they come together. A single
+//   step has no branch that depends on the kind of vertical code, or on whether it is a pass.
 // - Two short runs of a horizontal mode come from one look-up.
 #include "API/Filters/Fax/Common/Tif_faxx/g4_fast.h"
 
@@ -53,7 +52,7 @@ constexpr auto kCodeGroups = [] {
         group.firstBits = first.length;
         group.firstOffset = first.offset;
         group.isPass = first.mode == Mode::Pass;
-        group.step = group.isPass ? 2 : first.offset > 0 ? -1 : 1;
+        group.step = static_cast<int8_t>(group.isPass ? 2 : first.offset > 0 ? -1 : 1);
         group.leftover = group.isPass ? kNothingLeft : first.offset == 0 ? 1 : 0;
         while (group.count < kLanes) {
             const unsigned rest = index << group.bits & ((1u << kGroupIndexBits) - 1);
@@ -155,7 +154,7 @@ After DecodeFast(Line& line) {
             const Colour colour = static_cast<Colour>((b1 - reference) & 1);
             base += used;
             used = 0;
-            RunPair runs;
+            RunPair runs{};
             if (static_cast<int64_t>(base) >= end ||
                 !ReadRunPair(WindowAt(buffer, base) << kHorizontalBits, colour, &runs))
                 break;

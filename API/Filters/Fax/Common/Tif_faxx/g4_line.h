@@ -57,13 +57,13 @@ inline bool LeftOfEdge(uint32_t distance) {
 struct Line {
     CCITTG34* record;
     BitInput input;
-    const uint32_t* reference;
-    uint32_t* coding;
-    uint32_t referenceEntries; // changing elements on the reference line
-    uint32_t written;          // changing elements on the coding line
-    uint32_t limit;            // of written
-    uint32_t a0;
-    uint32_t b1; // index into reference
+    const uint32_t* reference = nullptr;
+    uint32_t* coding = nullptr;
+    uint32_t referenceEntries = 0; // changing elements on the reference line
+    uint32_t written = 0;          // changing elements on the coding line
+    uint32_t limit = 0;            // of written
+    uint32_t a0 = 0;
+    uint32_t b1 = 0; // index into reference
 
     explicit Line(CCITTG34* r) : record(r), input(r) {}
 

@@ -7,12 +7,12 @@
 namespace faxx {
 
 struct SaveSession {
-    _SAVEDISPATCH* dispatch;
-    _BITMAPHANDLE* bitmap;
-    unsigned callbackParam;
-    void* userData1;
-    void* userData2;
-    bool kernelRowBuffer; // ask the kernel for a row buffer; the tiled saver has its own
+    _SAVEDISPATCH* dispatch = nullptr;
+    _BITMAPHANDLE* bitmap = nullptr;
+    unsigned callbackParam = 0;
+    void* userData1 = nullptr;
+    void* userData2 = nullptr;
+    bool kernelRowBuffer = false; // ask the kernel for a row buffer; the tiled saver has its own
     _BITMAPHANDLE* saveBitmap = nullptr;
     unsigned char* rowBuffer = nullptr;
     _SAVEFILESTRUCT* saveFile = nullptr;

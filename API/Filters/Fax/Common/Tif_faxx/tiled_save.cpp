@@ -58,13 +58,13 @@ int FetchRow(const TileRows& rows, uint32_t y) {
 
 struct TiledSave {
     SaveSession& session;
-    tagHANDLE* handle;
     CCITTG34& codec;
-    _FAXTILEINFO* tile;
-    unsigned char* uncompressed;
-    unsigned gap;
-    unsigned format;
-    unsigned flags;
+    tagHANDLE* handle = nullptr;
+    _FAXTILEINFO* tile = nullptr;
+    unsigned char* uncompressed = nullptr;
+    unsigned gap = 0;
+    unsigned format = 0;
+    unsigned flags = 0;
     unsigned char* rowBuffer = nullptr;
     uint32_t tilesAcross = 0;
     uint32_t tilesDown = 0;
@@ -191,7 +191,7 @@ int K_SaveTiledFax(_SAVEDISPATCH* dispatch, tagHANDLE* handle, _BITMAPHANDLE* bi
     dispatch->CallbackParam = session.callbackParam;
 
     const _BITMAPHANDLE* image = session.saveBitmap;
-    TiledSave save{session, handle, codec, tile, uncompressed, gap, format, flags};
+    TiledSave save{session, codec, handle, tile, uncompressed, gap, format, flags};
     save.tilesAcross = CeilDivide(image->Width, tile->TileWidth);
     save.tilesDown =
         CeilDivide(image->Height > 0 ? static_cast<uint32_t>(image->Height) : 0, tile->TileHeight);
