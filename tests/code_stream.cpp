@@ -1,5 +1,6 @@
 #include "tests/code_stream.h"
 
+#include <algorithm>
 #include <cstring>
 #include <sstream>
 
@@ -171,21 +172,14 @@ Bits randomCodes(std::mt19937& random, unsigned format, unsigned width, size_t b
         else if (kind < 30)
             token = UNCOMPRESSED + Bits(below(5), '1') + (below(2) ? "000001" : "1") + "01" +
                     Bits(below(5), '0') + "0000001" + (below(2) ? "1" : "0");
-        else if (kind < 50)
-            token = HORIZONTAL + run(false) + run(true);
         else if (kind < 60)
-            token = HORIZONTAL + run(true) + run(false);
-        else if (kind < 70)
-            token = PASS;
-        else if (kind < 130)
-            token = V0;
-        else
-            token = (kind < 145   ? VR1
-                     : kind < 160 ? VL1
-                     : kind < 170 ? VR2
-                     : kind < 180 ? VL2
-                     : kind < 190 ? VR3
-                                  : VL3);
+            token = HORIZONTAL + run(kind >= 50) + run(kind < 50);
+        else {
+            static const std::pair<unsigned, Bits> modes[] = {{70, PASS}, {130, V0},  {145, VR1}, {160, VL1},
+                                                              {170, VR2}, {180, VL2}, {190, VR3}, {200, VL3}};
+            token =
+                std::find_if(modes, std::end(modes), [&](const auto& m) { return kind < m.first; })->second;
+        }
         all += token;
     }
     for (char& bit : all)

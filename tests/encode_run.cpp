@@ -8,18 +8,6 @@
 
 namespace {
 
-unsigned kFactorOf(unsigned format, int resolution) {
-    if (format != 67)
-        return 0;
-    return resolution < 200    ? 2
-           : resolution < 300  ? 4
-           : resolution < 400  ? 6
-           : resolution < 600  ? 8
-           : resolution < 800  ? 12
-           : resolution < 1200 ? 16
-                               : 24;
-}
-
 size_t lineEstimate(size_t width) {
     return (13 * ((width + 1) / 2) + 35) / 8 + 2;
 }
@@ -148,10 +136,11 @@ Bytes codedPicture(const Picture& picture, unsigned width, unsigned format, unsi
 }
 
 EncoderRun::EncoderRun(unsigned format, unsigned width, unsigned flags, int resolution)
-    : file({}), expected(format, width, flags, kFactorOf(format, resolution)) {
+    : file({}), expected(format, width, flags, 0) {
     bitmap.YResolution = resolution;
     dispatch->Bitmap = &bitmap;
     setupStatus = InitEncodeG34(dispatch.get(), &record, format, width, flags, file.handle());
+    expected.kFactor = record.KFactor;
 }
 
 EncoderRun::~EncoderRun() {
@@ -191,12 +180,15 @@ Bytes EncoderRun::finish() {
     EXPECT_EQ(record.TotalBytes, stream.size());
     EXPECT_EQ(record.WriteStatus, 0u);
     EXPECT_TRUE(file.bytes == stream) << file.bytes.size() << " bytes for " << stream.size();
-    std::vector<std::string> writes;
-    std::copy_if(testKernel().trace.begin(), testKernel().trace.end(), std::back_inserter(writes),
-                 [](const std::string& entry) { return entry.rfind("Write", 0) == 0; });
-    std::vector<std::string> wanted;
+    Trace writes;
     for (const size_t count : expected.writes)
-        wanted.push_back("Write " + std::to_string(count));
-    EXPECT_EQ(writes, wanted);
+        writes.push_back("Write " + std::to_string(count));
+    EXPECT_EQ(callsNamed("Write"), writes);
     return file.bytes;
+}
+
+Bytes EncoderRun::save(const Picture& picture) {
+    for (const Bytes& row : picture)
+        encode(row);
+    return finish();
 }

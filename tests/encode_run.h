@@ -39,7 +39,8 @@ struct EncoderRun {
     EncoderRun& operator=(const EncoderRun&) = delete;
 
     void encode(const Bytes& row);
-    Bytes finish(); // the stream
+    Bytes finish();                     // the stream
+    Bytes save(const Picture& picture); // all of it
 
     CCITTG34 record = {};
     std::unique_ptr<_SAVEDISPATCH> dispatch = std::make_unique<_SAVEDISPATCH>();

@@ -5,11 +5,7 @@
 
 namespace {
 
-class DecoderInput : public testing::Test {
-protected:
-    void SetUp() override { resetTestKernel(); }
-    using Trace = std::vector<std::string>;
-};
+class DecoderInput : public KernelTest {};
 
 TEST_F(DecoderInput, SetUpTakesAndReturnsThreeBuffers) {
     CCITTG34 record = {};
@@ -43,38 +39,6 @@ TEST_F(DecoderInput, FieldsAfterSetUp) {
     EXPECT_EQ(run.record.RefillThreshold, 1536u);
 }
 
-TEST_F(DecoderInput, AnotherSetUpKeepsTheBuffers) {
-    CodecRun run(packed(horizontal(2, 3) + V0 + V0), {});
-    EXPECT_EQ(run.decode(1), rowsFromText("2 3 5"));
-    const CCITTG34 before = run.record;
-    run.restart(packed("11"), {});
-    EXPECT_EQ(run.record.ReferenceLine, before.ReferenceLine);
-    EXPECT_EQ(run.record.CodingLine, before.CodingLine);
-    EXPECT_EQ(run.record.Buffer, before.Buffer);
-    EXPECT_EQ(run.decode(1), rowsFromText("10"));
-    EXPECT_EQ(testKernel().blocks.size(), 3u);
-}
-
-TEST_F(DecoderInput, NothingToRead) {
-    for (const int result : {0, -1}) {
-        CodecRun run(packed("1111"), {.readScript = {result}});
-        EXPECT_EQ(run.setupStatus, SUCCESS);
-        EXPECT_EQ(run.record.DecodeStatus, DECODE_STATUS_NO_DATA);
-    }
-}
-
-TEST_F(DecoderInput, FailedAllocationLeavesTheRestToTheCaller) {
-    for (unsigned failing = 1; failing <= 3; ++failing) {
-        resetTestKernel();
-        testKernel().faultAt = failing;
-        CCITTG34 record = {};
-        EXPECT_EQ(InitDecodeG34(nullptr, &record, 68, 10, 0, nullptr, 0, 0), ERROR_NO_MEMORY);
-        EXPECT_EQ(testKernel().blocks.size(), failing - 1);
-        QuitDecodeG34(&record, 1);
-        EXPECT_TRUE(nothingHeld());
-    }
-}
-
 TEST_F(DecoderInput, ReadsAskForTheRoom) {
     const auto reads = [](const CodecSetup& setup, size_t size) {
         CodecRun run(Bytes(size, 0xFF), setup);
@@ -92,39 +56,6 @@ TEST_F(DecoderInput, ReadsAskForTheRoom) {
     // The limit is met by asking for less; once reached nothing is asked any more.
     EXPECT_EQ(reads({.byteLimit = 3000}, 5000), (Trace{"Read 3000"}));
     EXPECT_EQ(reads({.smallBuffer = 1, .byteLimit = 3000}, 5000), (Trace{"Read 2048", "Read 952"}));
-}
-
-// Three or four zero bytes stand behind the data, then the input has ended.
-TEST_F(DecoderInput, ZerosBehindTheData) {
-    for (const size_t size : {9u, 10u, 1500u, 1535u}) {
-        CodecRun run(Bytes(size, 0xFF), {.smallBuffer = 1});
-        // A line a bit, then one for every eight zeros, until 16 bits ahead nothing is left.
-        const size_t zeros = size % 2 == 0 ? 2 : 1;
-        EXPECT_EQ(run.decode(60000).size(), size * 8 + zeros) << size;
-        EXPECT_EQ(run.record.DecodeStatus, DECODE_STATUS_NO_DATA);
-    }
-}
-
-// The bit state tells the place in the stream and nothing else, whichever way the decoder got there.
-TEST_F(DecoderInput, StateIsAFunctionOfThePosition) {
-    std::mt19937 random(4);
-    Bytes stream(600000);
-    for (uint8_t& byte : stream)
-        byte = static_cast<uint8_t>(random() | 0x92); // no eight zeros anywhere
-    for (const unsigned small : {0u, 1u}) {
-        CodecRun run(stream, {.format = 66, .width = 40, .smallBuffer = small});
-        for (int call = 0; call < 4000 && run.record.DecodeStatus == 0; ++call) {
-            run.decode(1 + static_cast<unsigned>(random() % 90));
-            const size_t position = run.bitPosition();
-            uint32_t expected = 0;
-            for (size_t bit = position; bit < position + 32; ++bit)
-                expected = expected << 1 | (uint32_t{stream[bit / 8]} >> (7 - bit % 8) & 1u);
-            const unsigned valid = 32 - static_cast<unsigned>(position % 16);
-            ASSERT_EQ(run.record.BitCount, 16 - static_cast<int>(position % 16));
-            ASSERT_EQ(run.record.BitAccumulator, expected & ~uint32_t{0} << (32 - valid)) << position;
-        }
-        ASSERT_GT(run.record.BytesRead, small != 0 ? 4096u : 150000u);
-    }
 }
 
 TEST(CodeTables, EveryCodeAsALine) {

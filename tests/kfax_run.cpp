@@ -67,7 +67,7 @@ void writePbm(const std::string& name, const Pixels& pixels) {
 
 void KfaxRuns::SetUp() {
     came = std::filesystem::current_path();
-    std::string pattern = std::filesystem::temp_directory_path() / "kfax-test-XXXXXX";
+    std::string pattern = std::filesystem::temp_directory_path() / ("kfax-test-" + std::string(6, 'X'));
     ASSERT_NE(mkdtemp(pattern.data()), nullptr);
     scratch = pattern;
     std::filesystem::current_path(scratch);

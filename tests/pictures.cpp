@@ -1,5 +1,7 @@
 #include "tests/pictures.h"
 
+#include <utility>
+
 namespace {
 
 bool pixel(const Bytes& row, size_t x) {
@@ -10,6 +12,25 @@ void setPixel(Bytes& row, size_t x) {
     row[x / 8] |= static_cast<uint8_t>(0x80u >> x % 8);
 }
 
+// The row above with its changes moved by a few pixels, some of them gone and perhaps one new.
+Bytes steppedRow(std::mt19937& random, const Bytes& above, unsigned width) {
+    Line line;
+    const auto add = [&](int64_t x) {
+        if (x < width && x >= (line.empty() ? 0 : int64_t{line.back()} + 1))
+            line.push_back(static_cast<uint32_t>(x));
+    };
+    for (const uint32_t change : changesOf(above, width))
+        if (random() % 12 != 0)
+            add(int64_t{change} + static_cast<int64_t>(random() % 11) - 5);
+    if (random() % 2 == 0)
+        add(static_cast<int64_t>(random() % width));
+    line.push_back(width);
+    Row runs;
+    for (uint32_t x = 0; const uint32_t change : line)
+        runs.push_back(change - std::exchange(x, change));
+    return packedRow(runs);
+}
+
 } // namespace
 
 Picture makePicture(std::mt19937& random, int kind, unsigned width, size_t rows) {
@@ -17,7 +38,9 @@ Picture makePicture(std::mt19937& random, int kind, unsigned width, size_t rows)
     const size_t grain = 1 + random() % 40;
     for (size_t y = 0; y < rows; ++y) {
         bool black = false;
-        for (size_t x = 0; x < width; ++x) {
+        if (kind == STEPS && y != 0)
+            picture[y] = steppedRow(random, picture[y - 1], width);
+        for (size_t x = 0; x < width && (kind != STEPS || y == 0); ++x) {
             switch (kind) {
             case ALL_WHITE:
             case ALL_BLACK:
@@ -46,6 +69,18 @@ Picture makePicture(std::mt19937& random, int kind, unsigned width, size_t rows)
             picture[y].back() |= static_cast<uint8_t>(random() & (0xFFu >> width % 8));
     }
     return picture;
+}
+
+Picture pictureOf(unsigned width, size_t rows, int kind) {
+    std::mt19937 random(width);
+    return makePicture(random, kind, width, rows);
+}
+
+Bytes joined(const Picture& rows) {
+    Bytes bytes;
+    for (const Bytes& row : rows)
+        bytes.insert(bytes.end(), row.begin(), row.end());
+    return bytes;
 }
 
 Bytes packedRow(const Row& runs) {

@@ -277,31 +277,25 @@ Step sevenZeros(ReferenceDecoder& d) {
 }
 
 Step mode(ReferenceDecoder& d, TwoDimensional& at) {
-    if (peek(d, 1) == 1)
-        return vertical(d, at, 0, 1);
-    switch (peek(d, 3)) {
-    case 0b011:
-        return vertical(d, at, 1, 3);
-    case 0b010:
-        return vertical(d, at, -1, 3);
-    case 0b001:
+    static const std::pair<Bits, int> verticals[] = {{V0, 0},   {VR1, 1}, {VL1, -1}, {VR2, 2},
+                                                     {VL2, -2}, {VR3, 3}, {VL3, -3}};
+    const auto comes = [&](const Bits& code) {
+        return peek(d, static_cast<unsigned>(code.size())) == std::stoul(code, nullptr, 2);
+    };
+    for (const auto& [code, right] : verticals)
+        if (comes(code))
+            return vertical(d, at, right, static_cast<unsigned>(code.size()));
+    if (comes(HORIZONTAL))
         return horizontalPair(d, at);
-    default:
-        break;
-    }
-    if (peek(d, 4) == 1) {
+    if (comes(PASS)) {
         consume(d, 4);
         at.a0 = entryAt(d, at.b1 + 1);
         at.b1 += 2;
         return at.a0 == 0 ? Step::Ended : Step::Next;
     }
-    if (peek(d, 5) == 1)
-        return vertical(d, at, (peek(d, 6) & 1) != 0 ? 2 : -2, 6);
-    if (peek(d, 6) == 1)
-        return vertical(d, at, (peek(d, 7) & 1) != 0 ? 3 : -3, 7);
     if (peek(d, 7) == 0)
         return sevenZeros(d);
-    if (peek(d, 10) == 0b0000001111)
+    if (comes(UNCOMPRESSED))
         return uncompressed(d, at);
     d.dispatchStatus = ERROR_FAX_DATA_CORRUPT;
     return Step::Return;

@@ -47,7 +47,50 @@ TIFF* openTiff(MemoryFile& file, const char* mode) {
         [](thandle_t, void**, toff_t*) { return 0; }, [](thandle_t, void*, toff_t) {});
 }
 
+// A new file for a picture of this size.
+TIFF* createTiff(MemoryFile& file, unsigned width, size_t rows, TiffCoding coding, bool reversed,
+                 size_t stripRows) {
+    const bool group3 = coding.format == 66 || coding.format == 67;
+    const uint32_t options = coding.options | (coding.format == 67 ? GROUP3OPT_2DENCODING : 0);
+    TIFF* tiff = openTiff(file, "w");
+    TIFFSetField(tiff, TIFFTAG_IMAGEWIDTH, width);
+    TIFFSetField(tiff, TIFFTAG_IMAGELENGTH, static_cast<uint32_t>(rows));
+    TIFFSetField(tiff, TIFFTAG_ROWSPERSTRIP, static_cast<uint32_t>(stripRows));
+    TIFFSetField(tiff, TIFFTAG_BITSPERSAMPLE, 1);
+    TIFFSetField(tiff, TIFFTAG_SAMPLESPERPIXEL, 1);
+    TIFFSetField(tiff, TIFFTAG_PHOTOMETRIC, PHOTOMETRIC_MINISWHITE);
+    TIFFSetField(tiff, TIFFTAG_FILLORDER, reversed ? FILLORDER_LSB2MSB : FILLORDER_MSB2LSB);
+    TIFFSetField(tiff, TIFFTAG_COMPRESSION,
+                 group3                 ? COMPRESSION_CCITTFAX3
+                 : coding.format == 162 ? COMPRESSION_CCITTRLE
+                                        : COMPRESSION_CCITTFAX4);
+    if (group3)
+        TIFFSetField(tiff, TIFFTAG_GROUP3OPTIONS, options);
+    return tiff;
+}
+
 } // namespace
+
+std::vector<Bytes> codedByLibtiff(const Picture& picture, unsigned width, TiffCoding coding, bool reversed,
+                                  size_t stripRows) {
+    MemoryFile file({});
+    TIFF* tiff = createTiff(file, width, picture.size(), coding, reversed, stripRows);
+    for (uint32_t row = 0; row < picture.size(); ++row) {
+        Bytes copy = picture[row];
+        EXPECT_EQ(TIFFWriteScanline(tiff, copy.data(), row, 0), 1);
+    }
+    TIFFClose(tiff);
+    tiff = openTiff(file, "r");
+    std::vector<Bytes> strips(TIFFNumberOfStrips(tiff));
+    for (uint32_t i = 0; i < strips.size(); ++i) {
+        // Where data ends just as the buffer is refilled, its last bytes are taken for the end: four zeros
+        // for them.
+        strips[i].resize(static_cast<size_t>(TIFFRawStripSize(tiff, i)) + 4);
+        TIFFReadRawStrip(tiff, i, strips[i].data(), static_cast<tmsize_t>(strips[i].size()));
+    }
+    TIFFClose(tiff);
+    return strips;
+}
 
 std::optional<Picture> decodedByLibtiff(const Bytes& stream, unsigned format, unsigned width, size_t rows,
                                         bool reversed) {
@@ -55,21 +98,7 @@ std::optional<Picture> decodedByLibtiff(const Bytes& stream, unsigned format, un
     TIFFSetWarningHandler(countComplaint);
     complaints = 0;
     MemoryFile file({});
-    TIFF* tiff = openTiff(file, "w");
-    TIFFSetField(tiff, TIFFTAG_IMAGEWIDTH, width);
-    TIFFSetField(tiff, TIFFTAG_IMAGELENGTH, static_cast<uint32_t>(rows));
-    TIFFSetField(tiff, TIFFTAG_ROWSPERSTRIP, static_cast<uint32_t>(rows));
-    TIFFSetField(tiff, TIFFTAG_BITSPERSAMPLE, 1);
-    TIFFSetField(tiff, TIFFTAG_SAMPLESPERPIXEL, 1);
-    TIFFSetField(tiff, TIFFTAG_PHOTOMETRIC, PHOTOMETRIC_MINISWHITE);
-    TIFFSetField(tiff, TIFFTAG_FILLORDER, reversed ? FILLORDER_LSB2MSB : FILLORDER_MSB2LSB);
-    TIFFSetField(tiff, TIFFTAG_COMPRESSION,
-                 format == 68    ? COMPRESSION_CCITTFAX4
-                 : format == 162 ? COMPRESSION_CCITTRLE
-                                 : COMPRESSION_CCITTFAX3);
-    if (format == 66 || format == 67)
-        TIFFSetField(tiff, TIFFTAG_GROUP3OPTIONS,
-                     GROUP3OPT_FILLBITS | (format == 67 ? GROUP3OPT_2DENCODING : 0));
+    TIFF* tiff = createTiff(file, width, rows, {format, GROUP3OPT_FILLBITS}, reversed, rows);
     Bytes copy = stream;
     if (format == 162)
         copy.resize(copy.size() + 2); // it loses the byte boundary where it reads ahead of the data's end
@@ -85,8 +114,7 @@ std::optional<Picture> decodedByLibtiff(const Bytes& stream, unsigned format, un
     if (!whole || complaints != 0)
         return std::nullopt;
     Picture picture;
-    for (size_t y = 0; y < rows; ++y)
-        picture.emplace_back(pixels.begin() + static_cast<ptrdiff_t>(y * rowBytes),
-                             pixels.begin() + static_cast<ptrdiff_t>((y + 1) * rowBytes));
+    for (auto at = pixels.begin(); at != pixels.end(); at += static_cast<ptrdiff_t>(rowBytes))
+        picture.emplace_back(at, at + static_cast<ptrdiff_t>(rowBytes));
     return picture;
 }

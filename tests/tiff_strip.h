@@ -1,11 +1,20 @@
-// A coded strip as the only one of a TIFF file, decoded by libtiff.
+// Strips of a TIFF file in memory, coded and decoded by libtiff.
 #pragma once
 
-#include <cstdint>
 #include <optional>
 
 #include "tests/pictures.h"
 
-// What libtiff makes of the stream; nothing when it complains. Formats 66, 67, 68 and 162.
+// How libtiff codes one of our formats. options: of TIFFTAG_GROUP3OPTIONS.
+struct TiffCoding {
+    unsigned format; // 66, 67, 68 or 162
+    uint32_t options = 0;
+};
+inline constexpr uint32_t TIFF_FILL_BITS = 4;
+
+// The strips that libtiff makes of a picture.
+std::vector<Bytes> codedByLibtiff(const Picture& picture, unsigned width, TiffCoding coding, bool reversed,
+                                  size_t stripRows);
+// What libtiff makes of a stream; nothing when it complains.
 std::optional<Picture> decodedByLibtiff(const Bytes& stream, unsigned format, unsigned width, size_t rows,
                                         bool reversed);

@@ -1,9 +1,8 @@
-// Grids of tiles over a picture.
+// Grids of tiles over a picture, and loads from them.
 #pragma once
 
-#include <algorithm>
-
-#include "tests/pictures.h"
+#include "tests/encode_run.h"
+#include "tests/load_run.h"
 
 // A grid of tiles over a picture, with the arrays of its description.
 struct Grid {
@@ -11,11 +10,7 @@ struct Grid {
         : width(w), height(h), across((w + tileWidth - 1) / tileWidth),
           count(across * ((h + tileHeight - 1) / tileHeight)), offsets(count, 0xAAAAAAAA),
           counts(count, 0xAAAAAAAA), uncompressed(count, 0xAA) {
-        info.TileWidth = tileWidth;
-        info.TileHeight = tileHeight;
-        info.TileOffsets = offsets.data();
-        info.TileByteCounts = counts.data();
-        info.TileCount = static_cast<uint32_t>(count);
+        info = {tileWidth, tileHeight, offsets.data(), counts.data(), static_cast<uint32_t>(count)};
     }
     size_t rowBytes() const { return (info.TileWidth + 7) / 8; }
     size_t rawSize() const { return rowBytes() * info.TileHeight; }
@@ -40,15 +35,30 @@ struct Grid {
     _FAXTILEINFO info = {};
 };
 
-inline Bytes joined(const Picture& rows) {
-    Bytes bytes;
-    for (const Bytes& row : rows)
-        bytes.insert(bytes.end(), row.begin(), row.end());
-    return bytes;
-}
+// A load from tiles that the reference encoder made, G4.
+struct TiledLoad : LoadRun {
+    TiledLoad(const Picture& p, unsigned width, unsigned tileWidth, unsigned tileHeight)
+        : LoadRun({}, 68, 0, 0), grid(width, p.size(), tileWidth, tileHeight), picture(p) {
+        for (size_t i = 0; i < grid.count; ++i)
+            put(i, codedPicture(grid.tile(p, i), tileWidth, 68));
+        grid.uncompressed.assign(grid.count, 0);
+        bitmap.Width = fileInfo->Width = width;
+        bitmap.Height = fileInfo->Height = static_cast<int>(p.size());
+    }
+    void put(size_t tile, const Bytes& data) {
+        grid.offsets[tile] = static_cast<uint32_t>(file.bytes.size());
+        grid.counts[tile] = static_cast<uint32_t>(data.size());
+        file.bytes.insert(file.bytes.end(), data.begin(), data.end());
+    }
+    void makeRaw(size_t tile) {
+        put(tile, joined(grid.tile(picture, tile)));
+        grid.uncompressed[tile] = 1;
+    }
+    int load() {
+        return K_LoadTiledFax(dispatch.get(), file.handle(), &info(), &grid.info, fileInfo.get(), &bitmap,
+                              callback, 1, this, grid.uncompressed.data());
+    }
 
-inline size_t callsNamed(const char* name) {
-    return static_cast<size_t>(
-        std::count_if(testKernel().trace.begin(), testKernel().trace.end(),
-                      [name](const std::string& entry) { return entry.rfind(name, 0) == 0; }));
-}
+    Grid grid;
+    Picture picture;
+};

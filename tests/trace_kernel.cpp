@@ -4,6 +4,7 @@
 #include <cstring>
 #include <dlfcn.h>
 #include <malloc.h>
+#include <set>
 
 namespace {
 
@@ -84,6 +85,14 @@ bool enterCall(const std::string& entry) {
     return true;
 }
 
+Trace callsNamed(const std::string& name) {
+    Trace calls;
+    for (const std::string& entry : testKernel().trace)
+        if (entry.rfind(name, 0) == 0)
+            calls.push_back(entry);
+    return calls;
+}
+
 extern "C" {
 
 tagHANDLE* K_RedirectedOpen(const char* fileName, int flags, int permission) {
@@ -140,7 +149,9 @@ void K_RedirectedClose(tagHANDLE* handle) {
     if (found == kernel.open.end())
         ++kernel.badCloses;
     else {
-        if (!found->second)
+        if (found->second)
+            kernel.closed = found->second->bytes;
+        else
             FORWARD(K_RedirectedClose)(handle);
         kernel.open.erase(found);
     }
@@ -188,28 +199,40 @@ int K_OsGetLastError(int defaultStatus) {
     return FORWARD(K_OsGetLastError)(defaultStatus);
 }
 
-void K_InitBitmap(_BITMAPHANDLE* bitmap, unsigned recordSize, int width, int height, int bitsPerPixel) {
-    enterCall(joined("InitBitmap", width, height));
-    FORWARD(K_InitBitmap)(bitmap, recordSize, width, height, bitsPerPixel);
-}
+#define TRACED(function, failure, entry, parameters, arguments)                                              \
+    auto function parameters->decltype(function arguments) {                                                 \
+        if (enterCall(entry) && !std::is_void_v<decltype(function arguments)>)                               \
+            return decltype(function arguments)(failure);                                                    \
+        return FORWARD(function) arguments;                                                                  \
+    }
 
-int K_AllocateBitmap(_BITMAPHANDLE* bitmap, int memoryKind) {
-    if (enterCall("AllocateBitmap " + std::to_string(memoryKind)))
-        return ERROR_NO_MEMORY;
-    return FORWARD(K_AllocateBitmap)(bitmap, memoryKind);
-}
-
-int K_IntAccessBitmap(_BITMAPHANDLE* bitmap, int zero) {
-    if (enterCall("IntAccessBitmap"))
-        return FAILURE;
-    return FORWARD(K_IntAccessBitmap)(bitmap, zero);
-}
-
-int K_IntReleaseBitmap(_BITMAPHANDLE* bitmap, int one, int status) {
-    if (enterCall(joined("IntReleaseBitmap", one, status)))
-        return FAILURE;
-    return FORWARD(K_IntReleaseBitmap)(bitmap, one, status);
-}
+TRACED(K_InitBitmap, 0, joined("InitBitmap", width, height),
+       (_BITMAPHANDLE * bitmap, unsigned recordSize, int width, int height, int bitsPerPixel),
+       (bitmap, recordSize, width, height, bitsPerPixel))
+TRACED(K_AllocateBitmap, ERROR_NO_MEMORY, "AllocateBitmap " + std::to_string(memoryKind),
+       (_BITMAPHANDLE * bitmap, int memoryKind), (bitmap, memoryKind))
+TRACED(K_IntAccessBitmap, FAILURE, "IntAccessBitmap", (_BITMAPHANDLE * bitmap, int zero), (bitmap, zero))
+TRACED(K_IntReleaseBitmap, FAILURE, joined("IntReleaseBitmap", one, status),
+       (_BITMAPHANDLE * bitmap, int one, int status), (bitmap, one, status))
+TRACED(K_GetBitmapRowCompressed, FAILURE, joined("GetBitmapRowCompressed", row, rowCount),
+       (_BITMAPHANDLE * bitmap, unsigned char* work, unsigned short* runs, unsigned row, unsigned rowCount),
+       (bitmap, work, runs, row, rowCount))
+TRACED(K_PutBitmapRowColCompressed, FAILURE,
+       joined("PutBitmapRowColCompressed", row, column) + ' ' + std::to_string(pixels),
+       (_BITMAPHANDLE * bitmap, unsigned char* work, const unsigned short* runs, unsigned row,
+        unsigned column, unsigned pixels),
+       (bitmap, work, runs, row, column, pixels))
+TRACED(K_ExpandRows, FAILURE, joined("ExpandRows", width, rowCount),
+       (const unsigned short* runs, unsigned char* destination, unsigned width, unsigned rowCount),
+       (runs, destination, width, rowCount))
+TRACED(K_CompressRow, FAILURE, "CompressRow " + std::to_string(width),
+       (unsigned short* runs, const unsigned char* row, int zero, unsigned width), (runs, row, zero, width))
+TRACED(K_MirrorCompressedBuffer, 0, "Mirror " + std::to_string(rowCount),
+       (const unsigned short* source, unsigned short* destination, unsigned rowCount),
+       (source, destination, rowCount))
+TRACED(K_StartRedirectToBuffer, FAILURE, joined("StartRedirect", mode, static_cast<long long>(size)),
+       (void** redirect, tagHANDLE** handle, unsigned mode, unsigned char* buffer, unsigned long long size),
+       (redirect, handle, mode, buffer, size))
 
 void K_FreeBitmap(_BITMAPHANDLE* bitmap) {
     FORWARD(K_FreeBitmap)(bitmap);
@@ -225,44 +248,6 @@ int K_SetBitmapNewPalette(_BITMAPHANDLE* bitmap, const _PALETTEENTRY* twoEntries
                   joined("", paletteParam, normal)))
         return FAILURE;
     return FORWARD(K_SetBitmapNewPalette)(bitmap, twoEntries, paletteParam, normal);
-}
-
-int K_GetBitmapRowCompressed(_BITMAPHANDLE* bitmap, unsigned char* work, unsigned short* runs, unsigned row,
-                             unsigned rowCount) {
-    if (enterCall(joined("GetBitmapRowCompressed", row, rowCount)))
-        return FAILURE;
-    return FORWARD(K_GetBitmapRowCompressed)(bitmap, work, runs, row, rowCount);
-}
-
-int K_PutBitmapRowColCompressed(_BITMAPHANDLE* bitmap, unsigned char* work, const unsigned short* runs,
-                                unsigned row, unsigned column, unsigned pixels) {
-    if (enterCall(joined("PutBitmapRowColCompressed", row, column) + ' ' + std::to_string(pixels)))
-        return FAILURE;
-    return FORWARD(K_PutBitmapRowColCompressed)(bitmap, work, runs, row, column, pixels);
-}
-
-int K_ExpandRows(const unsigned short* runs, unsigned char* destination, unsigned width, unsigned rowCount) {
-    if (enterCall(joined("ExpandRows", width, rowCount)))
-        return FAILURE;
-    return FORWARD(K_ExpandRows)(runs, destination, width, rowCount);
-}
-
-int K_CompressRow(unsigned short* runs, const unsigned char* row, int zero, unsigned width) {
-    if (enterCall("CompressRow " + std::to_string(width)))
-        return FAILURE;
-    return FORWARD(K_CompressRow)(runs, row, zero, width);
-}
-
-void K_MirrorCompressedBuffer(const unsigned short* source, unsigned short* destination, unsigned rowCount) {
-    enterCall("Mirror " + std::to_string(rowCount));
-    FORWARD(K_MirrorCompressedBuffer)(source, destination, rowCount);
-}
-
-int K_StartRedirectToBuffer(void** redirect, tagHANDLE** handle, unsigned mode, unsigned char* buffer,
-                            unsigned long long size) {
-    if (enterCall(joined("StartRedirect", mode, static_cast<long long>(size))))
-        return FAILURE;
-    return FORWARD(K_StartRedirectToBuffer)(redirect, handle, mode, buffer, size);
 }
 
 int K_StopRedirectToBuffer(void* redirect, unsigned char** buffer, unsigned long long* size) {

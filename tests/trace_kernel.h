@@ -6,15 +6,16 @@
 // calling thread.
 #pragma once
 
+#include <gtest/gtest.h>
 #include <map>
 #include <memory>
-#include <set>
 #include <string>
 #include <vector>
 
 #include "host/kernel.h"
 
 using Bytes = std::vector<uint8_t>;
+using Trace = std::vector<std::string>;
 
 // A file in memory, read and written through its handle.
 struct MemoryFile {
@@ -34,9 +35,9 @@ enum class Fault { Fail, Short, Throw };
 struct KernelFault {}; // what a faulty call throws
 
 struct TestKernel {
-    std::vector<std::string> trace; // one entry per call, "Seek 512 0"; without the memory helpers
-    unsigned calls = 0;             // of any kernel function or callback
-    unsigned faultAt = 0;           // the call that goes wrong, counted from 1
+    Trace trace;          // one entry per call, "Seek 512 0"; without the memory helpers
+    unsigned calls = 0;   // of any kernel function or callback
+    unsigned faultAt = 0; // the call that goes wrong, counted from 1
     Fault fault = Fault::Fail;
     std::string faulted; // its trace entry
 
@@ -45,6 +46,7 @@ struct TestKernel {
     std::map<std::string, Bytes> files; // what K_RedirectedOpen finds before it looks on the disk
     std::map<tagHANDLE*, std::unique_ptr<MemoryFile>> open; // opened and not yet closed
     unsigned badCloses = 0;
+    Bytes closed; // the contents of the file in memory that was closed last
 };
 
 TestKernel& testKernel();
@@ -53,3 +55,12 @@ void resetTestKernel();
 bool nothingHeld();
 // Counts and traces a call. True when it is to fail or come back short; throws when it is to throw.
 bool enterCall(const std::string& entry);
+// The traced calls whose entries begin so.
+Trace callsNamed(const std::string& name);
+
+// Begins with a fresh kernel and ends with everything given back.
+class KernelTest : public testing::Test {
+protected:
+    void SetUp() override { resetTestKernel(); }
+    void TearDown() override { EXPECT_TRUE(nothingHeld()); }
+};

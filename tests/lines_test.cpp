@@ -1,0 +1,243 @@
+// Coded lines: two-dimensional ones, one-dimensional ones in the four formats, the hand-over between them,
+// damage, limits, and the probe.
+#include <numeric>
+
+#include "tests/codec_run.h"
+
+namespace {
+
+struct LineCase {
+    const char* name;
+    unsigned width;
+    Bits bits;
+    unsigned lines;
+    const char* rows;
+    int status = 0;
+    unsigned decodeStatus = 0;
+    unsigned widthAfter = 0; // 0: as before
+    unsigned format = FORMAT_FAX_G4;
+    size_t bitsRead = 0; // 0: not looked at
+    bool throughG3 = false;
+};
+
+// A case for the G3 decoder.
+LineCase g3(const char* name, unsigned format, unsigned width, const Bits& bits, unsigned lines,
+            const char* rows, unsigned widthAfter = 0, size_t bitsRead = 0) {
+    return {name, width, bits, lines, rows, 0, 0, widthAfter, format, bitsRead, true};
+}
+
+void expectLines(std::initializer_list<LineCase> cases) {
+    resetTestKernel();
+    for (const LineCase& c : cases) {
+        SCOPED_TRACE(c.name);
+        // Ones behind the stream: white lines for whoever reads too far, never the end of the input.
+        CodecRun run(packed(c.bits + repeated("1", 64)), {.format = c.format, .width = c.width});
+        EXPECT_EQ(c.throughG3 ? run.decode(c.lines) : run.decodeG4(c.lines), rowsFromText(c.rows));
+        EXPECT_EQ(run.dispatch->Status, c.status);
+        EXPECT_EQ(run.record.DecodeStatus, c.decodeStatus);
+        EXPECT_EQ(run.record.Width, c.widthAfter != 0 ? c.widthAfter : c.width);
+        EXPECT_TRUE(c.bitsRead == 0 || c.bitsRead == run.bitPosition()) << run.bitPosition();
+    }
+}
+
+const Bits LINE_2_5 = horizontal(2, 3) + V0; // width 10: 2 3 5
+const Bits DENSE = repeated(horizontal(1, 1), 3) + V0;
+
+TEST(G4Lines, Modes) {
+    expectLines({{"white", 10, "1", 1, "10"},
+                 {"begins black", 10, horizontal(0, 3) + V0, 1, "0 3 7"},
+                 {"VR1 VL1", 10, LINE_2_5 + VR1 + VL1 + V0, 2, "2 3 5|3 1 6"},
+                 {"VR3 VL3", 40, horizontal(10, 10) + V0 + VR3 + VL3 + V0, 2, "10 10 20|13 4 23"},
+                 {"pass", 10, LINE_2_5 + PASS + V0, 2, "2 3 5|10"},
+                 {"pass to the edge", 10, horizontal(0, 10) + PASS, 2, "0 10|10"},
+                 {"black pair", 10, LINE_2_5 + V0 + horizontalBlack(2, 3) + V0, 2, "2 3 5|2 2 3 3"},
+                 {"VR1 ends at the edge", 10, horizontal(8, 1) + V0 + V0 + VR1, 2, "8 1 1|8 2"},
+                 {"VL1 from the right edge", 10, VL1 + V0, 1, "9 1"},
+                 {"b1 skips changes left of a1", 10, DENSE + VR3 + V0 + V0, 2, "1 1 1 1 1 1 4|4 2 4"},
+                 {"VL looks back: left of a1", 10, DENSE + V0 + VL1 + V0 + V0 + V0 + V0 + V0, 2,
+                  "1 1 1 1 1 1 4|1 0 2 1 1 1 4"},
+                 {"VL looks back: right of a1", 10,
+                  horizontal(1, 4) + horizontal(2, 3) + horizontal(1, 1) + VL3 + V0 + V0 + V0, 2,
+                  "1 4 2 3|1 1 2 1 2 3"},
+                 {"VL gives a1 equal to a0", 10, horizontal(4, 1) + V0 + V0 + VL1 + V0, 2, "4 1 5|4 0 6"},
+                 {"b1 equal to a2 is passed over", 10, LINE_2_5 + horizontal(1, 1) + V0, 2, "2 3 5|1 1 8"},
+                 {"EOFB between lines", 10, alignedToByte(LINE_2_5 + EOFB) + V0 + V0, 3, "2 3 5|10|10"},
+                 {"EOFB after a pass", 10, alignedToByte(LINE_2_5 + PASS + EOFB) + V0, 2, "2 3 5|10"},
+                 {"long make-up chain", 8000, horizontal(2624, 5200) + V0, 1, "2624 5200 176"}});
+}
+
+TEST(G4Lines, Widening) {
+    expectLines(
+        {{"by a pair", 1725, horizontal(100, 1628) + V0 + V0, 2, "100 1628|100 1628", ERROR_FAX_WIDTH_CHANGED,
+          0, 1728},
+         {"changes keep their columns", 5, horizontal(1, 1) + VR3 + V0 + V0 + V0, 2, "1 1 6|1 1 6",
+          ERROR_FAX_WIDTH_CHANGED, 0, 8},
+         {"both ends past the edge", 5, horizontal(7, 1) + V0, 2, "7 1|7 1", ERROR_FAX_WIDTH_CHANGED, 0, 8},
+         {"only once", 5, VR3 + VR3, 2, "8|8", ERROR_FAX_DATA_CORRUPT, 0, 8},
+         {"two pixels of three", 1725, horizontal(100, 1627), 1, "100 1625", ERROR_FAX_DATA_CORRUPT},
+         {"a multiple of 8", 16, VR1, 1, "16", ERROR_FAX_DATA_CORRUPT},
+         {"first run past the edge", 10, horizontal(12, 1) + PASS, 2, "10|10", ERROR_FAX_DATA_CORRUPT},
+         {"to the widest", 249999, V0 + VR1, 2, "65534 0 65534 0 65534 0 53397", 0, 0, 249999}});
+}
+
+TEST(G4Lines, Damage) {
+    expectLines(
+        {{"a1 left of a0", 10, horizontal(2, 2) + V0 + V0 + VL3 + V0 + V0, 3, "2 2 6|2 8|2 8",
+          ERROR_FAX_DATA_CORRUPT, DECODE_STATUS_BAD_CODE},
+         {"seven zeros", 10, LINE_2_5 + "00000001" + V0 + V0, 3, "2 3 5|10|10", ERROR_FAX_DATA_CORRUPT},
+         {"half an EOFB", 10, V0 + horizontal(2, 3) + EOL + "0000" + "00000011", 3, "10", 0,
+          DECODE_STATUS_BAD_CODE},
+         {"no white code", 10, HORIZONTAL + "000000001" + V0, 1, "10"},
+         {"no black code", 10, HORIZONTAL + runBits(false, 4) + EOL + V0 + V0, 2, "4 6|4 6"},
+         {"make-up before the missing code", 100, HORIZONTAL + Bits("11011") + EOL + horizontal(40, 20) + V0,
+          1, "40 20 40"},
+         {"no black code, tag", 10, HORIZONTAL + runBits(false, 4) + EOL + "0" + V0 + V0, 2, "4 6|4 6", 0, 0,
+          0, FORMAT_FAX_G3_2D},
+         {"no black code, nothing skipped", 10, HORIZONTAL + runBits(false, 4) + "00000001" + V0 + V0, 2,
+          "4 6|4 6", ERROR_FAX_DATA_CORRUPT, 0, 0, FORMAT_FAX_G3_1D_NOEOL}});
+}
+
+TEST(G4Lines, Uncompressed) {
+    expectLines(
+        {{"pixels", 10, UNCOMPRESSED + "0110" + "00000010" + V0, 1, "1 2 7"},
+         {"to the edge", 10, UNCOMPRESSED + "11011000001" + repeated(V0, 5), 2, "0 2 1 2 5|0 2 1 2 5"},
+         {"five whites past the edge", 8, UNCOMPRESSED + "1111000001" + V0 + V0, 2, "0 4 4|0 4 4"},
+         {"goes on from black", 10, LINE_2_5 + V0 + UNCOMPRESSED + "101" + "00000010" + V0, 2,
+          "2 3 5|2 1 1 1 5"},
+         {"exit to white", 10, UNCOMPRESSED + "1100000010" + V0, 1, "0 2 8"},
+         {"exit behind four whites", 10, UNCOMPRESSED + "11" + "0000" + "00000011" + V0, 1, "0 2 4 4"},
+         {"no pixels, exit to black", 10, UNCOMPRESSED + "00000011" + V0, 1, "0 10"},
+         {"b1 is sought from the start", 10, DENSE + UNCOMPRESSED + "00" + "00000011" + V0 + V0 + V0 + V0, 2,
+          "1 1 1 1 1 1 4|2 2 1 1 4"},
+         {"other extension", 10, LINE_2_5 + horizontal(1, 1) + "0000001110", 2, "2 3 5",
+          ERROR_FAX_DATA_CORRUPT}});
+}
+
+TEST(G4Limits, BudgetEndsACallAtALineBoundary) {
+    // 100 runs a line, 102 words a row: a call goes on while width + 3 words are left.
+    const Bits line = horizontal(0, 1) + repeated(horizontal(1, 1), 48) + horizontal(1, 1631);
+    CodecRun run(packed(repeated(line, 3000) + repeated("1", 64)), {.width = 1728});
+    const size_t rows = (249998 - 1731) / 102 + 1;
+    EXPECT_EQ(run.decode(3000).size(), rows);
+    EXPECT_EQ(run.decode(3000 - static_cast<unsigned>(rows)).size(), 3000 - rows);
+
+    CodecRun white(Bytes(), {.width = 70000});
+    EXPECT_EQ(white.decode(1000000).size(), 249998u / 5);
+}
+
+// Zero-length runs may not grow a line past its list or the row area; the next line is whole again.
+TEST(G4Limits, EmptyRunsEndAtTheLimit) {
+    const std::pair<unsigned, Bits> hostile[] = {
+        {68, repeated(horizontal(0, 0), 130000)},
+        {68, repeated(UNCOMPRESSED + "00000011" + UNCOMPRESSED + "00000010", 130000)},
+        {66, repeated(line1D({0, 0}), 260000)}};
+    for (const unsigned width : {10u, 70001u, 250000u})
+        for (const auto& [format, bits] : hostile) {
+            SCOPED_TRACE(testing::Message() << format << " width " << width);
+            CodecRun run(packed(bits + repeated("1", 64)), {.format = format, .width = width});
+            const Rows rows = run.decode(1);
+            ASSERT_EQ(rows.size(), 1u);
+            EXPECT_EQ(std::accumulate(rows[0].begin(), rows[0].end(), 0u), width);
+            EXPECT_GE(wordsOf(rows), 249990u);
+            EXPECT_EQ(run.dispatch->Status, ERROR_FAX_DATA_CORRUPT);
+            EXPECT_EQ(run.decode(1).size(), 1u);
+            if (format == 66) {
+                run.restart(packed(line1D({1, 0}) + bits + EOL + EOL), {.format = 66, .width = 0});
+                EXPECT_GE(run.probe(), 1);
+            }
+        }
+}
+
+TEST(G4Limits, NoLinesAskedNothingDone) {
+    CodecRun run(packed(V0 + VL1 + V0), {});
+    const CCITTG34 before = run.record;
+    run.area[0] = 4711;
+    EXPECT_EQ(DecodeG4(&run.record, run.area.data(), 0), 0u);
+    EXPECT_EQ(DecodeG3(&run.record, run.area.data(), 0), 0u);
+    EXPECT_EQ(std::memcmp(&before, &run.record, sizeof before), 0);
+    EXPECT_EQ(run.area[0], 4711);
+}
+
+const Bits WHITE_1728 = runBits(false, 1728);
+const Bits BLACK_0 = runBits(true, 0);
+
+TEST(G3Lines, OneDimensional) {
+    expectLines(
+        {g3("white line", 66, 1728, EOL + WHITE_1728 + EOL, 1, "1728", 0, 29),
+         g3("black 0 behind it", 66, 1728, EOL + WHITE_1728 + BLACK_0 + EOL, 1, "1728", 0, 39),
+         g3("no EOL between lines", 66, 10, line1D({2, 3, 5}) + line1D({0, 10}), 2, "2 3 5|0 10"),
+         g3("fill before EOLs", 66, 10,
+            Bits(37, '0') + EOL + line1D({4, 6}) + Bits(5, '0') + EOL + EOL + line1D({10}), 2, "4 6|10"),
+         g3("EOL at a black position", 66, 1728, line1D({100}) + EOL + WHITE_1728, 2, "100 1628|1728"),
+         g3("EOL at a white position", 66, 1728, line1D({100, 50}) + EOL + WHITE_1728, 2, "100 50 1578|1728"),
+         g3("make-up before an EOL stays counted", 66, 100, Bits("11011") + EOL + line1D({6, 30}), 1,
+            "70 30"),
+         g3("within the byte", 66, 1725, WHITE_1728 + line1D({100, 1628}), 2, "1728|100 1628", 1728),
+         g3("entries keep their distances", 66, 1725, line1D({100, 1628}) + WHITE_1728, 2, "103 1625|1728",
+            1728),
+         g3("black past the byte", 66, 1721, line1D({100, 1629}), 1, "100 1621"),
+         g3("one past the byte", 66, 1726, line1D({1729}), 1, "1726"),
+         g3("rows on byte boundaries", 162, 10, alignedToByte(line1D({2, 3, 5})) + line1D({10}), 2,
+            "2 3 5|10", 0, 24),
+         g3("black 0 is not read", 162, 10,
+            alignedToByte(line1D({10}) + BLACK_0).substr(0, 8) + line1D({4, 6}), 2, "10|4 6"),
+         g3("no black code drops the byte", 162, 30, alignedToByte(line1D({4})) + line1D({22, 8}), 2,
+            "4 26|22 8"),
+         g3("EOL skipped at a white position", 162, 10,
+            EOL + alignedToByte("0000" + line1D({10})).substr(4) + line1D({10}), 2, "10|10")});
+}
+
+TEST(G3Lines, TwoDimensional) {
+    expectLines(
+        {g3("67 returns after a 2D line", 67, 10,
+            EOL + "1" + line1D({2, 3, 5}) + EOL + "0" + VR1 + V0 + V0 + EOL + "1" + line1D({10}), 4,
+            "2 3 5|3 2 5"),
+         g3("67 without an EOL stays 1D", 67, 10, line1D({2, 3, 5}) + line1D({10}), 2, "2 3 5|10"),
+         g3("67 tag read with the line's last EOL", 67, 10, line1D({2}) + EOL + "0" + V0 + V0, 2, "2 8|2 8"),
+         g3("117 hands over for good", 117, 10,
+            EOL + "1" + line1D({2, 3, 5}) + EOL + "0" + V0 + V0 + V0 + VR1 + V0 + V0 + V0 + V0 + V0, 4,
+            "2 3 5|2 3 5|3 2 5|3 2 5")});
+}
+
+TEST(G3Decoder, BudgetEndsACallAtALineBoundary) {
+    std::vector<unsigned> runs(100, 1);
+    runs.back() = 1629;
+    for (const unsigned format : {66u, 117u}) {
+        // 117: one line before the hand-over takes its share of the call.
+        const Bits stream = format == 66 ? repeated(line1D(runs), 3000)
+                                         : EOL + "1" + line1D(runs) + EOL + "0" + repeated("1", 300000);
+        CodecRun run(packed(stream), {.format = format, .width = 1728});
+        const size_t spare = format == 66 ? 1730 : 1731;
+        EXPECT_EQ(run.decode(3000), Rows((249998 - spare) / 102 + 1, Row(runs.begin(), runs.end())));
+    }
+}
+
+const Bits PAGE = repeated(EOL + line1D({100, 100, 1528}), 200);
+
+TEST(G3Probe, CountsLines) {
+    const struct {
+        const char* name;
+        unsigned format;
+        Bits bits;
+        int lines;
+        unsigned width;
+    } cases[] = {
+        {"RTC", 66, PAGE + repeated(EOL, 6), 201, 1728},
+        {"no RTC", 66, PAGE, 200, 1728},
+        {"longest line", 66, PAGE + EOL + line1D({2000, 48}) + PAGE, 401, 2048},
+        {"too long", 66, PAGE + EOL + line1D({60000, 60000, 60000, 30000}) + PAGE, 0, 210000},
+        {"200000 is not too long", 66, EOL + line1D({60000, 60000, 60000, 20000}) + EOL, 2, 200000},
+        {"a line of 65535", 66, EOL + line1D({65535}) + line1D({5, 6}) + EOL, 3, 11},
+        {"empty", 66, "", 0, 0},
+        {"fill only", 66, Bits(4000, '0'), 1, 0},
+        {"tag", 67, repeated(EOL + "1" + line1D({100, 100, 1528}) + EOL + "0" + V0, 50), 101, 1728},
+        // Two-dimensional before any width is known: whatever the count, it comes to an end.
+        {"2D without a width", 67, "0000000000000010001000111000000000001000111000000000001000111000", 3, 0}};
+    for (const auto& c : cases) {
+        CodecRun run(packed(c.bits), {.format = c.format, .width = 0});
+        EXPECT_EQ(run.probe(), c.lines) << c.name;
+        EXPECT_EQ(run.record.Width, c.width) << c.name;
+    }
+}
+
+} // namespace
