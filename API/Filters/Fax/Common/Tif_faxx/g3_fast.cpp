@@ -54,11 +54,13 @@ bool ReadFast(Line& line, Edge edge) {
             }
         }
 
-        base += used;
-        used = 0;
+        if (used != 0) {
+            base += used;
+            used = 0;
+            window = WindowAt(buffer, base);
+        }
         if (static_cast<int64_t>(base) >= end)
             break;
-        window = WindowAt(buffer, base);
         if (window >> (64 - kEolZeros) == 0) {
             const unsigned zeros = static_cast<unsigned>(std::countl_zero(window));
             if (next != first || zeros > kLongestZeros)
