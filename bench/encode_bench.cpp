@@ -85,11 +85,5 @@ void RegisterCase(PageKind kind, PageSize size, Coding coding) {
 } // namespace bench
 
 int main(int argc, char** argv) {
-    using namespace bench;
-    return RunPairs(argc, argv, [] {
-        for (const Coding coding : kAllCodings)
-            for (const PageSize size : kPageSizes)
-                for (const PageKind kind : kAllPageKinds)
-                    RegisterCase(kind, size, coding);
-    });
+    return bench::RunPairs(argc, argv, [] { bench::ForEachPage(bench::RegisterCase); });
 }

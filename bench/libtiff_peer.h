@@ -16,6 +16,15 @@ const char* CodingName(Coding coding);
 // The filter's format number for a coding.
 int FormatOf(Coding coding);
 
+// Calls visit(kind, size, coding) for every page that whole-page benchmarks run on.
+template <typename Visit>
+void ForEachPage(Visit visit) {
+    for (const Coding coding : kAllCodings)
+        for (const PageSize size : kPageSizes)
+            for (const PageKind kind : kAllPageKinds)
+                visit(kind, size, coding);
+}
+
 // How a page is cut: strips of blockHeight rows, or tiles where blockWidth (a multiple of 16) is not 0.
 struct Layout {
     unsigned blockWidth = 0;
