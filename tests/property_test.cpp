@@ -10,9 +10,10 @@ namespace {
 constexpr size_t MOST_ROW_WORDS = 249998; // what a decoder call may write
 
 uint8_t reversedByte(uint8_t byte) {
+    unsigned reversed = 0;
     for (unsigned bits = byte, i = 0; i < 8; ++i, bits >>= 1)
-        byte = static_cast<uint8_t>(byte << 1 | (bits & 1));
-    return byte;
+        reversed = reversed << 1 | (bits & 1);
+    return static_cast<uint8_t>(reversed);
 }
 
 Bytes reversedBits(Bytes bytes) {

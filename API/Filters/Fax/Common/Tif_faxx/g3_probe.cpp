@@ -206,8 +206,9 @@ TrialHistory::TrialHistory(unsigned short* scratch) {
 }
 
 int ProbeStream(CCITTG34* record, unsigned short* rows, int64_t offset, TrialHistory& history) {
-    const unsigned reversed = record->Flags & FAX_REVERSE_BITS;
-    TrialKind& kind = history.kinds[(record->Format == FORMAT_FAX_G3_2D) << 2 | reversed << 1 | (offset & 1)];
+    const unsigned tagged = HasTagBits(record) ? 4 : 0;
+    const unsigned reversed = record->Flags & FAX_REVERSE_BITS ? 2 : 0;
+    TrialKind& kind = history.kinds[tagged | reversed | static_cast<unsigned>(offset & 1)];
     int lines = 0;
     const Notes notes(kind, offset, history.bytesRead > kReadUnshared);
     const Ending ending = CountLines(record, rows, notes, &lines);
