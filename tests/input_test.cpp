@@ -23,6 +23,20 @@ TEST_F(DecoderInput, SetUpTakesAndReturnsThreeBuffers) {
     EXPECT_TRUE(nothingHeld());
 }
 
+TEST_F(DecoderInput, SetUpAgainAfterAFailedOne) {
+    for (const unsigned failing : {2u, 3u}) {
+        resetTestKernel();
+        CCITTG34 record = {};
+        MemoryFile file({0xAB});
+        testKernel().faultAt = failing;
+        EXPECT_EQ(InitDecodeG34(nullptr, &record, 68, 10, 0, file.handle(), 0, 0), ERROR_NO_MEMORY);
+        EXPECT_EQ(InitDecodeG34(nullptr, &record, 68, 10, 0, file.handle(), 0, 0), SUCCESS);
+        EXPECT_EQ(callsNamed("Free").size(), failing - 1);
+        EXPECT_EQ(testKernel().held, 2200000u);
+        QuitDecodeG34(&record, 1);
+    }
+}
+
 TEST_F(DecoderInput, FieldsAfterSetUp) {
     CodecRun run({0xAB, 0xCD, 0xEF}, {});
     EXPECT_EQ(run.record.BitAccumulator, 0xABCDEF00u);
