@@ -11,13 +11,13 @@
 // - Two short runs of a horizontal mode come from one look-up.
 #include "API/Filters/Fax/Common/Tif_faxx/g4_fast.h"
 
+#include "API/Filters/Fax/Common/Tif_faxx/b1_search.h"
 #include "API/Filters/Fax/Common/Tif_faxx/fast_bits.h"
 #include "API/Filters/Fax/Common/Tif_faxx/fast_runs.h"
 
 #include <emmintrin.h>
 
 #include <algorithm>
-#include <cstdlib>
 
 namespace faxx::g4 {
 namespace {
@@ -102,16 +102,6 @@ __m128i ShiftIn(uint32_t first, __m128i vector) {
     return _mm_or_si128(_mm_slli_si128(vector, 4), _mm_cvtsi32_si128(static_cast<int>(first)));
 }
 
-// b1, or the next entry of its colour where that at b1 is not below limit. Which is as good as random: a
-// compiler left to itself makes it a branch.
-const uint32_t* SkipOne(const uint32_t* b1, uint32_t limit) {
-    asm("cmpl %[limit], %[entry]\n\tcmovae %[beyond], %[b1]"
-        : [b1] "+r"(b1)
-        : [entry] "m"(*b1), [limit] "r"(limit), [beyond] "r"(b1 + 2)
-        : "cc");
-    return b1;
-}
-
 // The entry before b1, which a search to the left would try; before the first there is none.
 uint32_t EntryBefore(const uint32_t* b1, const uint32_t* reference) {
     static constexpr uint32_t kNone = INT32_MAX;
@@ -186,9 +176,7 @@ After DecodeFast(Line& line) {
             next[1] = a2;
             next += 2;
             a0 = a2;
-            b1 = SkipOne(b1, a0);
-            while (*b1 >= a0)
-                b1 += 2;
+            b1 = SeekB1(b1, a0);
             return true;
         }
         const uint32_t from = b1[code.fromB1];
@@ -205,14 +193,9 @@ After DecodeFast(Line& line) {
         a0 = change;
         *next = change;
         next += code.entries;
-        ptrdiff_t step = code.step;
-        if (b1 == reference) [[unlikely]] {
-            step = std::abs(step); // there is no entry before the first
-            asm("" : "+r"(step));  // and the test stays out of the way of b1
-        }
-        b1 = SkipOne(b1 + step, notRight);
-        while (*b1 >= notRight)
-            b1 += 2;
+        if (b1 == reference) [[unlikely]]
+            b1 += code.step < 0 ? 2 : 0; // there is no entry before the first
+        b1 = SeekB1(b1 + code.step, notRight);
         return true;
     };
 
