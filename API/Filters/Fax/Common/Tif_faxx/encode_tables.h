@@ -71,7 +71,7 @@ inline constexpr auto kVerticalWords = [] {
 inline constexpr uint32_t kLongestRunCode = PackCode(RunCode(Colour::White, kLongestCodeRun));
 inline constexpr uint32_t kPassCode = PackCode("0001");
 inline constexpr uint32_t kHorizontalCode = PackCode("001");
-inline constexpr uint32_t kEolCode = PackCode("000000000001");
+inline constexpr uint32_t kEolCode = PackCode(kEol);
 inline constexpr uint32_t kTagOneDimensional = PackCode("1");
 inline constexpr uint32_t kTagTwoDimensional = PackCode("0");
 

@@ -102,4 +102,46 @@ bool ReadFast(Line& line, Edge edge) {
     return complete;
 }
 
+BlankLineCode::BlankLineCode(const CCITTG34* record) {
+    if (HasTagBits(record))
+        return;
+    const auto append = [&](CodeWord code) {
+        bits = bits << code.length | code.bits;
+        length += code.length;
+    };
+    const bool alignedRows = record->Format == FORMAT_FAX_G3_1D_NOEOL;
+    if (!alignedRows)
+        append(kEol);
+    uint32_t run = record->Width;
+    for (; run >= kLongestCodeRun && length <= kWindowBits; run -= kLongestCodeRun)
+        append(RunCode(Colour::White, kLongestCodeRun));
+    if (length <= kWindowBits && run >= kTerminatingCodes)
+        append(RunCode(Colour::White, run / 64 * 64));
+    if (length <= kWindowBits)
+        append(RunCode(Colour::White, run % 64));
+    if (alignedRows)
+        append({0, (0 - length) % 8});
+    if (length > kWindowBits)
+        length = 0;
+}
+
+uint32_t ReadBlankLines(Line& line, const BlankLineCode& code, uint32_t most) {
+    const int64_t start = line.input.Position();
+    const int64_t end = line.input.PositionLimit() - kFastMargin;
+    if (code.length == 0 || start < 0)
+        return 0;
+    int64_t position = start;
+    uint32_t lines = 0;
+    while (lines <= most && position < end &&
+           WindowAt(line.record->Buffer, static_cast<uint64_t>(position)) >> (64 - code.length) ==
+               code.bits) {
+        position += code.length;
+        ++lines;
+    }
+    if (lines <= 1)
+        return 0;
+    line.input.MoveTo(static_cast<uint64_t>(position - code.length));
+    return lines - 1;
+}
+
 } // namespace faxx::g3
