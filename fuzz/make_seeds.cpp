@@ -208,15 +208,14 @@ void PutStreams(const SeedDirectory& seeds) {
 void PutHeaderFiles(const SeedDirectory& seeds) {
     const standin::BitmapPtr page = MakePage(64, 20);
     for (const int format : {66, 68}) {
-        const Bytes data = Coded(*page, format, FAX_REVERSE_BITS);
-        Bytes file(512);
-        const uint8_t header[] = {0xDC, 0xDC, 0, 0, 0, 0, 20, 0, 64, 0, 0, 0, 0, 0, 0, 0, 200, 0, 200, 0};
-        std::copy(std::begin(header), std::end(header), file.begin());
-        file[12] = format == 66 ? 2 : 0;
-        file.insert(file.end(), data.begin(), data.end());
-        Bytes parameters;
-        fuzz::PutStream(parameters, {121, 64, 20, 0, 0, 1});
-        seeds.Put("image", "header-" + std::to_string(format), parameters, file);
+        Bytes start;
+        fuzz::PutStream(start, {121, 64, 20, 0, 0, 1});
+        const size_t headerAt = start.size();
+        for (const int byte : {0xDC, 0xDC, 0, 0, 0, 0, 20, 0, 64, 0, 0, 0, 0, 0, 0, 0, 200, 0, 200, 0})
+            start.push_back(static_cast<uint8_t>(byte));
+        start[headerAt + 12] = format == 66 ? 2 : 0;
+        start.resize(headerAt + 512);
+        seeds.Put("image", "header-" + std::to_string(format), start, Coded(*page, format, FAX_REVERSE_BITS));
     }
 }
 
