@@ -72,6 +72,7 @@ void fuzz::RunInput(const uint8_t* data, size_t size) {
     Require(raw.Status == SUCCESS, "the raw loader's status");
     if (upset)
         return;
+    Require(sink.Ended || stream.Height == 0, "the last batch is marked");
     RowSink other;
     KeepRows(other, stream.Width, stream.Height);
     const RawLoad again = LoadRaw(stream, block, !batches, other);

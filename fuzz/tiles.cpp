@@ -84,4 +84,6 @@ void fuzz::RunInput(const uint8_t* data, size_t size) {
         Require(status == SUCCESS || status == ERROR_FILE_READ || status == ERROR_NULL_PTR ||
                     status == ERROR_INV_PARAMETER,
                 "a status of the tiled loader");
+    if (status == SUCCESS)
+        Require(sink.Ended || info.Height == 0, "the last batch is marked");
 }
