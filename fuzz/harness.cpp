@@ -123,7 +123,7 @@ extern "C" int CheckRows(_FILEINFOA* /*fileInfo*/, _BITMAPHANDLE* /*bitmap*/, un
         uint64_t pixels = 0;
         for (const unsigned short* run = rows + 2; run != next; ++run)
             pixels += *run;
-        Require(pixels >= sink.LeastWidth && pixels <= MAX_CODEC_WIDTH, "the runs of a row add up");
+        Require(pixels >= sink.LeastWidth && pixels <= sink.MostWidth, "the runs of a row add up");
         const auto line = static_cast<size_t>(firstLine) + static_cast<size_t>(i);
         if (line < sink.Height)
             K_ExpandRows(rows, sink.Pixels.data() + line * ((sink.Width + 7) / 8), sink.Width, 1);

@@ -5,6 +5,7 @@
 // beyond 4096 are the ones at the edges of what the filter accepts.
 #pragma once
 
+#include "API/Filters/Fax/Common/Tif_faxx.h"
 #include "host/standin/standin.h"
 
 #include <cstddef>
@@ -96,6 +97,7 @@ struct RowSink {
     unsigned Width = 0;      // of the rows that are kept
     unsigned Height = 0;     // rows that are kept
     unsigned LeastWidth = 0; // the runs of each row add up to this at least
+    unsigned MostWidth = MAX_CODEC_WIDTH;
     Bytes Pixels;
     int Delivered = 0;
     int Calls = 0;

@@ -1,8 +1,6 @@
 // The tiled loader with any table of tiles over any bytes, and sizes that do not fit one another.
 #include "fuzz/harness.h"
 
-#include "API/Filters/Fax/Common/Tif_faxx.h"
-
 #include <algorithm>
 #include <memory>
 
@@ -68,6 +66,7 @@ void fuzz::RunInput(const uint8_t* data, size_t size) {
 
     RowSink sink;
     KeepRows(sink, stream.Width, stream.Height);
+    sink.MostWidth = std::max(stream.Width, MAX_CODEC_WIDTH); // of several columns
     sink.What = static_cast<RowSink::Upset>(stream.Choice & UPSET);
     if (sink.What == RowSink::Upset::CutHeight)
         sink.What = RowSink::Upset::None;
