@@ -23,7 +23,7 @@ void RunInput(const uint8_t* data, size_t size);
 void Require(bool holds, const char* what);
 
 inline constexpr unsigned MOST_SIMPLE_WIDTH = 4096;
-inline constexpr unsigned MOST_PIXELS = 1 << 24;
+inline constexpr unsigned MOST_PIXELS = 1 << 21;
 
 class Input {
 public:

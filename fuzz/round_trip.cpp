@@ -112,7 +112,7 @@ void ThroughBlocks(const fuzz::Stream& stream, _BITMAPHANDLE& bitmap, const stan
     blocks.Width = tiled ? 8u * (1 + stream.Offset % 32) : stream.Width;
     blocks.Height = 1 + (stream.Flags >> 8) % 64u;
     blocks.Padding = 2; // decoders look ahead
-    if (uint64_t{stream.Width / blocks.Width + 1} * (stream.Height / blocks.Height + 1) > 48)
+    if (uint64_t{stream.Width / blocks.Width + 1} * (stream.Height / blocks.Height + 1) > 12)
         return;
     fuzz::Require(standin::SaveBlocks(fuzz::TheFilter(), bitmap, how, blocks) == SUCCESS, "the blocks' save");
     fuzz::Stream given = stream;
