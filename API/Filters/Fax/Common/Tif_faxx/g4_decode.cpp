@@ -173,7 +173,7 @@ After ZeroBits(Line& line) {
 
 After DecodeModeCode(Line& line) {
     const ModeCode code = kModeCodes[line.input.Top(kModeIndexBits)];
-    if (code.mode <= Mode::Pass && !line.input.Consume(code.length))
+    if (code.mode <= Mode::Horizontal && !line.input.Consume(code.length))
         return After::NoData;
     switch (code.mode) {
     case Mode::Vertical:
