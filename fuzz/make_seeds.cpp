@@ -130,7 +130,7 @@ void WritePage(TIFF* tiff, const TiffKind& kind, const _BITMAPHANDLE& bitmap, un
         for (uint32_t y = 0; y < height; y += kind.TileSize)
             for (uint32_t x = 0; x < bitmap.Width; x += kind.TileSize) {
                 for (uint32_t i = 0; i < kind.TileSize && y + i < height; ++i)
-                    std::memcpy(tile.data() + i * (kind.TileSize / 8),
+                    std::memcpy(tile.data() + size_t{i} * (kind.TileSize / 8),
                                 rows.data() + (y + i) * rowBytes + x / 8,
                                 std::min<size_t>(kind.TileSize / 8, rowBytes - x / 8));
                 if (TIFFWriteTile(tiff, tile.data(), x, y, 0, 0) < 0)
