@@ -60,24 +60,6 @@ std::vector<Line> mirroredLines(const Picture& picture, unsigned width) {
 
 class Buffers : public KernelTest {};
 
-// Flags of a load that mean nothing are set, all of them.
-TEST_F(Buffers, WhatOneWritesTheOtherReads) {
-    for (const unsigned format : {66u, 67u, 68u, 117u, 162u, 4711u})
-        for (const unsigned width : {1u, 9u, 100u, 1728u, 65535u})
-            for (unsigned flags = 0; flags < 8; ++flags) {
-                SCOPED_TRACE(testing::Message() << format << " width " << width << " flags " << flags);
-                const bool mirror = (flags + width) % 2 != 0;
-                SaveCall save{pictureOf(width, 9), static_cast<int>(width), static_cast<int>(format), flags};
-                EXPECT_EQ(save.run(), SUCCESS);
-                ASSERT_EQ(save.stream, codedPicture(save.picture, width, format, flags, 2));
-                LoadCall load{save.stream, save.format, save.width, 9, ~0u};
-                load.flags ^= (flags & 1 ? 0 : LOADINFO_REVERSED_BITS) | (mirror ? 0 : LOADINFO_MIRROR);
-                EXPECT_EQ(load.run(), SUCCESS);
-                EXPECT_TRUE(linesOf(load.rows, width) ==
-                            (mirror ? mirroredLines(save.picture, width) : linesOf(save.picture, width)));
-            }
-}
-
 TEST_F(Buffers, CallsInTheirOrder) {
     SaveCall save{pictureOf(1728, 300, NOISE), 1728};
     save.height = 20;

@@ -193,4 +193,74 @@ TEST_F(RawLoader, SearchesWithOneSetOfBuffers) {
                      "Free 1000000",   "Free 200000"}));
 }
 
+// Trials begin at every other byte and all come to nothing: the bits behind them decide how.
+Bytes hostile(const Bits& head, const Bits& body, size_t size, const Bits& tail = "") {
+    const Bits heads = repeated(head, 2000 * 8 / head.size()) + EOL;
+    return packed(heads + repeated(body, (size * 8 - heads.size()) / body.size()) + tail);
+}
+const Bits EOL_EVERY_OTHER_BYTE = EOL + "0000";
+const Bits EMPTY_RUNS = runBits(false, 0) + runBits(true, 0);
+const Bits TOO_WIDE = EOL + repeated(runBits(false, 64) + runBits(true, 0), 3500);
+
+// What the search is defined to do, every trial run to its end.
+Description describeTrialByTrial(const Bytes& bytes) {
+    MemoryFile file(bytes);
+    Description d = {FAILURE, {}};
+    CCITTG34 codec = {};
+    std::vector<unsigned short> rows(251000);
+    for (d.info.Offset = 0; d.info.Offset < 2000 && d.status == FAILURE; ++d.info.Offset) {
+        uint8_t two[2];
+        K_RedirectedSeek(file.handle(), d.info.Offset, 0);
+        K_RedirectedRead(file.handle(), two, 2);
+        if (two[0] != 0 || (two[1] & 0xF0) != 0x10)
+            continue;
+        for (const int format : {66, 67}) {
+            K_RedirectedSeek(file.handle(), d.info.Offset, 0);
+            InitDecodeG34(nullptr, &codec, static_cast<unsigned>(format), 0, 0, file.handle(), 0, 0);
+            d.info.Height = InfoDecodeG3(&codec, rows.data());
+            if (d.info.Height >= 100 && codec.Width >= 1 && codec.Width <= 200000)
+                d.status = SUCCESS;
+        }
+    }
+    QuitDecodeG34(&codec, 1);
+    return d;
+}
+
+// The buffer holds the files whole, so every read is made although hardly a trial is run to its end.
+TEST_F(RawLoader, TrialsThatAreCutShortEndAsTheyWould) {
+    const Bits lines = repeated(runBits(false, 7) + runBits(true, 9), 20) + EOL;
+    const struct {
+        Bits head, body, tail;
+    } cases[] = {{EOL_EVERY_OTHER_BYTE, EMPTY_RUNS, ""},
+                 {EOL_EVERY_OTHER_BYTE, lines, TOO_WIDE},
+                 {EOL + "110110000000", lines, TOO_WIDE}};
+    for (const auto& c : cases) {
+        SCOPED_TRACE(&c - cases);
+        const Bytes bytes = hostile(c.head, c.body, 22000, c.tail);
+        resetTestKernel();
+        const Description wanted = describeTrialByTrial(bytes);
+        const auto readsAndSeeks = [] {
+            Trace calls = testKernel().trace;
+            std::erase_if(calls, [](const std::string& call) { return call[0] != 'R' && call[0] != 'S'; });
+            return calls;
+        };
+        const Trace trials = readsAndSeeks();
+        resetTestKernel();
+        const Description d = describe(bytes);
+        EXPECT_EQ(d.status, FAILURE);
+        EXPECT_EQ(wanted.status, FAILURE);
+        EXPECT_EQ(d.info.Height, wanted.info.Height);
+        EXPECT_EQ(+d.info.Offset, +wanted.info.Offset);
+        EXPECT_TRUE(readsAndSeeks() == trials);
+    }
+}
+
+// A trial over the whole file reads it in parts of 150,002 bytes behind the first.
+TEST_F(RawLoader, TrialsOverALongFileAreFew) {
+    const Bytes bytes = hostile(EOL_EVERY_OTHER_BYTE, EMPTY_RUNS, 2000000);
+    EXPECT_EQ(describe(bytes).status, FAILURE);
+    EXPECT_EQ(callsNamed("Seek").size(), 2000u + 2 * 1000);
+    EXPECT_LT(callsNamed("Read 150002").size(), 2 * 32000000u / 150002);
+}
+
 } // namespace

@@ -165,7 +165,10 @@ void* K_LocalAlloc(size_t count, size_t elementSize, int line, const char* path)
         return nullptr;
     void* block = std::malloc(count * elementSize);
     std::memset(block, 0xA5, count * elementSize); // nobody may count on zeros
-    testKernel().blocks.emplace(block, count * elementSize);
+    TestKernel& kernel = testKernel();
+    kernel.blocks.emplace(block, count * elementSize);
+    kernel.held += count * elementSize;
+    kernel.mostHeld = std::max(kernel.mostHeld, kernel.held);
     return block;
 }
 
@@ -179,6 +182,7 @@ void K_LocalFree(void* block, int line, const char* path) {
         ++kernel.badFrees;
     else {
         std::free(block);
+        kernel.held -= size;
         kernel.blocks.erase(found);
     }
     enterCall("Free " + std::to_string(size));

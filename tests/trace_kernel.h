@@ -42,6 +42,7 @@ struct TestKernel {
     std::string faulted; // its trace entry
 
     std::map<void*, size_t> blocks; // allocated and not yet freed
+    size_t held = 0, mostHeld = 0;  // bytes of them
     unsigned badFrees = 0;
     std::map<std::string, Bytes> files; // what K_RedirectedOpen finds before it looks on the disk
     std::map<tagHANDLE*, std::unique_ptr<MemoryFile>> open; // opened and not yet closed

@@ -1,5 +1,6 @@
 // Loads a stream from an open handle through the kernel's row callback, and finds G3 streams in a handle.
 #include "API/Filters/Fax/Common/Tif_faxx/bit_input.h"
+#include "API/Filters/Fax/Common/Tif_faxx/g3_probe.h"
 #include "API/Filters/Fax/Common/Tif_faxx/limits.h"
 #include "API/Filters/Fax/Common/Tif_faxx/stream.h"
 
@@ -26,8 +27,6 @@ int OrientationFromFlags(uint32_t flags) {
 namespace {
 
 constexpr int64_t kProbedOffsets = 2000;
-constexpr uint32_t kWidestProbed = 200000;
-constexpr int32_t kFewestLinesProbed = 100;
 constexpr int32_t kProbedResolution = 300;
 
 // The arguments and working buffers of one call.
@@ -100,7 +99,7 @@ Eol EolAt(const uint8_t bytes[2]) {
 
 // Decodes the stream at offset as the given format to find its size. SUCCESS with a positive Width where it
 // is convincing, SUCCESS with Width 0 where not; anything else is the decoder set-up's failure.
-int TryFormat(RawLoad& load, int64_t offset, int format) {
+int TryFormat(RawLoad& load, TrialHistory& history, int64_t offset, int format) {
     _LOADINFO* info = load.loadInfo;
     info->Format = format;
     K_RedirectedSeek(load.handle, offset, 0);
@@ -108,10 +107,9 @@ int TryFormat(RawLoad& load, int64_t offset, int format) {
                                     ReversedBits(info->Flags), load.handle, 0, 0);
     if (status != SUCCESS)
         return status;
-    info->Height = InfoDecodeG3(&load.codec, load.runs);
-    const uint32_t width = load.codec.Width;
-    if (width >= 1 && width <= kWidestProbed && info->Height >= kFewestLinesProbed) {
-        info->Width = static_cast<int32_t>(width);
+    info->Height = ProbeStream(&load.codec, load.runs, offset, history);
+    if (IsConvincing(load.codec.Width, info->Height)) {
+        info->Width = static_cast<int32_t>(load.codec.Width);
         return SUCCESS;
     }
     info->Width = 0;
@@ -124,6 +122,7 @@ int Probe(RawLoad& load) {
     info->BitsPerPixel = 1;
     info->XResolution = kProbedResolution;
     info->YResolution = kProbedResolution;
+    TrialHistory history(load.mirrored);
     for (info->Offset = 0; info->Offset < kProbedOffsets; ++info->Offset) {
         const int64_t offset = info->Offset;
         uint8_t bytes[2];
@@ -135,7 +134,7 @@ int Probe(RawLoad& load) {
             continue;
         info->Flags = LOADINFO_ORIENTATION_1 | (eol == Eol::Reversed ? LOADINFO_REVERSED_BITS : 0);
         for (const int format : {FORMAT_FAX_G3_1D, FORMAT_FAX_G3_2D}) {
-            const int status = TryFormat(load, offset, format);
+            const int status = TryFormat(load, history, offset, format);
             if (status != SUCCESS || info->Width > 0)
                 return status;
         }
