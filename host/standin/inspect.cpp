@@ -108,13 +108,15 @@ void InspectAll(Inspection& inspection) {
         eolTaken = lineEnds && bits.EolEnds(Position(codec) - (tagged ? 1 : 0));
         if (status == ERROR_FAX_WIDTH_CHANGED || (status == 0 && codec.Width != width))
             inspection.Add(LineFault::OtherWidth, line, line);
-        else if (status != 0)
-            inspection.Add(LineFault::InvalidData, line, line);
+        else if (status != 0) // past the end there are zero bits, which are no code
+            inspection.Add(Position(codec) < bits.Count() ? LineFault::InvalidData : LineFault::DataEnds,
+                           line, line);
         else if (eolTaken)
             inspection.Add(LineFault::EndsShort, line, line);
     }
     // An EOFB and an RTC begin with an EOL (T.6 § 2.4.1.1, T.4 § 4.1.4); neither has to be there.
-    if (stream.Lines != 0 && !eolTaken && !bits.EolBegins(Position(codec)) && bits.AnySetFrom(Position(codec)))
+    if (stream.Lines != 0 && !eolTaken && !bits.EolBegins(Position(codec)) &&
+        bits.AnySetFrom(Position(codec)))
         inspection.Add(LineFault::DataLeft, stream.Lines - 1, stream.Lines - 1);
 }
 

@@ -17,6 +17,9 @@ namespace kfax {
 
 namespace {
 
+// zlib's sixth level, the default, makes a page of text 8 % smaller and takes nearly twice as long.
+constexpr int COMPRESSION_LEVEL = 4;
+
 struct PngError {
     char Reason[200];
 };
@@ -60,6 +63,7 @@ bool Encode(png_structp png, png_infop info, const PngRows& rows, std::FILE* fil
         png_set_pHYs(png, info, PerMetre(rows.XResolution), PerMetre(rows.YResolution), PNG_RESOLUTION_METER);
     if (rows.BitDepth == 1)
         png_set_filter(png, PNG_FILTER_TYPE_BASE, PNG_FILTER_NONE); // the others do not help
+    png_set_compression_level(png, COMPRESSION_LEVEL);
     png_write_info(png, info);
     if (rows.BitDepth == 1)
         png_set_invert_mono(png); // in a PNG a set bit is white
