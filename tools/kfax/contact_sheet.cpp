@@ -9,6 +9,7 @@
 #include "tools/kfax/picture.h"
 
 #include <algorithm>
+#include <array>
 #include <bit>
 #include <cmath>
 #include <cstdio>
@@ -24,26 +25,38 @@ constexpr uint8_t PAPER = 192;
 constexpr uint8_t FRAME = 128;
 constexpr uint8_t BLACK = 0;
 
-// The black pixels first <= x < last of a row.
-size_t CountBlack(const uint8_t* row, size_t first, size_t last) {
-    size_t black = 0;
-    for (size_t x = first; x < last;) {
-        const size_t end = std::min(last, (x / 8 + 1) * 8);
-        const unsigned mask = 0xFFu >> x % 8 & 0xFFu << (8 - (end - 1) % 8 - 1);
-        black += static_cast<size_t>(std::popcount(row[x / 8] & mask));
-        x = end;
-    }
-    return black;
-}
+constexpr auto BLACK_BITS = [] {
+    std::array<uint8_t, 256> table{};
+    for (unsigned value = 0; value < 256; ++value)
+        table[value] = static_cast<uint8_t>(std::popcount(value));
+    return table;
+}();
 
+// The source pixels that become one, in one direction.
 struct Span {
     size_t First, Last;
 };
 
-// The source pixels that become pixel i of count.
-Span SourceOf(size_t i, size_t count, size_t source) {
-    const size_t first = i * source / count;
-    return {first, std::max(first + 1, (i + 1) * source / count)};
+std::vector<Span> Spans(size_t count, size_t source) {
+    std::vector<Span> spans(count);
+    for (size_t i = 0; i < count; ++i) {
+        const size_t first = i * source / count;
+        spans[i] = {first, std::max(first + 1, (i + 1) * source / count)};
+    }
+    return spans;
+}
+
+// Adds the black pixels of each span of a row. before: work area, a number for each byte and one more.
+void AddBlack(const uint8_t* row, size_t rowBytes, const std::vector<Span>& spans,
+              std::vector<size_t>& before, std::vector<size_t>& black) {
+    before[0] = 0;
+    for (size_t byte = 0; byte < rowBytes; ++byte)
+        before[byte + 1] = before[byte] + BLACK_BITS[row[byte]];
+    const auto blackBefore = [&](size_t x) {
+        return before[x / 8] + (x % 8 != 0 ? BLACK_BITS[row[x / 8] >> (8 - x % 8)] : 0u);
+    };
+    for (size_t i = 0; i < spans.size(); ++i)
+        black[i] += blackBefore(spans[i].Last) - blackBefore(spans[i].First);
 }
 
 GreyPicture Shrink(const Picture& picture, size_t cell) {
@@ -56,21 +69,18 @@ GreyPicture Shrink(const Picture& picture, size_t cell) {
     GreyPicture small;
     small.Width = std::clamp<size_t>(static_cast<size_t>(std::lround(width * scale)), 1, cell);
     small.Height = std::clamp<size_t>(static_cast<size_t>(std::lround(height * scale)), 1, cell);
-    small.Pixels.resize(small.Width * small.Height);
+    small.Pixels.reserve(small.Width * small.Height);
+    const std::vector<Span> columns = Spans(small.Width, picture.Width);
+    std::vector<size_t> before(picture.RowBytes + 1);
     std::vector<size_t> black(small.Width);
-    for (size_t y = 0; y < small.Height; ++y) {
+    for (const Span& rows : Spans(small.Height, picture.Height)) {
         std::fill(black.begin(), black.end(), 0);
-        const Span rows = SourceOf(y, small.Height, picture.Height);
         for (size_t row = rows.First; row < rows.Last; ++row)
-            for (size_t x = 0; x < small.Width; ++x) {
-                const Span columns = SourceOf(x, small.Width, picture.Width);
-                black[x] +=
-                    CountBlack(picture.Pixels.data() + row * picture.RowBytes, columns.First, columns.Last);
-            }
+            AddBlack(picture.Pixels.data() + row * picture.RowBytes, picture.RowBytes, columns, before,
+                     black);
         for (size_t x = 0; x < small.Width; ++x) {
-            const Span columns = SourceOf(x, small.Width, picture.Width);
-            const size_t area = (columns.Last - columns.First) * (rows.Last - rows.First);
-            small.Pixels[y * small.Width + x] = static_cast<uint8_t>(255 - 255 * black[x] / area);
+            const size_t area = (columns[x].Last - columns[x].First) * (rows.Last - rows.First);
+            small.Pixels.push_back(static_cast<uint8_t>(255 - 255 * black[x] / area));
         }
     }
     return small;
