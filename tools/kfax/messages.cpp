@@ -36,7 +36,7 @@ void Note(const std::string& file, const std::string& text) {
 }
 
 std::string SystemReason(int error) {
-    const std::string reason = std::strerror(error);
+    std::string reason = std::strerror(error);
     switch (error) {
     case ENOENT:
         return reason + "; check the name and its directory";
