@@ -6,6 +6,7 @@
 #include <iterator>
 #include <random>
 #include <set>
+#include <sstream>
 #include <sys/wait.h>
 
 namespace {
@@ -63,6 +64,14 @@ void writePbm(const std::string& name, const Pixels& pixels) {
     Bytes bytes(header.begin(), header.end());
     bytes.insert(bytes.end(), pixels.rows.begin(), pixels.rows.end());
     writeFile(name, bytes);
+}
+
+std::vector<nlohmann::json> jsonLines(const std::string& told) {
+    std::vector<nlohmann::json> objects;
+    std::istringstream lines(told);
+    for (std::string line; std::getline(lines, line);)
+        objects.push_back(nlohmann::json::parse(line));
+    return objects;
 }
 
 void KfaxRuns::SetUp() {

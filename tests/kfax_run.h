@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <filesystem>
 #include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
 #include <string>
 #include <vector>
 
@@ -34,6 +35,9 @@ struct Outcome {
     std::string said; // standard error
     std::string told; // standard output
 };
+
+// JSON as kfax prints it: an object a line.
+std::vector<nlohmann::json> jsonLines(const std::string& told);
 
 // A scratch directory, the current one while a test runs.
 class KfaxRuns : public testing::Test {

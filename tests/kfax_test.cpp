@@ -1,8 +1,6 @@
 // kfax on raw fax streams and pictures: what it says of them, what it makes of them, and what it refuses.
 #include "tests/kfax_run.h"
 
-#include <nlohmann/json.hpp>
-
 namespace {
 
 const Pixels PAGE = testPicture(1001, 300);
@@ -66,7 +64,7 @@ TEST_F(Kfax, KindsConvertIntoOneAnother) {
         EXPECT_EQ(outcome.said, "") << step;
     }
     EXPECT_TRUE(readPbm("f.pbm") == PAGE);
-    const auto told = nlohmann::json::parse(kfax("info --json b.TIFF").told);
+    const auto told = jsonLines(kfax("info --json b.TIFF").told);
     EXPECT_EQ(told[0]["coding"], "g3-2d");
     EXPECT_EQ(told[0]["layout"], "tiles of 64 x 48");
 }
@@ -82,7 +80,7 @@ TEST_F(Kfax, InfoTellsWhatTheFilesAre) {
 
     const Outcome info = kfax("info --json page.g3 page.hdr page.pbm");
     EXPECT_EQ(info.code, 1); // a picture is not a fax file
-    const auto told = nlohmann::json::parse(info.told);
+    const auto told = jsonLines(info.told);
     ASSERT_EQ(told.size(), 3u);
     EXPECT_EQ(told[0]["format"], 66);
     EXPECT_EQ(told[0]["width"], 1001);

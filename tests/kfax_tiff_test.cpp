@@ -3,7 +3,6 @@
 
 #include <algorithm>
 #include <memory>
-#include <nlohmann/json.hpp>
 #include <tiffio.h>
 
 namespace {
@@ -130,7 +129,7 @@ TEST_F(KfaxTiff, ReadsWhatLibtiffWrites) {
             EXPECT_EQ(load.said, "");
             for (unsigned page = 1; page <= pages; ++page)
                 EXPECT_TRUE(readPbm(numbered(page)) == picture) << "page " << page;
-            const auto told = nlohmann::json::parse(kfax("info --json pages.tif --page 22").told);
+            const auto told = jsonLines(kfax("info --json pages.tif --page 22").told);
             EXPECT_EQ(told[0]["coding"], coding.name);
             EXPECT_EQ(told[0]["layout"], "tiles of 16 x 16");
             EXPECT_EQ(told[0]["bit_order"], "reversed");

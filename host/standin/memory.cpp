@@ -40,6 +40,13 @@ struct alignas(64) Shard {
 std::array<Shard, SHARDS> shards;
 
 #if defined(__SANITIZE_ADDRESS__)
+#define STANDIN_WATCHED 1
+#elif defined(__has_feature) // clang's way
+#define STANDIN_WATCHED __has_feature(address_sanitizer)
+#else
+#define STANDIN_WATCHED 0
+#endif
+#if STANDIN_WATCHED
 constexpr bool KEEPS_BLOCKS = false; // a block that is used after it was given back is to be noticed
 #else
 constexpr bool KEEPS_BLOCKS = true;

@@ -15,6 +15,8 @@
 #include <string>
 #include <vector>
 
+struct CCITTG34;
+
 namespace standin {
 
 // ---- Statuses
@@ -67,6 +69,12 @@ struct Filter {
     int (*SaveTiled)(_SAVEDISPATCH*, tagHANDLE*, _BITMAPHANDLE*, _FAXTILEINFO*, unsigned char* uncompressed,
                      unsigned gap, int bitsPerPixel, unsigned format, unsigned callbackParam, void* userData1,
                      void* userData2, unsigned* lastSize, unsigned flags);
+    // The codec, for those that decode by themselves; null as above.
+    int (*InitDecode)(_LOADDISPATCH*, CCITTG34*, unsigned format, unsigned width, unsigned flags, tagHANDLE*,
+                      unsigned smallBuffer, unsigned byteLimit);
+    void (*QuitDecode)(CCITTG34*, int freeAll);
+    unsigned (*DecodeG4)(CCITTG34*, unsigned short* rows, unsigned lines);
+    unsigned (*DecodeG3)(CCITTG34*, unsigned short* rows, unsigned lines);
 };
 
 inline constexpr const char* FILTER_LIBRARY = "libkffax.so.19";
@@ -166,5 +174,35 @@ LoadResult LoadBlocks(const Filter& filter, const Description& image, Blocks& bl
 // Codes a bitmap as blocks of the size and kind that blocks says, and fills the rest of it. The bitmap's rows
 // lie top to bottom. Returns the filter's status; ERROR_FILE_WRITE beyond 4 GiB.
 int SaveBlocks(const Filter& filter, _BITMAPHANDLE& bitmap, const SaveOptions& options, Blocks& blocks);
+
+// ---- Line by line
+
+struct CodedStream {
+    unsigned char* Bytes = nullptr; // only read
+    size_t Size = 0;
+    int Format = 68;
+    uint32_t Width = 0;
+    uint32_t Lines = 0;
+    bool Reversed = false; // the first bit is a byte's least significant
+};
+
+enum class LineFault {
+    InvalidData,
+    OtherWidth, // than the stream's
+    EndsShort,  // of the right edge
+    NoLineEnd,  // behind the right edge
+    DataEnds,   // in the first of the lines
+    DataLeft,   // behind the last line
+};
+const char* FaultText(LineFault fault); // "invalid codes"
+
+struct FaultyLines {
+    LineFault Fault;
+    uint32_t First, Last; // from 0
+};
+
+// Decodes a stream line by line and appends what is wrong to faults, in the order of the lines, a line at
+// most once. Returns the filter's status; ERROR_FILE_FORMAT where it has no codec to ask.
+int InspectLines(const Filter& filter, const CodedStream& stream, std::vector<FaultyLines>& faults);
 
 } // namespace standin

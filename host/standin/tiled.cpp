@@ -6,6 +6,7 @@
 // rows is saved on its own.
 #include "API/Filters/Fax/Common/Tif_faxx.h"
 #include "host/kernel.h"
+#include "host/standin/memory_handle.h"
 #include "host/standin/row_target.h"
 #include "host/standin/standin.h"
 
@@ -15,23 +16,6 @@
 namespace standin {
 
 namespace {
-
-// A handle over memory, for as long as it lives.
-struct MemoryHandle {
-    MemoryHandle(unsigned mode, unsigned char* bytes, size_t size) {
-        Status = K_StartRedirectToBuffer(&Redirect, &Handle, mode, bytes, size);
-    }
-    ~MemoryHandle() {
-        if (Redirect != nullptr)
-            K_StopRedirectToBuffer(Redirect, nullptr, nullptr);
-    }
-    MemoryHandle(const MemoryHandle&) = delete;
-    MemoryHandle& operator=(const MemoryHandle&) = delete;
-
-    void* Redirect = nullptr;
-    tagHANDLE* Handle = nullptr;
-    int Status;
-};
 
 struct BlockLoad {
     const Filter& ToolFilter;

@@ -2,6 +2,8 @@
 #pragma once
 
 #include "host/standin/standin.h"
+#include "tools/kfax/batch.h"
+#include "tools/kfax/output_names.h"
 
 #include <cstdint>
 #include <new>
@@ -41,7 +43,7 @@ auto OnBehalfOf(const std::string& file, Action action) {
     } catch (const UsageError&) {
         throw;
     } catch (const std::bad_alloc&) {
-        throw FileError(file, "not enough memory");
+        throw FileError(file, "not enough memory; work with fewer --jobs");
     } catch (const std::exception& error) {
         throw FileError(file, error.what());
     }
@@ -74,32 +76,49 @@ struct OutputOptions {
 };
 
 struct InfoOptions {
-    std::vector<std::string> Files;
+    BatchOptions Run;
     std::optional<int64_t> Page;
-    bool Json = false;
+};
+
+struct VerifyOptions {
+    BatchOptions Run;
+    InputOptions In;
+};
+
+// Each input becomes an output of its own in a directory.
+struct BatchOutputs {
+    OutputNaming Naming;
+    bool SkipExisting = false;
 };
 
 struct LoadCommandOptions {
-    std::string Input;
-    std::string Output;
+    BatchOptions Run; // without a directory for the outputs, the last file is the output
+    BatchOutputs Outputs;
     InputOptions In;
     OutputOptions Out;
     bool AllPages = false;
+    std::optional<int> Thumbnail;
+
+    bool IsBatch() const { return !Outputs.Naming.Directory.empty(); }
 };
 
 struct SaveCommandOptions {
-    std::vector<std::string> Files; // the last one is the output
+    BatchOptions Run; // as above
+    BatchOutputs Outputs;
     InputOptions In;
     OutputOptions Out;
+
+    bool IsBatch() const { return !Outputs.Naming.Directory.empty(); }
 };
 
-// Each returns an exit code; reasons go to standard error, one line a file. LoadCommand and
-// SaveCommand throw UsageError or std::exception with the reason, having written nothing.
+// Each returns an exit code; reasons go to standard error, one line each. What LoadCommand and SaveCommand
+// throw, UsageError or std::exception, says that nothing was written.
 int InfoCommand(const standin::Filter& filter, const InfoOptions& options);
+int VerifyCommand(const standin::Filter& filter, const VerifyOptions& options);
 int LoadCommand(const standin::Filter& filter, const LoadCommandOptions& options);
 int SaveCommand(const standin::Filter& filter, const SaveCommandOptions& options);
 
-// One line on standard error: kfax: FILE: reason.
-void Complain(const std::string& file, const std::string& reason);
+// Takes the last of the files, the output, from the others. Throws UsageError where there are fewer than two.
+std::string TakeOutput(BatchOptions& run);
 
 } // namespace kfax

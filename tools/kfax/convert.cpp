@@ -1,22 +1,25 @@
 // Carrying pages from inputs to the output, one in memory at a time.
 #include "tools/kfax/convert.h"
 
+#include "tools/kfax/input.h"
+#include "tools/kfax/json_line.h"
+#include "tools/kfax/messages.h"
+#include "tools/kfax/output_file.h"
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
 #include <cstdio>
+#include <cstring>
+#include <filesystem>
+#include <memory>
+#include <optional>
+#include <unordered_set>
 #include <utility>
 
 namespace kfax {
 
 namespace {
-
-// OUT.png → OUT-001.png
-std::string Numbered(const std::string& file, unsigned number) {
-    char text[16];
-    std::snprintf(text, sizeof text, "-%03u", number);
-    const size_t name = file.rfind('/') + 1; // 0 without one
-    const size_t dot = file.rfind('.');
-    const size_t at = dot == std::string::npos || dot <= name ? file.size() : dot;
-    return file.substr(0, at) + text + file.substr(at);
-}
 
 unsigned WantedCount(const Conversion& conversion) {
     if (conversion.In.Page || conversion.Wanted == WantedPages::First)
@@ -27,18 +30,77 @@ unsigned WantedCount(const Conversion& conversion) {
     return count;
 }
 
+bool IsNumbered(const Conversion& conversion, unsigned count) {
+    return conversion.Wanted == WantedPages::All && !conversion.In.Page &&
+           conversion.Out.Kind != OutputKind::Tiff && count > 1;
+}
+
+struct CloseFile {
+    void operator()(std::FILE* file) const { std::fclose(file); }
+};
+using File = std::unique_ptr<std::FILE, CloseFile>;
+
+constexpr const char* STREAM = "-";
+
+void CopyStream(std::FILE* from, const char* fromName, std::FILE* to, const char* toName) {
+    std::array<char, 1 << 16> block{};
+    for (size_t got = 0; (got = std::fread(block.data(), 1, block.size(), from)) != 0;)
+        if (std::fwrite(block.data(), 1, got, to) != got)
+            throw FileError(toName, SystemReason(errno));
+    if (std::ferror(from) != 0)
+        throw FileError(fromName, SystemReason(errno));
+    if (std::fflush(to) != 0)
+        throw FileError(toName, SystemReason(errno));
+}
+
+void MakeDirectory(const std::string& directory) {
+    std::error_code error;
+    std::filesystem::create_directories(directory, error);
+    if (error)
+        throw FileError(directory, SystemReason(error.value()));
+}
+
+// The last output of an input is written last, and each appears whole.
+bool IsDone(const Conversion& conversion) {
+    std::error_code error;
+    const std::string& output = conversion.Out.File;
+    if (std::filesystem::exists(output, error))
+        return true;
+    // A file of several pages has numbered outputs instead.
+    if (conversion.Out.Kind == OutputKind::Tiff || !std::filesystem::exists(Numbered(output, 1), error))
+        return false;
+    const unsigned count = WantedCount(conversion);
+    return IsNumbered(conversion, count) && std::filesystem::exists(Numbered(output, count), error);
+}
+
+std::string AsJson(const std::string& input, const Report& report, const Converted& converted,
+                   const std::string& error) {
+    static constexpr std::array STATUSES{"good", "damaged", "failed", "skipped"};
+    nlohmann::ordered_json json{{"file", input}, {"status", STATUSES[static_cast<size_t>(report.Result)]}};
+    if (report.Result == Outcome::Good || report.Result == Outcome::Damaged) {
+        json["pages"] = converted.Pages;
+        json["outputs"] = converted.Outputs;
+    }
+    if (!converted.Damages.empty())
+        json["damage"] = converted.Damages;
+    if (!error.empty())
+        json["error"] = error;
+    return JsonLine(json);
+}
+
 } // namespace
 
-int Convert(const standin::Filter& filter, const Conversion& conversion) {
+Converted Convert(const standin::Filter& filter, const Conversion& conversion) {
     const unsigned count = WantedCount(conversion);
-    const bool numbered = conversion.Wanted == WantedPages::All && !conversion.In.Page &&
-                          conversion.Out.Kind != OutputKind::Tiff && count > 1;
+    const bool numbered = IsNumbered(conversion, count);
+    Converted done;
     std::vector<std::pair<std::string, std::string>> damages;
     const auto forEachPage = [&](const std::function<void(Page&, unsigned)>& take) {
         for (const std::string& input : conversion.Inputs)
             VisitPages(filter, input, conversion.In, conversion.Wanted, conversion.RawFormats,
                        [&](Page& page, unsigned number) {
                            take(page, number);
+                           ++done.Pages;
                            if (!page.Damage.empty())
                                damages.emplace_back(input, page.Damage);
                        });
@@ -48,17 +110,91 @@ int Convert(const standin::Filter& filter, const Conversion& conversion) {
         WritePages(filter, conversion.Out, count > 1, [&](const AppendPage& append) {
             forEachPage([&](Page& page, unsigned /*number*/) { append(page); });
         });
+        done.Outputs.push_back(conversion.Out.File);
     } else {
         forEachPage([&](Page& page, unsigned number) {
             Output output = conversion.Out;
             if (numbered)
                 output.File = Numbered(output.File, number);
+            if (numbered && conversion.IsTaken && conversion.IsTaken(output.File))
+                throw FileError(output.File,
+                                "is page " + std::to_string(number) + " of " + conversion.Inputs.front() +
+                                    " and another file's output too; --keep-ext keeps them apart");
             WritePage(filter, output, page);
+            done.Outputs.push_back(output.File);
         });
     }
-    for (const auto& [file, damage] : damages)
-        Complain(file, "damaged: " + damage + "; lines that could not be decoded are blank");
-    return damages.empty() ? EXIT_GOOD : EXIT_DAMAGED;
+    for (const auto& [file, damage] : damages) {
+        Complain(file, "damaged: " + damage +
+                           "; lines that could not be decoded are blank (kfax verify lists them)");
+        done.Damages.push_back(damage);
+    }
+    return done;
+}
+
+int ConvertStreams(const standin::Filter& filter, Conversion conversion) {
+    std::optional<ScratchFile> input;
+    std::optional<ScratchFile> output;
+    for (std::string& name : conversion.Inputs) {
+        if (name != STREAM)
+            continue;
+        if (input)
+            throw UsageError("standard input can be read once");
+        name = input.emplace().Name;
+        ShowAs(name, "standard input");
+        const File spool(std::fopen(name.c_str(), "wbe"));
+        if (spool == nullptr)
+            throw FileError(name, SystemReason(errno));
+        CopyStream(stdin, STREAM, spool.get(), name.c_str());
+    }
+    if (conversion.Out.File == STREAM) {
+        if (IsNumbered(conversion, WantedCount(conversion)))
+            throw UsageError("standard output takes several pages as a TIFF file only (--to tif)");
+        conversion.Out.File = output.emplace().Name;
+        ShowAs(conversion.Out.File, "standard output");
+    }
+    const Converted done = Convert(filter, conversion);
+    if (output) {
+        const File spool(std::fopen(conversion.Out.File.c_str(), "rbe"));
+        if (spool == nullptr)
+            throw FileError(conversion.Out.File, SystemReason(errno));
+        CopyStream(spool.get(), conversion.Out.File.c_str(), stdout, "standard output");
+    }
+    return done.Damages.empty() ? EXIT_GOOD : EXIT_DAMAGED;
+}
+
+int ConvertEach(const standin::Filter& filter, const Conversion& like, const BatchOptions& options,
+                const BatchOutputs& outputs) {
+    const std::vector<std::string> inputs = ListInputs(options);
+    const std::vector<std::string> names = NameOutputs(inputs, outputs.Naming, ExtensionOf(like.Out));
+    const std::unordered_set<std::string> taken(names.begin(), names.end());
+    MakeDirectory(outputs.Naming.Directory);
+
+    return RunBatch(inputs, options, "converted", [&](size_t index, Report& report) {
+        Converted converted;
+        const std::string error = Attempt(inputs[index], report, [&] {
+            Conversion conversion = like;
+            conversion.Inputs = {inputs[index]};
+            conversion.Wanted = WantedPages::All;
+            conversion.Out.File = names[index];
+            conversion.IsTaken = [&](const std::string& output) { return taken.contains(output); };
+            if (outputs.SkipExisting && IsDone(conversion)) {
+                report.Result = Outcome::Skipped;
+                return;
+            }
+            CheckInput(inputs[index]);
+            if (outputs.Naming.KeepTree)
+                MakeDirectory(std::filesystem::path(names[index]).parent_path());
+            std::error_code notThere;
+            if (std::filesystem::equivalent(inputs[index], names[index], notThere))
+                throw std::runtime_error("is its own output; give another --out-dir");
+            converted = Convert(filter, conversion);
+            if (!converted.Damages.empty())
+                report.Result = Outcome::Damaged;
+        });
+        if (options.Json)
+            report.Text = AsJson(inputs[index], report, converted, error);
+    });
 }
 
 } // namespace kfax

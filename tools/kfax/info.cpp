@@ -3,12 +3,13 @@
 #include "tools/kfax/commands.h"
 #include "tools/kfax/formats.h"
 #include "tools/kfax/input.h"
+#include "tools/kfax/json_line.h"
+#include "tools/kfax/pages.h"
 #include "tools/kfax/picture_input.h"
 #include "tools/kfax/progress.h"
 #include "tools/kfax/tiff_input.h"
 
-#include <cstdio>
-#include <nlohmann/json.hpp>
+#include <sstream>
 
 namespace kfax {
 
@@ -69,7 +70,7 @@ FileReport Examine(const standin::Filter& filter, const std::string& file) {
     return ReportOf(description.FileInfo.Declared, trial);
 }
 
-FileReport ExaminePage(const standin::Filter& filter, TiffFile& file, int64_t number, unsigned pages) {
+FileReport ExaminePage(const standin::Filter& filter, TiffFile& file, unsigned number, unsigned pages) {
     const TiffPage page = OpenTiffPage(file, number);
     std::string damage;
     const standin::LoadResult trial = WithProgress(file.Name, [&](const standin::LoadOptions& options) {
@@ -78,7 +79,7 @@ FileReport ExaminePage(const standin::Filter& filter, TiffFile& file, int64_t nu
     FileReport report = ReportOf(page.Image.FileInfo.Declared, trial);
     report.Name = "TIFF";
     report.Orientation = trial.Bitmap->Orientation;
-    report.Page = static_cast<unsigned>(number);
+    report.Page = number;
     report.Pages = pages;
     report.Layout =
         page.Tiled ? "tiles of " + std::to_string(page.BlockWidth) + " x " + std::to_string(page.BlockHeight)
@@ -88,7 +89,7 @@ FileReport ExaminePage(const standin::Filter& filter, TiffFile& file, int64_t nu
     return report;
 }
 
-nlohmann::ordered_json AsJson(const std::string& file, const FileReport& report) {
+std::string AsJson(const std::string& file, const FileReport& report) {
     nlohmann::ordered_json json{
         {"file", file},
         {"format", report.Format},
@@ -110,84 +111,73 @@ nlohmann::ordered_json AsJson(const std::string& file, const FileReport& report)
         json["layout"] = report.Layout;
         json["white_is_zero"] = !report.Inverted;
     }
-    return json;
+    return JsonLine(json);
 }
 
-void Print(const std::string& file, const FileReport& report) {
-    std::printf("%s\n", file.c_str());
+std::string AsText(const std::string& file, const FileReport& report) {
+    std::ostringstream text;
+    text << file << '\n';
     if (report.Pages != 0)
-        std::printf("  page         %u of %u\n", report.Page, report.Pages);
-    std::printf("  format       %d, %s (%s)\n", report.Format, report.Name.c_str(),
-                report.Format != 0 ? FormatDescription(report.Coding) : "not compressed");
-    std::printf("  size         %u x %d pixels\n", report.Width, report.Height);
+        text << "  page         " << report.Page << " of " << report.Pages << '\n';
+    text << "  format       " << report.Format << ", " << report.Name << " ("
+         << (report.Format != 0 ? FormatDescription(report.Coding) : "not compressed") << ")\n";
+    text << "  size         " << report.Width << " x " << report.Height << " pixels\n";
     if (report.XResolution != 0 && report.YResolution != 0)
-        std::printf("  resolution   %d x %d dots per inch\n", report.XResolution, report.YResolution);
+        text << "  resolution   " << report.XResolution << " x " << report.YResolution << " dots per inch\n";
     else
-        std::printf("  resolution   not given\n");
-    std::printf("  orientation  %d\n", report.Orientation);
-    std::printf("  bit order    %s\n", report.ReversedBits ? "reversed" : "normal");
+        text << "  resolution   not given\n";
+    text << "  orientation  " << report.Orientation << '\n';
+    text << "  bit order    " << (report.ReversedBits ? "reversed" : "normal") << '\n';
     if (report.Pages == 0)
-        std::printf("  data offset  %lld\n", report.Offset);
+        text << "  data offset  " << report.Offset << '\n';
     else
-        std::printf("  layout       %s, %s is zero\n", report.Layout.c_str(),
-                    report.Inverted ? "black" : "white");
-    std::printf("  data         %s\n",
-                report.Damage.empty() ? "good" : ("damaged: " + report.Damage).c_str());
+        text << "  layout       " << report.Layout << ", " << (report.Inverted ? "black" : "white")
+             << " is zero\n";
+    text << "  data         " << (report.Damage.empty() ? "good" : "damaged: " + report.Damage) << '\n';
+    return text.str();
 }
 
 } // namespace
 
 int InfoCommand(const standin::Filter& filter, const InfoOptions& options) {
-    int result = EXIT_GOOD;
-    auto json = nlohmann::ordered_json::array();
-    const auto tell = [&](const std::string& file, const FileReport& report) {
-        if (options.Json)
-            json.push_back(AsJson(file, report));
-        else
-            Print(file, report);
-        if (!report.Damage.empty() && result == EXIT_GOOD)
-            result = EXIT_DAMAGED;
-    };
-    const auto tellError = [&](const std::string& file, const std::string& reason) {
-        Complain(file, reason);
-        if (options.Json)
-            json.push_back({{"file", file}, {"error", reason}});
-        result = EXIT_ERROR;
-    };
-    const auto tellPages = [&](const std::string& file) {
-        TiffFile tiff(file, "rm");
-        const unsigned pages = CountTiffPages(tiff);
-        const int64_t first = options.Page.value_or(1);
-        const int64_t last = options.Page.value_or(pages);
-        for (int64_t number = first; number <= last; ++number) {
-            try {
-                tell(file, ExaminePage(filter, tiff, number, pages));
-            } catch (const std::exception& error) {
-                tellError(file, "page " + std::to_string(number) + ": " + error.what());
+    const std::vector<std::string> files = ListInputs(options.Run);
+    return RunBatch(files, options.Run, "described", [&](size_t index, Report& report) {
+        const std::string& file = files[index];
+        const auto tell = [&](const FileReport& about) {
+            report.Text += options.Run.Json ? AsJson(file, about) : AsText(file, about);
+            if (!about.Damage.empty() && report.Result == Outcome::Good)
+                report.Result = Outcome::Damaged;
+        };
+        const auto tellError = [&](const std::string& reason) {
+            if (options.Run.Json)
+                report.Text += JsonLine({{"file", file}, {"error", reason}});
+        };
+        const auto tellPages = [&] {
+            TiffFile tiff(file, "rm");
+            const unsigned pages = CountTiffPages(tiff);
+            const auto [first, last] = PageRange(options.Page, pages);
+            for (unsigned number = first; number <= last; ++number) {
+                Report one;
+                const std::string error =
+                    Attempt(file, one, [&] { tell(ExaminePage(filter, tiff, number, pages)); });
+                if (error.empty())
+                    continue;
+                tellError("page " + std::to_string(number) + ": " + error);
+                report.Result = Outcome::Failed;
             }
-        }
-    };
-    for (const std::string& file : options.Files) {
-        try {
+        };
+        const std::string error = Attempt(file, report, [&] {
             CheckInput(file);
             if (IsPicture(file))
-                throw std::runtime_error("a picture, not a fax file");
+                throw std::runtime_error("a picture, not a fax file (kfax save makes one of it)");
             if (IsTiff(file))
-                tellPages(file);
+                tellPages();
             else
-                tell(file, Examine(filter, file));
-        } catch (const std::exception& error) {
-            tellError(file, error.what());
-        }
-    }
-    if (options.Json)
-        std::printf("%s\n",
-                    json.dump(2, ' ', false, nlohmann::ordered_json::error_handler_t::replace).c_str());
-    if (std::fflush(stdout) != 0) {
-        Complain("standard output", "cannot be written");
-        return EXIT_ERROR;
-    }
-    return result;
+                tell(Examine(filter, file));
+        });
+        if (!error.empty())
+            tellError(error);
+    });
 }
 
 } // namespace kfax

@@ -1,5 +1,6 @@
 // Opening an input once before the filter does, because an errno says more than the filter's status.
 #include "tools/kfax/input.h"
+#include "tools/kfax/messages.h"
 
 #include <cerrno>
 #include <cstring>
@@ -14,18 +15,19 @@ uint64_t CheckInput(const std::string& file) {
     // Non-blocking, so that a pipe nobody writes to is refused instead of waited for.
     const int descriptor = open(file.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
     if (descriptor < 0)
-        throw std::runtime_error(std::strerror(errno));
+        throw std::runtime_error(SystemReason(errno));
     struct stat about {};
     const int failed = fstat(descriptor, &about);
     close(descriptor);
     if (failed != 0)
-        throw std::runtime_error(std::strerror(errno));
+        throw std::runtime_error(SystemReason(errno));
     if (S_ISDIR(about.st_mode))
-        throw std::runtime_error(std::strerror(EISDIR));
+        throw std::runtime_error(SystemReason(EISDIR));
     if (!S_ISREG(about.st_mode))
-        throw std::runtime_error("not a regular file");
+        throw std::runtime_error(
+            "not a regular file; send a stream through standard input (kfax load - OUT)");
     if (about.st_size == 0)
-        throw std::runtime_error("the file is empty");
+        throw std::runtime_error("the file is empty; fetch it again");
     return static_cast<uint64_t>(about.st_size);
 }
 
@@ -39,7 +41,8 @@ standin::Description DescribeInput(const standin::Filter& filter, const std::str
         throw std::runtime_error("no fax stream found (a raw stream such as Group 4 needs "
                                  "--format, --width and --height)");
     case ERROR_FILE_READ:
-        throw std::runtime_error("too short for a fax file");
+        throw std::runtime_error("too short for a fax file; fetch it again, or give a raw stream its "
+                                 "--format, --width and --height");
     default:
         throw std::runtime_error(standin::StatusText(description.Status));
     }
@@ -48,13 +51,15 @@ standin::Description DescribeInput(const standin::Filter& filter, const std::str
 void CheckPictureSize(unsigned width, int height) {
     const std::string size = std::to_string(width) + " x " + std::to_string(height);
     if (width == 0 || height <= 0)
-        throw std::runtime_error("the picture has no pixels (" + size + ")");
+        throw std::runtime_error("the picture has no pixels (" + size + "); the file is damaged or no fax");
     // Twice: the bitmap and the upright picture. An allocation of that much may still succeed.
     const double needed = 2.0 * (width / 8.0 + 4) * height;
     const double memory =
         static_cast<double>(sysconf(_SC_PHYS_PAGES)) * static_cast<double>(sysconf(_SC_PAGESIZE));
     if (needed > memory / 2)
-        throw std::runtime_error("a picture of " + size + " pixels is too large for this machine's memory");
+        throw std::runtime_error(
+            "a picture of " + size +
+            " pixels is too large for this machine's memory; see whether the file's size is true");
 }
 
 } // namespace kfax

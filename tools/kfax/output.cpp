@@ -51,20 +51,8 @@ int WritableFormat(const std::string& name) {
     if (!format)
         throw UsageError("unknown fax format " + name + "; known are " + KnownFormats());
     if (*format == FORMAT_FAX_G4_HEADER)
-        throw UsageError("the format with a header is read only");
+        throw UsageError("the format with a header is read only; write g4");
     return *format;
-}
-
-Picture FinishedPicture(Page& page, std::optional<int> dpi) {
-    Picture picture = UprightPicture(*page.Bitmap);
-    page.Bitmap.reset();
-    if (page.Mirror)
-        MirrorRows(picture);
-    if (page.Invert)
-        Invert(picture);
-    if (dpi)
-        picture.XResolution = picture.YResolution = *dpi;
-    return picture;
 }
 
 // The page as the savers want it: upright, its set bits white.
@@ -107,11 +95,49 @@ void WriteOne(const standin::Filter& filter, const Output& output, Page& page) {
         break;
     }
     const Picture picture = FinishedPicture(page, output.Dpi);
-    const auto write = output.Kind == OutputKind::Png ? WritePng : WritePbm;
-    WriteWhole(output.File, [&](std::FILE* file) { write(picture, file); });
+    WriteWhole(output.File, [&](std::FILE* file) {
+        if (output.Kind == OutputKind::Png)
+            WritePng(picture, file);
+        else
+            WritePbm(picture, file);
+    });
 }
 
 } // namespace
+
+Picture FinishedPicture(Page& page, std::optional<int> dpi) {
+    Picture picture = UprightPicture(*page.Bitmap);
+    page.Bitmap.reset();
+    if (page.Mirror)
+        MirrorRows(picture);
+    if (page.Invert)
+        Invert(picture);
+    if (dpi)
+        picture.XResolution = picture.YResolution = *dpi;
+    return picture;
+}
+
+std::string ExtensionOf(const Output& output) {
+    switch (output.Kind) {
+    case OutputKind::Tiff:
+        return ".tif";
+    case OutputKind::Png:
+        return ".png";
+    case OutputKind::Pbm:
+        return ".pbm";
+    case OutputKind::Raw:
+        break;
+    }
+    switch (output.How.How.Format) {
+    case FORMAT_FAX_G3_1D:
+    case FORMAT_FAX_G3_2D:
+        return ".g3";
+    case FORMAT_FAX_G4:
+        return ".g4";
+    default:
+        return ".fax";
+    }
+}
 
 Output ChooseOutput(const std::string& file, const OutputOptions& options, bool rawByDefault) {
     Output output;

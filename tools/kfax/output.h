@@ -4,6 +4,7 @@
 #include "host/standin/standin.h"
 #include "tools/kfax/commands.h"
 #include "tools/kfax/pages.h"
+#include "tools/kfax/picture.h"
 #include "tools/kfax/tiff_output.h"
 
 #include <string>
@@ -22,6 +23,11 @@ struct Output {
 // Chooses by options.Kind, else by the file's extension; throws UsageError where they do not fit. An
 // extension that says nothing means raw fax where rawByDefault is set.
 Output ChooseOutput(const std::string& file, const OutputOptions& options, bool rawByDefault);
+
+std::string ExtensionOf(const Output& output); // ".png"
+
+// The page's picture as it is to be written; takes the page's bitmap.
+Picture FinishedPicture(Page& page, std::optional<int> dpi);
 
 // Writes a page as a file of its own. Throws FileError with the reason; nothing is written then.
 void WritePage(const standin::Filter& filter, const Output& output, Page& page);

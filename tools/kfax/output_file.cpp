@@ -1,5 +1,8 @@
 // An output file that appears under its name whole or not at all: written beside, then renamed.
 #include "tools/kfax/output_file.h"
+#include "tools/kfax/messages.h"
+
+#include "tools/kfax/progress.h"
 
 #include <array>
 #include <cerrno>
@@ -8,8 +11,11 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <mutex>
+#include <set>
 #include <stdexcept>
 #include <sys/stat.h>
+#include <thread>
 #include <unistd.h>
 
 namespace kfax {
@@ -18,32 +24,13 @@ namespace {
 
 constexpr std::array ENDING_SIGNALS{SIGINT, SIGTERM, SIGHUP, SIGQUIT};
 
-// The unfinished file, for the signal handler; empty: none. Changed only while the signals are blocked.
-char unfinished[PATH_MAX];
-
-extern "C" void RemoveUnfinished(int signal) {
-    if (unfinished[0] != '\0')
-        unlink(unfinished);
-    std::signal(signal, SIG_DFL);
-    std::raise(signal);
-}
-
-struct SignalsBlocked {
-    sigset_t Before{};
-    SignalsBlocked() {
-        sigset_t ending;
-        sigemptyset(&ending);
-        for (const int signal : ENDING_SIGNALS)
-            sigaddset(&ending, signal);
-        sigprocmask(SIG_BLOCK, &ending, &Before);
-    }
-    ~SignalsBlocked() { sigprocmask(SIG_SETMASK, &Before, nullptr); }
-    SignalsBlocked(const SignalsBlocked&) = delete;
-    SignalsBlocked& operator=(const SignalsBlocked&) = delete;
-};
+// The files that are not to outlive the program. A file is made, renamed and removed under the lock only, so
+// that whoever holds it and ends the program leaves none behind.
+std::mutex filesLock;
+std::set<std::string> unfinished;
 
 [[noreturn]] void ThrowErrno() {
-    throw std::runtime_error(std::strerror(errno));
+    throw std::runtime_error(SystemReason(errno));
 }
 
 // What the file's permissions are to be: those of the file it replaces, or those of any new file.
@@ -51,8 +38,11 @@ mode_t FinalMode(const std::string& target) {
     struct stat about {};
     if (stat(target.c_str(), &about) == 0)
         return about.st_mode & 07777;
-    const mode_t mask = umask(0);
-    umask(mask);
+    static const mode_t mask = [] { // asking for it changes it
+        const mode_t found = umask(0);
+        umask(found);
+        return found;
+    }();
     return 0666 & ~mask;
 }
 
@@ -65,43 +55,66 @@ std::string ThroughLinks(const std::string& output) {
     return error ? output : target.string();
 }
 
+// A new file with a name of its own that begins as given.
+int MakeUnfinished(const std::string& beginning, std::string& name) {
+    name = beginning + std::string(6, 'X');
+    if (name.size() >= PATH_MAX) {
+        errno = ENAMETOOLONG;
+        ThrowErrno();
+    }
+    const std::lock_guard lock(filesLock);
+    const int descriptor = mkstemp(name.data());
+    if (descriptor < 0)
+        ThrowErrno();
+    unfinished.insert(name);
+    return descriptor;
+}
+
+void RemoveUnfinished(const std::string& name) {
+    const std::lock_guard lock(filesLock);
+    if (unfinished.erase(name) != 0)
+        unlink(name.c_str());
+}
+
 // Removes the file unless it got its final name.
 struct Unfinished {
     explicit Unfinished(const std::string& target) {
         const size_t slash = target.rfind('/') + 1; // 0 without one
-        const std::string pattern = target.substr(0, slash) + ".kfax-" + std::string(6, 'X');
-        if (pattern.size() >= sizeof unfinished) {
-            errno = ENAMETOOLONG;
-            ThrowErrno();
-        }
-        const SignalsBlocked blocked;
-        std::memcpy(unfinished, pattern.c_str(), pattern.size() + 1);
-        Descriptor = mkstemp(unfinished);
-        if (Descriptor < 0) {
-            unfinished[0] = '\0';
-            ThrowErrno();
-        }
+        Descriptor = MakeUnfinished(target.substr(0, slash) + ".kfax-", Name);
     }
     ~Unfinished() {
         if (Descriptor >= 0)
             close(Descriptor);
-        const SignalsBlocked blocked;
-        if (unfinished[0] != '\0')
-            unlink(unfinished);
-        unfinished[0] = '\0';
+        RemoveUnfinished(Name);
     }
     Unfinished(const Unfinished&) = delete;
     Unfinished& operator=(const Unfinished&) = delete;
 
     void Finish(const std::string& target) {
-        const SignalsBlocked blocked;
-        if (chmod(unfinished, FinalMode(target)) != 0 || std::rename(unfinished, target.c_str()) != 0)
+        const std::lock_guard lock(filesLock);
+        if (chmod(Name.c_str(), FinalMode(target)) != 0 || std::rename(Name.c_str(), target.c_str()) != 0)
             ThrowErrno();
-        unfinished[0] = '\0';
+        unfinished.erase(Name);
     }
 
+    std::string Name;
     int Descriptor = -1;
 };
+
+// Waits for a signal that ends the program, and lets it.
+[[noreturn]] void EndOnSignal(sigset_t ending) {
+    int signal = 0;
+    while (sigwait(&ending, &signal) != 0) {
+    }
+    filesLock.lock(); // and nobody makes a file any more
+    for (const std::string& name : unfinished)
+        unlink(name.c_str());
+    WipeProgress();
+    std::signal(signal, SIG_DFL);
+    pthread_sigmask(SIG_UNBLOCK, &ending, nullptr);
+    std::raise(signal);
+    std::_Exit(128 + signal);
+}
 
 } // namespace
 
@@ -126,15 +139,32 @@ void WriteWhole(const std::string& output, const std::function<void(std::FILE* f
 void WriteWholeByName(const std::string& output, const std::function<void(const std::string& name)>& write) {
     const std::string target = ThroughLinks(output);
     Unfinished beside(target);
-    write(unfinished);
+    write(beside.Name);
     beside.Finish(target);
 }
 
+ScratchFile::ScratchFile() {
+    const char* const directory = std::getenv("TMPDIR");
+    const std::string place = directory != nullptr && *directory != '\0' ? directory : "/tmp";
+    close(MakeUnfinished(place + "/kfax-", Name));
+}
+
+ScratchFile::~ScratchFile() {
+    RemoveUnfinished(Name);
+}
+
 void CleanUpOnSignals() {
+    sigset_t ending;
+    sigemptyset(&ending);
     for (const int signal : ENDING_SIGNALS)
-        if (std::signal(signal, RemoveUnfinished) == SIG_IGN)
-            std::signal(signal, SIG_IGN);
+        if (std::signal(signal, SIG_DFL) == SIG_IGN)
+            std::signal(signal, SIG_IGN); // as nohup wants it
+        else
+            sigaddset(&ending, signal);
+    pthread_sigmask(SIG_BLOCK, &ending, nullptr);
+    std::thread(EndOnSignal, ending).detach();
     std::signal(SIGXFSZ, SIG_IGN);
+    std::signal(SIGPIPE, SIG_IGN);
 }
 
 } // namespace kfax

@@ -10,14 +10,24 @@ namespace kfax {
 // Calls write with a new file in the output's directory and gives it the output's name when write
 // returns and every byte has reached the file. On an exception from write, on a failure and when a
 // signal ends the program the new file is removed, and what stood under the name stays. Throws
-// std::runtime_error with the reason. One output at a time.
+// std::runtime_error with the reason. Any number of threads may write outputs.
 void WriteWhole(const std::string& output, const std::function<void(std::FILE* file)>& write);
 
 // The same for a writer that opens the file by its name.
 void WriteWholeByName(const std::string& output, const std::function<void(const std::string& name)>& write);
 
-// Once, before the first output: signals that end the program remove an unfinished file, and a write
-// beyond the file size limit fails instead of ending the program.
+// An empty file among the system's temporary ones that goes when it does, or when a signal ends the program.
+struct ScratchFile {
+    ScratchFile(); // throws std::runtime_error with the reason
+    ~ScratchFile();
+    ScratchFile(const ScratchFile&) = delete;
+    ScratchFile& operator=(const ScratchFile&) = delete;
+
+    std::string Name;
+};
+
+// Once, before the first output and the first thread: signals that end the program remove unfinished files,
+// and a write beyond the file size limit or to a closed pipe fails instead of ending the program.
 void CleanUpOnSignals();
 
 } // namespace kfax

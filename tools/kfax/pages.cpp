@@ -4,6 +4,7 @@
 #include "API/Filters/Fax/Common/Tif_faxx.h"
 #include "tools/kfax/formats.h"
 #include "tools/kfax/input.h"
+#include "tools/kfax/messages.h"
 #include "tools/kfax/picture_input.h"
 #include "tools/kfax/progress.h"
 #include "tools/kfax/tiff_input.h"
@@ -16,7 +17,7 @@ namespace {
 
 int64_t InRange(const char* option, std::optional<int64_t> value, int64_t least, int64_t most) {
     if (!value)
-        throw UsageError(std::string("--format needs ") + option + ": the stream does not say it");
+        throw UsageError(std::string("--format needs ") + option + ", which the stream does not say");
     if (*value < least || *value > most)
         throw UsageError(std::string(option) + " " + std::to_string(*value) + " is out of range (" +
                          std::to_string(least) + " to " + std::to_string(most) + ")");
@@ -35,27 +36,6 @@ _LOADINFO GivenStream(const InputOptions& options, int format, uint64_t fileSize
     if (options.ReverseBits)
         stream.Flags |= LOADINFO_REVERSED_BITS;
     return stream;
-}
-
-standin::Description DescribeRaw(const standin::Filter& filter, const std::string& file,
-                                 const InputOptions& options) {
-    int format = FORMAT_FAX_G4_HEADER;
-    if (!options.Format.empty()) {
-        const auto number = FormatNumber(options.Format);
-        if (!number)
-            throw UsageError("unknown --format " + options.Format + "; known are " + KnownFormats());
-        format = *number;
-    }
-    if (format != FORMAT_FAX_G4_HEADER)
-        return standin::DescribeStream(GivenStream(options, format, CheckInput(file)));
-
-    if (options.Width || options.Height || options.Offset || options.ReverseBits)
-        throw UsageError("--width, --height, --offset and --reverse-bits describe a raw stream and need "
-                         "its --format");
-    standin::Description description = DescribeInput(filter, file);
-    if (!options.Format.empty() && description.FileInfo.Declared.Format != FORMAT_FAX_G4_HEADER)
-        throw std::runtime_error("the file has no header");
-    return description;
 }
 
 standin::LoadOptions HowToLoad(const InputOptions& options, ProgressBar& bar) {
@@ -107,13 +87,46 @@ Page LoadPageOfTiff(const standin::Filter& filter, TiffFile& file, unsigned numb
     return page;
 }
 
+} // namespace
+
+standin::Description DescribeRaw(const standin::Filter& filter, const std::string& file,
+                                 const InputOptions& options) {
+    int format = FORMAT_FAX_G4_HEADER;
+    if (!options.Format.empty()) {
+        CheckFormatName(options);
+        format = *FormatNumber(options.Format);
+    }
+    if (format != FORMAT_FAX_G4_HEADER)
+        return standin::DescribeStream(GivenStream(options, format, CheckInput(file)));
+
+    if (options.Width || options.Height || options.Offset || options.ReverseBits)
+        throw UsageError("--width, --height, --offset and --reverse-bits describe a raw stream and need "
+                         "its --format");
+    standin::Description description = DescribeInput(filter, file);
+    if (!options.Format.empty() && description.FileInfo.Declared.Format != FORMAT_FAX_G4_HEADER)
+        throw std::runtime_error("the file has no header; give its stream another --format");
+    return description;
+}
+
 void RefuseRawOptions(const InputOptions& options) {
     if (!options.Format.empty() || options.Width || options.Height || options.Offset || options.ReverseBits)
         throw UsageError("--format, --width, --height, --offset and --reverse-bits describe a raw stream; "
-                         "this file says itself what it is");
+                         "this file says itself what it is: leave them out");
 }
 
-} // namespace
+void CheckFormatName(const InputOptions& options) {
+    if (!options.Format.empty() && !FormatNumber(options.Format))
+        throw UsageError("unknown --format " + options.Format + "; known are " + KnownFormats());
+}
+
+PageNumbers PageRange(std::optional<int64_t> asked, unsigned pages) {
+    if (!asked)
+        return {1, pages};
+    if (*asked < 1 || *asked > pages)
+        throw std::runtime_error("there is no page " + std::to_string(*asked) + "; the file has " +
+                                 std::to_string(pages));
+    return {static_cast<unsigned>(*asked), static_cast<unsigned>(*asked)};
+}
 
 unsigned CountPages(const std::string& name) {
     if (!IsTiff(name))
@@ -129,6 +142,7 @@ void VisitPages(const standin::Filter& filter, const std::string& name, const In
                 const std::function<void(Page& page, unsigned number)>& visit) {
     std::unique_ptr<TiffFile> tiff;
     unsigned pages = 1;
+    PageNumbers range{};
     const bool isPicture = IsPicture(name);
     OnBehalfOf(name, [&] {
         CheckInput(name);
@@ -138,18 +152,15 @@ void VisitPages(const standin::Filter& filter, const std::string& name, const In
         }
         if (rawFormats && (tiff != nullptr || isPicture))
             RefuseRawOptions(options);
-        if (options.Page && (*options.Page < 1 || *options.Page > pages))
-            throw std::runtime_error("there is no page " + std::to_string(*options.Page) + "; the file has " +
-                                     std::to_string(pages));
+        range = PageRange(options.Page, pages);
     });
 
-    unsigned first = 1;
-    unsigned last = wanted == WantedPages::All ? pages : 1;
-    if (options.Page)
-        first = last = static_cast<unsigned>(*options.Page);
-    else if (last < pages)
-        Complain(name, "page 1 of " + std::to_string(pages) + " is taken (--page N takes another)");
-    for (unsigned number = first; number <= last; ++number) {
+    if (!options.Page && wanted == WantedPages::First && pages > 1) {
+        range.Last = 1;
+        Note(name, "page 1 of " + std::to_string(pages) +
+                       " is taken (--page N takes another, --all-pages takes all)");
+    }
+    for (unsigned number = range.First; number <= range.Last; ++number) {
         Page page = OnBehalfOf(name, [&] {
             if (tiff != nullptr)
                 return LoadPageOfTiff(filter, *tiff, number, options);

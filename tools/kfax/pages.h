@@ -19,6 +19,21 @@ struct Page {
 
 enum class WantedPages { First, All }; // unless the options name one
 
+// How a raw file, or one that describes itself, is to be decoded. Throws UsageError or std::runtime_error.
+standin::Description DescribeRaw(const standin::Filter& filter, const std::string& file,
+                                 const InputOptions& options);
+// Throws UsageError where the options describe a raw stream: the file says itself what it is.
+void RefuseRawOptions(const InputOptions& options);
+// Throws UsageError for a --format that is none.
+void CheckFormatName(const InputOptions& options);
+
+// The first and the last page wanted, from 1, of so many; all unless one is asked for. Throws
+// std::runtime_error where there is no such page.
+struct PageNumbers {
+    unsigned First, Last;
+};
+PageNumbers PageRange(std::optional<int64_t> asked, unsigned pages);
+
 // How many pages the file has; 1 unless it is a TIFF file. Throws FileError with the reason.
 unsigned CountPages(const std::string& name);
 

@@ -27,8 +27,16 @@ standin::BitmapPtr BitmapOfPicture(const Picture& picture);
 void Invert(Picture& picture);
 void MirrorRows(Picture& picture);
 
+// A byte a pixel, 0 is black; rows follow one another.
+struct GreyPicture {
+    size_t Width = 0;
+    size_t Height = 0;
+    std::vector<uint8_t> Pixels;
+};
+
 // Write a whole picture file; throw std::runtime_error with the reason.
 void WritePng(const Picture& picture, std::FILE* file);
+void WritePng(const GreyPicture& picture, std::FILE* file);
 void WritePbm(const Picture& picture, std::FILE* file);
 
 } // namespace kfax

@@ -1,5 +1,6 @@
 // Reading a picture to be saved as fax: which kind of file it is, and the PBM kind.
 #include "tools/kfax/picture_input.h"
+#include "tools/kfax/messages.h"
 
 #include "API/Filters/Fax/Common/Tif_faxx.h"
 #include "host/kernel.h"
@@ -20,7 +21,8 @@ struct CloseFile {
 };
 
 [[noreturn]] void ThrowShort(std::FILE* file) {
-    throw std::runtime_error(std::ferror(file) != 0 ? std::strerror(errno) : "the picture ends early");
+    throw std::runtime_error(std::ferror(file) != 0 ? SystemReason(errno)
+                                                    : "the picture ends early; fetch it again");
 }
 
 bool IsSpace(int c) {
@@ -47,11 +49,11 @@ uint64_t ReadNumber(std::FILE* file) {
     uint64_t value = 0;
     int c = NextCharacter(file);
     if (c < '0' || c > '9')
-        throw std::runtime_error("the PBM header is damaged");
+        throw std::runtime_error("the PBM header is damaged; make the picture again");
     for (; c >= '0' && c <= '9'; c = std::getc(file))
         value = value > UINT32_MAX ? value : value * 10 + static_cast<unsigned>(c - '0');
     if (!IsSpace(c))
-        throw std::runtime_error("the PBM header is damaged");
+        throw std::runtime_error("the PBM header is damaged; make the picture again");
     return value;
 }
 
@@ -67,7 +69,7 @@ void ReadPlainRow(std::FILE* file, unsigned char* row, size_t width) {
     for (size_t x = 0; x < width; ++x) {
         const int c = NextCharacter(file);
         if (c != '0' && c != '1')
-            throw std::runtime_error("the PBM picture has a pixel that is neither 0 nor 1");
+            throw std::runtime_error("the PBM picture has a pixel that is neither 0 nor 1; make it again");
         if (c == '0')
             row[x / 8] |= static_cast<unsigned char>(0x80 >> (x % 8));
     }
@@ -92,12 +94,12 @@ Kind KindOf(std::FILE* file) {
 standin::BitmapPtr MakePictureBitmap(uint64_t width, uint64_t height) {
     static constexpr _PALETTEENTRY BLACK_AND_WHITE[] = {{0, 0, 0, 0}, {255, 255, 255, 0}};
     if (width == 0 || height == 0)
-        throw std::runtime_error("the picture has no pixels");
+        throw std::runtime_error("the picture has no pixels; make it again");
     if (width > MAX_IMAGE_WIDTH)
         throw std::runtime_error("the picture is " + std::to_string(width) + " pixels wide; at most " +
-                                 std::to_string(MAX_IMAGE_WIDTH) + " can be saved");
+                                 std::to_string(MAX_IMAGE_WIDTH) + " can be saved; cut or shrink it");
     if (height > INT_MAX)
-        throw std::runtime_error("the picture has too many lines");
+        throw std::runtime_error("the picture has too many lines; cut it");
     standin::BitmapPtr bitmap = standin::MakeBitmap(static_cast<unsigned>(width), static_cast<int>(height));
     if (bitmap == nullptr)
         throw std::bad_alloc();
@@ -125,7 +127,7 @@ standin::BitmapPtr ReadPicture(const std::string& name, std::optional<int> thres
     CheckInput(name);
     const std::unique_ptr<std::FILE, CloseFile> file(std::fopen(name.c_str(), "rbe"));
     if (file == nullptr)
-        throw std::runtime_error(std::strerror(errno));
+        throw std::runtime_error(SystemReason(errno));
     switch (KindOf(file.get())) {
     case Kind::Png:
         return ReadPng(file.get(), threshold);

@@ -84,7 +84,7 @@ int PerInch(png_uint_32 perMetre) {
 
 void Check(bool done, const PngInput& input) {
     if (!done)
-        throw std::runtime_error(std::string("damaged PNG: ") + input.Reason);
+        throw std::runtime_error(std::string("damaged PNG: ") + input.Reason + "; make it again");
 }
 
 } // namespace

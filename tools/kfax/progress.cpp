@@ -1,6 +1,10 @@
-// A progress bar on standard error, when that is a terminal.
+// Progress bars on standard error, when that is a terminal.
 #include "tools/kfax/progress.h"
 
+#include "tools/kfax/messages.h"
+
+#include <atomic>
+#include <cmath>
 #include <cstdio>
 #include <unistd.h>
 
@@ -8,34 +12,82 @@ namespace kfax {
 
 namespace {
 
+using Clock = std::chrono::steady_clock;
+
 constexpr auto PATIENCE = std::chrono::milliseconds(300);
 constexpr auto REDRAW = std::chrono::milliseconds(50);
-constexpr int CELLS = 40;
+constexpr double CELLS = 40;
+
+std::atomic<bool> drawn = false;
+
+bool IsDue(const ProgressBar& bar, Clock::time_point now) {
+    return bar.Terminal && now - bar.Start >= PATIENCE && now - bar.LastDrawn >= REDRAW;
+}
+
+void Draw(ProgressBar& bar, double part, const std::string& text) {
+    const auto filled = static_cast<size_t>(part * CELLS);
+    const std::string cells =
+        std::string(filled, '#') + std::string(static_cast<size_t>(CELLS) - filled, '.');
+    std::fprintf(stderr, "\r%s [%s] %s\x1b[K", bar.Label.c_str(), cells.c_str(), text.c_str());
+    std::fflush(stderr);
+    bar.LastDrawn = Clock::now();
+    drawn = true;
+}
+
+std::string HoursMinutesSeconds(double seconds) {
+    const auto whole = static_cast<long long>(std::ceil(seconds));
+    char text[40];
+    if (whole >= 3600)
+        std::snprintf(text, sizeof text, "%lld:%02lld:%02lld", whole / 3600, whole / 60 % 60, whole % 60);
+    else
+        std::snprintf(text, sizeof text, "%lld:%02lld", whole / 60, whole % 60);
+    return text;
+}
 
 } // namespace
 
 ProgressBar StartProgress(const std::string& label) {
-    const auto now = std::chrono::steady_clock::now();
-    return {label, isatty(STDERR_FILENO) == 1, false, now, now};
+    const auto now = Clock::now();
+    return {ShownName(label), MayDraw(), now, now};
 }
 
 void ShowProgress(ProgressBar& bar, int done, int total) {
-    const auto now = std::chrono::steady_clock::now();
-    if (!bar.Terminal || total <= 0 || now - bar.Start < PATIENCE || now - bar.LastDrawn < REDRAW)
+    if (total <= 0 || !IsDue(bar, Clock::now()))
         return;
     const auto part = static_cast<double>(done) / total;
-    const auto filled = static_cast<size_t>(part * CELLS);
-    const std::string cells = std::string(filled, '#') + std::string(CELLS - filled, '.');
-    std::fprintf(stderr, "\r%s [%s] %3d%%", bar.Label.c_str(), cells.c_str(), static_cast<int>(part * 100));
-    std::fflush(stderr);
-    bar.LastDrawn = now;
-    bar.Drawn = true;
+    Draw(bar, part, std::to_string(static_cast<int>(part * 100)) + "%");
 }
 
 void EndProgress(ProgressBar& bar) {
-    if (bar.Drawn)
-        std::fputs("\r\x1b[K", stderr);
-    bar.Drawn = false;
+    if (bar.Terminal)
+        WipeProgress();
+}
+
+ProgressBar StartRun() {
+    const auto now = Clock::now();
+    return {"kfax", MayDrawAtAll(), now, now};
+}
+
+void ShowRun(ProgressBar& bar, size_t done, size_t skipped, size_t total) {
+    const auto now = Clock::now();
+    if (total == 0 || !IsDue(bar, now))
+        return;
+    std::string text = std::to_string(done) + " of " + std::to_string(total);
+    const double seconds = std::chrono::duration<double>(now - bar.Start).count();
+    const double rate = static_cast<double>(done - skipped) / seconds;
+    if (rate > 0) {
+        char more[60];
+        std::snprintf(more, sizeof more, ", %.*f files/s, %s left", rate < 10 ? 1 : 0, rate,
+                      HoursMinutesSeconds(static_cast<double>(total - done) / rate).c_str());
+        text += more;
+    }
+    Draw(bar, static_cast<double>(done) / static_cast<double>(total), text);
+}
+
+void WipeProgress() {
+    static constexpr char WIPE[] = "\r\x1b[K";
+    if (drawn.exchange(false))
+        static_cast<void>(!write(STDERR_FILENO, WIPE, sizeof WIPE - 1));
 }
 
 } // namespace kfax

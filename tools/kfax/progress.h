@@ -1,7 +1,9 @@
-// A progress bar on standard error, when that is a terminal.
+// Progress bars on standard error, when that is a terminal: one for a single file, by its lines, or one for
+// a run over many, by the files.
 #pragma once
 
 #include <chrono>
+#include <cstddef>
 #include <string>
 
 namespace kfax {
@@ -9,7 +11,6 @@ namespace kfax {
 struct ProgressBar {
     std::string Label;
     bool Terminal = false; // draw at all
-    bool Drawn = false;
     std::chrono::steady_clock::time_point Start, LastDrawn;
 };
 
@@ -17,5 +18,12 @@ ProgressBar StartProgress(const std::string& label);
 // Draws when the work takes long enough for a person to notice.
 void ShowProgress(ProgressBar& bar, int done, int total);
 void EndProgress(ProgressBar& bar); // wipes it
+
+ProgressBar StartRun();
+// The same with the rate, and the time left at this rate. skipped of the done files took no work.
+void ShowRun(ProgressBar& bar, size_t done, size_t skipped, size_t total);
+
+// Wipes what is drawn, so that a line can be written.
+void WipeProgress();
 
 } // namespace kfax

@@ -6,18 +6,29 @@ namespace kfax {
 
 int SaveCommand(const standin::Filter& filter, const SaveCommandOptions& options) {
     if (filter.Save == nullptr)
-        throw std::runtime_error("the filter cannot save");
+        throw std::runtime_error("the filter cannot save; --filter takes one that can");
     if (options.In.Threshold && (*options.In.Threshold < 1 || *options.In.Threshold > 255))
         throw UsageError("--threshold must be 1 to 255");
     Conversion conversion;
-    conversion.Inputs.assign(options.Files.begin(), options.Files.end() - 1);
     conversion.In = options.In;
-    conversion.Out = ChooseOutput(options.Files.back(), options.Out, true);
+    if (options.IsBatch()) {
+        OutputOptions out = options.Out;
+        if (out.Kind.empty())
+            out.Kind = "tif";
+        conversion.Out = ChooseOutput("", out, true);
+        return ConvertEach(filter, conversion, options.Run, options.Outputs);
+    }
+    BatchOptions run = options.Run;
+    const std::string output = TakeOutput(run);
+    if (run.NullList)
+        throw UsageError("-0 needs --out-dir DIR");
+    conversion.Inputs = run.Files;
+    conversion.Out = ChooseOutput(output, options.Out, true);
     if (conversion.Out.Kind == OutputKind::Tiff)
         conversion.Wanted = WantedPages::All;
     else if (conversion.Inputs.size() > 1)
-        throw UsageError("several pictures need a TIFF file to be saved in");
-    return Convert(filter, conversion);
+        throw UsageError("several pictures need a TIFF file to be saved in, or --out-dir DIR");
+    return ConvertStreams(filter, conversion);
 }
 
 } // namespace kfax

@@ -1,7 +1,7 @@
 // libtiff's messages: errors are kept for the exception that follows, warnings are told once each.
 #include "tools/kfax/tiff_file.h"
 
-#include "tools/kfax/commands.h"
+#include "tools/kfax/messages.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -39,7 +39,7 @@ __attribute__((format(printf, 4, 0))) int TellWarning(TIFF* /*tiff*/, void* user
     auto& file = *static_cast<TiffFile*>(userData);
     const std::string line = OneLine(format, arguments);
     if (file.Warnings.insert(line).second)
-        Complain(file.Shown, "warning: " + line);
+        Note(file.Shown, "warning: " + line);
     return HANDLED;
 }
 

@@ -36,7 +36,7 @@ int FormatOfPage(const TiffFile& file) {
         return FORMAT_FAX_G4;
     default:
         throw std::runtime_error("TIFF compression " + std::to_string(compression) +
-                                 " is neither fax nor none");
+                                 " is neither fax nor none; convert it (tiffcp -c g4)");
     }
 }
 
@@ -45,7 +45,7 @@ bool IsInvertedPage(const TiffFile& file, int format) {
     if (TIFFGetField(file.Tiff.get(), TIFFTAG_PHOTOMETRIC, &photometric) != 1)
         photometric = format == NOT_COMPRESSED ? PHOTOMETRIC_MINISBLACK : PHOTOMETRIC_MINISWHITE;
     if (photometric != PHOTOMETRIC_MINISWHITE && photometric != PHOTOMETRIC_MINISBLACK)
-        throw std::runtime_error("the TIFF page is not black and white");
+        throw std::runtime_error("the TIFF page is not black and white; make it so (tiff2bw, pamditherbw)");
     return photometric == PHOTOMETRIC_MINISBLACK;
 }
 
@@ -74,12 +74,12 @@ void ReadGrid(TiffFile& file, unsigned width, unsigned height, TiffPage& page) {
     page.BlockHeight = TiffTag<uint32_t>(file, page.Tiled ? TIFFTAG_TILELENGTH : TIFFTAG_ROWSPERSTRIP,
                                          page.Tiled ? 0 : height);
     if (page.BlockWidth == 0 || page.BlockHeight == 0)
-        throw std::runtime_error(page.Tiled ? "the TIFF page has tiles of size 0"
-                                            : "the TIFF page has strips of 0 rows");
+        throw std::runtime_error(page.Tiled ? "the TIFF page has tiles of size 0; its directory is damaged"
+                                            : "the TIFF page has strips of 0 rows; its directory is damaged");
     if (page.BlockWidth > MAX_IMAGE_WIDTH)
         throw std::runtime_error("the TIFF page is " + std::to_string(page.BlockWidth) +
                                  " pixels wide; at most " + std::to_string(MAX_IMAGE_WIDTH) +
-                                 " can be loaded");
+                                 " can be loaded; cut or shrink it");
     page.BlockHeight = std::min(page.BlockHeight, height);
 
     const uint64_t across = (uint64_t{width} + page.BlockWidth - 1) / page.BlockWidth;
@@ -87,19 +87,32 @@ void ReadGrid(TiffFile& file, unsigned width, unsigned height, TiffPage& page) {
     // Each has an entry of two bytes at least in the directory, and data.
     const uint64_t fileSize = CheckInput(file.Name);
     if (across * down > std::max<uint64_t>(fileSize, 1))
-        throw std::runtime_error("the TIFF directory lists more strips or tiles than the file can hold");
+        throw std::runtime_error("the TIFF directory lists more strips or tiles than the file can hold; it "
+                                 "is damaged or cut off: fetch it again");
     page.BlockCount = static_cast<uint32_t>(across * down);
     CheckPictureSize(static_cast<unsigned>(std::min<uint64_t>(across * page.BlockWidth, UINT_MAX)),
                      static_cast<int>(height));
 }
 
-// Bytes of the block's packed rows, of those rows that lie in the image.
-size_t PackedBytes(const TiffPage& page, uint32_t block) {
+struct Rows {
+    uint32_t First, Count;
+};
+
+// Those of the block that lie in the image.
+Rows RowsOfBlock(const TiffPage& page, uint32_t block) {
     const _FILEINFOA& info = page.Image.FileInfo.Declared;
     const uint32_t across = (info.Width + page.BlockWidth - 1) / page.BlockWidth;
-    const size_t firstRow = size_t{block / across} * page.BlockHeight;
-    const size_t rows = std::min<size_t>(page.BlockHeight, static_cast<size_t>(info.Height) - firstRow);
-    return rows * ((page.BlockWidth + 7) / 8);
+    const uint32_t first = block / across * page.BlockHeight;
+    return {first, std::min(page.BlockHeight, static_cast<uint32_t>(info.Height) - first)};
+}
+
+size_t PackedBytes(const TiffPage& page, uint32_t block) {
+    return size_t{RowsOfBlock(page, block).Count} * ((page.BlockWidth + 7) / 8);
+}
+
+std::string NameOfBlock(const TiffPage& page, uint32_t number) {
+    return (page.Tiled ? "tile " : "strip ") + std::to_string(number + 1) + " of " +
+           std::to_string(page.BlockCount);
 }
 
 void CompletePackedRows(const TiffPage& page, uint32_t number, standin::Blocks& blocks, bool& cut) {
@@ -120,7 +133,6 @@ void CompletePackedRows(const TiffPage& page, uint32_t number, standin::Blocks& 
 std::string ReadBlocks(TiffFile& file, const TiffPage& page, standin::Blocks& blocks) {
     TIFF* const tiff = file.Tiff.get();
     const uint64_t fileSize = CheckInput(file.Name);
-    const char* const kind = page.Tiled ? "tile " : "strip ";
     const uint32_t listed = page.Tiled ? TIFFNumberOfTiles(tiff) : TIFFNumberOfStrips(tiff);
     std::string damage;
     blocks.Tiled = page.Tiled;
@@ -134,7 +146,7 @@ std::string ReadBlocks(TiffFile& file, const TiffPage& page, standin::Blocks& bl
         const uint64_t there = offset < fileSize ? std::min(count, fileSize - offset) : 0;
         const size_t at = blocks.Bytes.size();
         if (at + there > UINT32_MAX)
-            throw std::runtime_error("the TIFF page holds more than 4 GiB of data");
+            throw std::runtime_error("the TIFF page holds more than 4 GiB of data; cut it into several");
         blocks.Offsets[number] = static_cast<uint32_t>(at);
         tmsize_t got = 0;
         errno = 0;
@@ -151,13 +163,36 @@ std::string ReadBlocks(TiffFile& file, const TiffPage& page, standin::Blocks& bl
         if (page.Image.LoadInfo.Format == NOT_COMPRESSED)
             CompletePackedRows(page, number, blocks, cut);
         if (cut && damage.empty())
-            damage = kind + std::to_string(number + 1) + " of " + std::to_string(page.BlockCount) + ": " +
+            damage = NameOfBlock(page, number) + ": " +
                      TakeError(file, count == 0 ? "no data" : "its data lies beyond the end of the file");
         file.Error.clear();
     }
     if (blocks.Bytes.empty())
         throw std::runtime_error(damage);
     return damage;
+}
+
+std::vector<BlockFaults> InspectBlocks(const standin::Filter& filter, const TiffPage& page,
+                                       standin::Blocks& blocks) {
+    const _LOADINFO& info = page.Image.LoadInfo;
+    std::vector<BlockFaults> faults;
+    for (uint32_t number = 0; number < page.BlockCount; ++number) {
+        const Rows rows = RowsOfBlock(page, number);
+        BlockFaults block{NameOfBlock(page, number), rows.First, {}};
+        const standin::CodedStream stream{blocks.Bytes.data() + blocks.Offsets[number],
+                                          blocks.ByteCounts[number],
+                                          info.Format,
+                                          page.BlockWidth,
+                                          rows.Count,
+                                          (info.Flags & LOADINFO_REVERSED_BITS) != 0};
+        if (stream.Size == 0)
+            block.Lines.push_back({standin::LineFault::DataEnds, 0, rows.Count - 1});
+        else
+            standin::InspectLines(filter, stream, block.Lines);
+        if (!block.Lines.empty())
+            faults.push_back(std::move(block));
+    }
+    return faults;
 }
 
 } // namespace
@@ -186,15 +221,15 @@ TiffPage OpenTiffPage(TiffFile& file, int64_t number) {
                                  std::to_string(pages));
     errno = 0;
     if (TIFFSetDirectory(tiff, static_cast<tdir_t>(number - 1)) != 1)
-        throw std::runtime_error(TakeError(file, "the TIFF directory is damaged"));
+        throw std::runtime_error(TakeError(file, "the TIFF directory is damaged; fetch the file again"));
     file.Error.clear();
     if (TiffTag<uint16_t>(file, TIFFTAG_BITSPERSAMPLE, 1) != 1 ||
         TiffTag<uint16_t>(file, TIFFTAG_SAMPLESPERPIXEL, 1) != 1)
-        throw std::runtime_error("the TIFF page is not black and white");
+        throw std::runtime_error("the TIFF page is not black and white; make it so (tiff2bw, pamditherbw)");
     const auto width = TiffTag<uint32_t>(file, TIFFTAG_IMAGEWIDTH, 0);
     const auto height = TiffTag<uint32_t>(file, TIFFTAG_IMAGELENGTH, 0);
     if (width > INT_MAX || height > INT_MAX)
-        throw std::runtime_error("the TIFF page is too large");
+        throw std::runtime_error("the TIFF page is too large; cut it into several");
     CheckPictureSize(width, static_cast<int>(height));
 
     TiffPage page;
@@ -216,13 +251,16 @@ TiffPage OpenTiffPage(TiffFile& file, int64_t number) {
 }
 
 standin::LoadResult LoadTiffPage(const standin::Filter& filter, TiffFile& file, const TiffPage& page,
-                                 const standin::LoadOptions& options, std::string& damage) {
+                                 const standin::LoadOptions& options, std::string& damage,
+                                 std::vector<BlockFaults>* faults) {
     standin::Blocks blocks;
     damage = ReadBlocks(file, page, blocks);
     const bool packed = page.Image.LoadInfo.Format == NOT_COMPRESSED;
     standin::LoadResult loaded = standin::LoadBlocks(filter, page.Image, blocks, packed, options);
     if (damage.empty() && loaded.Status == SUCCESS && loaded.DataStatus != 0)
         damage = standin::StatusText(loaded.DataStatus);
+    if (faults != nullptr && !packed)
+        *faults = InspectBlocks(filter, page, blocks);
     return loaded;
 }
 

@@ -6,6 +6,7 @@
 
 #include <cstdint>
 #include <string>
+#include <vector>
 
 namespace kfax {
 
@@ -26,9 +27,17 @@ unsigned CountTiffPages(TiffFile& file);
 // or it is not a fax or uncompressed black-and-white image.
 TiffPage OpenTiffPage(TiffFile& file, int64_t number);
 
+// What is wrong with the lines of a strip or tile.
+struct BlockFaults {
+    std::string Name; // "strip 3 of 12"; empty: the lines are those of a whole stream
+    uint32_t FirstRow = 0;
+    std::vector<standin::FaultyLines> Lines;
+};
+
 // Loads the page that was opened last. What is wrong with the file's bytes is in damage; throws where
-// there are none at all.
+// there are none at all. With faults the strips or tiles are looked at line by line as well.
 standin::LoadResult LoadTiffPage(const standin::Filter& filter, TiffFile& file, const TiffPage& page,
-                                 const standin::LoadOptions& options, std::string& damage);
+                                 const standin::LoadOptions& options, std::string& damage,
+                                 std::vector<BlockFaults>* faults = nullptr);
 
 } // namespace kfax

@@ -30,7 +30,9 @@ bool RefillBuffer(CCITTG34* record, uint32_t position);
 int SetUpDecoder(_LOADDISPATCH* dispatch, CCITTG34* record, unsigned format, unsigned width, unsigned flags,
                  tagHANDLE* handle, unsigned smallBuffer, unsigned byteLimit, uint32_t oldEnd = 0);
 
-// The 64 bits that begin on the byte of a position, the position's own first: 57 of them at least.
+inline constexpr unsigned kWindowBits = 57;
+
+// The 64 bits that begin on the byte of a position, the position's own first: kWindowBits of them at least.
 inline uint64_t WindowAt(const uint8_t* buffer, uint64_t position) {
     uint64_t window;
     std::memcpy(&window, buffer + position / 8, sizeof window);

@@ -49,7 +49,7 @@ public:
           pending_(static_cast<unsigned>(16 - record->BitCount)),
           next_(record->Buffer + record->BufferCount) {}
 
-    // Appends 1 to 16 bits, given right-aligned.
+    // Appends 1 to 32 bits, given right-aligned.
     void Put(uint32_t bits, unsigned length) {
         bits_ = bits_ << length | bits;
         pending_ += length;
@@ -61,11 +61,10 @@ public:
         }
     }
 
+    void Put(CodeWord code) { Put(code.bits, code.length); }
+
     // Appends a code as the tables hold it.
-    void PutBits(uint32_t entry) {
-        const unsigned length = entry >> 16;
-        Put((entry & 0xFFFF) >> (16 - length), length);
-    }
+    void PutBits(uint32_t entry) { Put(UnpackCode(entry)); }
 
     // Appends 0 to 15 zero bits.
     void PutFill(unsigned count) { Put(0, count); }
@@ -106,14 +105,23 @@ inline void PutRun(BitOutput& output, uint32_t run) {
         }
     if (run >= kTerminatingCodes)
         output.PutBits(kMakeupCodes<colour>[run / 64]);
-    output.PutBits(kTermCodes<colour>[run % 64]);
+    output.Put(kTermWords<colour>[run % 64]);
 }
 
-inline void PutRun(BitOutput& output, Colour colour, uint32_t run) {
-    if (colour == Colour::White)
-        PutRun<Colour::White>(output, run);
-    else
-        PutRun<Colour::Black>(output, run);
+// Writes a run and the one after it. Two short ones go out at once, with the bits in front of them, up to 3.
+template <Colour first>
+inline void PutRunPair(BitOutput& output, uint32_t run, uint32_t nextRun, CodeWord front = {0, 0}) {
+    if ((run | nextRun) < kTerminatingCodes) {
+        const CodeWord code = kTermWords<first>[run];
+        const CodeWord nextCode = kTermWords<Opposite(first)>[nextRun];
+        output.Put((front.bits << code.length | code.bits) << nextCode.length | nextCode.bits,
+                   front.length + code.length + nextCode.length);
+        return;
+    }
+    if (front.length != 0)
+        output.Put(front);
+    PutRun<first>(output, run);
+    PutRun<Opposite(first)>(output, nextRun);
 }
 
 } // namespace faxx

@@ -1,6 +1,9 @@
 // The row scan looks at 64 pixels at a time: a word xored with itself shifted by one pixel has a bit set at
-// every changing element, and the bits are taken off from the left. After a word without changes, stretches
-// of 256 pixels of the same colour are skipped whole.
+// every changing element. After a word without changes, stretches of 256 pixels of the same colour are
+// skipped whole.
+//
+// The scan stands here once and is compiled twice: for any x86-64, and for processors that count and clear
+// bits in one instruction, which is worth a tenth of a text page's coding time.
 #include "API/Filters/Fax/Common/Tif_faxx/change_list.h"
 
 #include "API/Filters/Fax/Common/Tif_faxx/limits.h"
@@ -13,6 +16,8 @@
 
 namespace faxx {
 namespace {
+
+enum class BitCounting : uint8_t { Plain, Instruction };
 
 constexpr uint32_t kWordPixels = 64;
 constexpr uint32_t kSkipPixels = 256;
@@ -31,14 +36,27 @@ uint64_t LoadLastPixels(const uint8_t* row, uint32_t pixels) {
     return word;
 }
 
+// The bits set in a word. Where the instruction is not certain to be there std::popcount is a function call.
+template <BitCounting counting>
+[[gnu::always_inline]] inline uint32_t CountBits(uint64_t word) {
+    if constexpr (counting == BitCounting::Instruction)
+        return static_cast<uint32_t>(__builtin_popcountll(word));
+    word -= word >> 1 & 0x5555555555555555;
+    word = (word & 0x3333333333333333) + (word >> 2 & 0x3333333333333333);
+    word = (word + (word >> 4)) & 0x0F0F0F0F0F0F0F0F;
+    return static_cast<uint32_t>(word * 0x0101010101010101 >> 56);
+}
+
 // Appends the changing elements that changes marks, its bit 63 standing remaining pixels from the right edge.
-uint32_t* AppendChanges(uint32_t* entry, uint64_t changes, uint32_t remaining) {
-    while (changes != 0) {
-        const uint32_t column = static_cast<uint32_t>(std::countl_zero(changes));
-        *entry++ = remaining - column;
-        changes ^= uint64_t{1} << 63 >> column;
-    }
-    return entry;
+// From the right to the left, to where their number says: the lowest set bit is cleared by itself, while the
+// highest must be found first, which would tie every element to the one before.
+template <BitCounting counting>
+[[gnu::always_inline]] inline uint32_t* AppendChanges(uint32_t* entry, uint64_t changes, uint32_t remaining) {
+    uint32_t* const end = entry + CountBits<counting>(changes);
+    const uint32_t lowest = remaining - (kWordPixels - 1);
+    for (uint32_t* at = end; at != entry; changes &= changes - 1)
+        *--at = lowest + static_cast<uint32_t>(std::countr_zero(changes));
+    return end;
 }
 
 // Whether the next kSkipPixels pixels are all of the colour of fill's bits.
@@ -49,9 +67,8 @@ bool IsUniform(const uint8_t* row, __m128i fill) {
     return _mm_movemask_epi8(both) == 0xFFFF;
 }
 
-} // namespace
-
-void ListChanges(CCITTG34* record, const uint8_t* row) {
+template <BitCounting counting>
+[[gnu::always_inline]] inline void List(CCITTG34* record, const uint8_t* row) {
     uint32_t* entry = record->CodingLine;
     uint32_t remaining = record->Width;
     uint64_t before = 0; // the pixel before the word, in bit 63
@@ -59,7 +76,7 @@ void ListChanges(CCITTG34* record, const uint8_t* row) {
         const uint64_t pixels = LoadPixels(row);
         const uint64_t changes = pixels ^ (pixels >> 1 | before);
         if (changes != 0) {
-            entry = AppendChanges(entry, changes, remaining);
+            entry = AppendChanges<counting>(entry, changes, remaining);
             before = pixels << 63;
         } else {
             const __m128i fill = _mm_set1_epi8(static_cast<char>(pixels));
@@ -73,9 +90,29 @@ void ListChanges(CCITTG34* record, const uint8_t* row) {
     if (remaining != 0) {
         const uint64_t pixels = LoadLastPixels(row, remaining);
         const uint64_t inside = ~uint64_t{0} << (kWordPixels - remaining);
-        entry = AppendChanges(entry, (pixels ^ (pixels >> 1 | before)) & inside, remaining);
+        entry = AppendChanges<counting>(entry, (pixels ^ (pixels >> 1 | before)) & inside, remaining);
     }
     std::fill_n(entry, kClosingZeros, 0);
+}
+
+} // namespace
+
+void ListChangesAnywhere(CCITTG34* record, const uint8_t* row) {
+    List<BitCounting::Plain>(record, row);
+}
+
+[[gnu::target("popcnt,bmi")]] void ListChangesWithInstruction(CCITTG34* record, const uint8_t* row) {
+    List<BitCounting::Instruction>(record, row);
+}
+
+bool HasBitCounting() {
+    __builtin_cpu_init();
+    return __builtin_cpu_supports("popcnt") && __builtin_cpu_supports("bmi");
+}
+
+void ListChanges(CCITTG34* record, const uint8_t* row) {
+    static const auto kForm = HasBitCounting() ? ListChangesWithInstruction : ListChangesAnywhere;
+    kForm(record, row);
 }
 
 } // namespace faxx

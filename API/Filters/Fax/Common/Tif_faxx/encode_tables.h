@@ -18,6 +18,11 @@ constexpr uint32_t PackCode(std::string_view text) {
     return PackCode(ParseCode(text));
 }
 
+constexpr CodeWord UnpackCode(uint32_t entry) {
+    const uint32_t length = entry >> 16;
+    return {(entry & 0xFFFF) >> (16 - length), length};
+}
+
 inline constexpr uint32_t kMakeUpEntries = 40; // run length / 64; 2560 is not in the table
 
 template <Colour colour>
@@ -36,6 +41,15 @@ inline constexpr auto kMakeupCodes = [] {
     return table;
 }();
 
+// The terminating codes right-aligned, as they go out.
+template <Colour colour>
+inline constexpr auto kTermWords = [] {
+    std::array<CodeWord, kTerminatingCodes> table{};
+    for (uint32_t run = 0; run < table.size(); ++run)
+        table[run] = RunCode(colour, run);
+    return table;
+}();
+
 inline constexpr const auto& WhiteTermCodes = kTermCodes<Colour::White>;
 inline constexpr const auto& BlackTermCodes = kTermCodes<Colour::Black>;
 inline constexpr const auto& WhiteMakeupCodes = kMakeupCodes<Colour::White>;
@@ -47,10 +61,17 @@ inline constexpr std::array<uint32_t, 8> VerticalCodes = {
     PackCode("011"),     PackCode("000011"), PackCode("0000011"), 0,
 };
 
+inline constexpr auto kVerticalWords = [] {
+    std::array<CodeWord, 7> words{};
+    for (size_t i = 0; i < words.size(); ++i)
+        words[i] = UnpackCode(VerticalCodes[i]);
+    return words;
+}();
+
 inline constexpr uint32_t kLongestRunCode = PackCode(RunCode(Colour::White, kLongestCodeRun));
 inline constexpr uint32_t kPassCode = PackCode("0001");
 inline constexpr uint32_t kHorizontalCode = PackCode("001");
-inline constexpr uint32_t kEolCode = PackCode("000000000001");
+inline constexpr uint32_t kEolCode = PackCode(kEol);
 inline constexpr uint32_t kTagOneDimensional = PackCode("1");
 inline constexpr uint32_t kTagTwoDimensional = PackCode("0");
 

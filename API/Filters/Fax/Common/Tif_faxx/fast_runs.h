@@ -21,9 +21,8 @@ inline constexpr unsigned kPairIndexBits = 12;
 using RunPairTable = std::array<uint32_t, 1 << kPairIndexBits>;
 extern const std::array<RunPairTable, 2> kRunPairs; // by the first run's colour
 
-// The bits of a window that count when it is shifted by less than the step that loaded it: 57 valid bits, 3
-// of them a mode code.
-inline constexpr unsigned kRunWindowBits = 54;
+// Bits of a window that was just refilled, less those of a mode code in front of the runs.
+inline constexpr unsigned kRunWindowBits = 53;
 
 // Reads one run of a window from *bits on; false where there is no code, or too many for the window.
 inline bool ReadWindowRun(uint64_t window, Colour colour, uint32_t* run, uint32_t* bits) {

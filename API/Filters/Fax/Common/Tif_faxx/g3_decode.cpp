@@ -86,7 +86,9 @@ unsigned DecodeTwoDimensional(CCITTG34* record, RowOutput& output) {
     return DecodeG4Lines(record, handedOver);
 }
 
-// A line is begun while the budget holds Width + 2 words, and may take Width + 3.
+// A line is begun while the budget holds so many words more than Width, and may take one more than that.
+constexpr uint32_t kLeastExtraWords = 2;
+
 void SetLineWords(RowOutput& output) {
     output.lineWords = static_cast<uint32_t>(output.budget) + 1;
 }
@@ -106,26 +108,35 @@ unsigned DecodeG3(CCITTG34* record, unsigned short* rows, unsigned lines) {
     RowOutput output{rows, kRowBudget, 0, lines};
     SetLineWords(output);
     Line line(record);
+    const BlankLineCode blankLine(record);
     for (;;) {
-        line.Begin(record->Width, output.lineWords);
-        LineRead read = ReadLine(line);
-        if (read == LineRead::TwoDimensional) {
-            line.input.Store();
-            const unsigned decoded = lines - output.linesLeft;
-            return decoded + DecodeTwoDimensional(record, output);
-        }
-        if (read == LineRead::Complete && record->Format == FORMAT_FAX_G3_1D_NOEOL &&
-            !line.input.AlignToByte())
-            read = LineRead::NoData;
-        if (read == LineRead::Complete && line.remaining != 0)
-            AcceptCodedWidth(line);
+        uint32_t blankLines = 0;
+        if (blankLine.length != 0)
+            blankLines =
+                ReadBlankLines(line, blankLine, BlankLinesThatFit(record, output, kLeastExtraWords));
+        if (blankLines != 0) {
+            FinishBlankLines(record, output, blankLines);
+        } else {
+            line.Begin(record->Width, output.lineWords);
+            LineRead read = ReadLine(line);
+            if (read == LineRead::TwoDimensional) {
+                line.input.Store();
+                const unsigned decoded = lines - output.linesLeft;
+                return decoded + DecodeTwoDimensional(record, output);
+            }
+            if (read == LineRead::Complete && record->Format == FORMAT_FAX_G3_1D_NOEOL &&
+                !line.input.AlignToByte())
+                read = LineRead::NoData;
+            if (read == LineRead::Complete && line.remaining != 0)
+                AcceptCodedWidth(line);
 
-        FinishLine(record, output, line.written);
-        if (read == LineRead::NoData) {
-            line.input.StoreExhausted();
-            return lines - output.linesLeft;
+            FinishLine(record, output, line.written);
+            if (read == LineRead::NoData) {
+                line.input.StoreExhausted();
+                return lines - output.linesLeft;
+            }
         }
-        if (output.linesLeft == 0 || output.budget <= static_cast<int32_t>(record->Width + 1)) {
+        if (output.linesLeft == 0 || output.budget < static_cast<int32_t>(record->Width + kLeastExtraWords)) {
             line.input.Store();
             return lines - output.linesLeft;
         }

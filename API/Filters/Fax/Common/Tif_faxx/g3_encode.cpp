@@ -16,14 +16,23 @@ void PutTag(CCITTG34* record, uint32_t tag) {
 // Modified Huffman: white and black runs in turn, the first white, the last reaching the right edge.
 void PutRuns(BitOutput& output, const CCITTG34* record) {
     uint32_t position = record->Width;
-    for (const uint32_t* change = record->CodingLine;; change += 2) {
-        PutRun<Colour::White>(output, position - change[0]);
-        if (change[0] == 0)
-            return;
-        PutRun<Colour::Black>(output, change[0] - change[1]);
+    const uint32_t* change = record->CodingLine;
+    for (; change[0] != 0; change += 2) {
+        PutRunPair<Colour::White>(output, position - change[0], change[0] - change[1]);
         if (change[1] == 0)
             return;
         position = change[1];
+    }
+    PutRun<Colour::White>(output, position);
+}
+
+// An EOL that ends on a byte boundary, or the byte boundary alone.
+void PutLineEnd(BitOutput& output, const CCITTG34* record) {
+    if (record->Format == FORMAT_FAX_G3_1D_NOEOL) {
+        output.PutFill(output.BitsFree() % 8);
+    } else {
+        output.PutFill((output.BitsFree() + 4) % 8);
+        output.PutEol();
     }
 }
 
@@ -32,20 +41,9 @@ void EncodeOneDimensional(CCITTG34* record, const uint8_t* row) {
     ListChanges(record, row);
     BitOutput output(record);
     PutRuns(output, record);
+    PutLineEnd(output, record);
     output.Store();
     std::swap(record->ReferenceLine, record->CodingLine);
-}
-
-// An EOL that ends on a byte boundary, or the byte boundary alone.
-void EndLine(CCITTG34* record) {
-    BitOutput output(record);
-    if (record->Format == FORMAT_FAX_G3_1D_NOEOL) {
-        output.PutFill(output.BitsFree() % 8);
-    } else {
-        output.PutFill((output.BitsFree() + 4) % 8);
-        output.PutEol();
-    }
-    output.Store();
 }
 
 // Counts the line, and tells whether it leans on the one above it: all but the first of every KFactor lines
@@ -63,15 +61,17 @@ bool NextLineIsTwoDimensional(CCITTG34* record) {
 void EncodeG3(CCITTG34* record, unsigned char* row) {
     using namespace faxx;
     const bool tagged = record->Format == FORMAT_FAX_G3_2D || record->Format == FORMAT_FAX_G3_2D_ALL2D;
-    if (tagged && NextLineIsTwoDimensional(record)) {
-        PutTag(record, kTagTwoDimensional);
-        EncodeG4(record, row);
-        if (record->Format == FORMAT_FAX_G3_2D_ALL2D)
-            return;
-    } else {
+    if (!tagged || !NextLineIsTwoDimensional(record)) {
         if (tagged)
             PutTag(record, kTagOneDimensional);
         EncodeOneDimensional(record, row);
+        return;
     }
-    EndLine(record);
+    PutTag(record, kTagTwoDimensional);
+    EncodeG4(record, row);
+    if (record->Format != FORMAT_FAX_G3_2D_ALL2D) {
+        BitOutput output(record);
+        PutLineEnd(output, record);
+        output.Store();
+    }
 }

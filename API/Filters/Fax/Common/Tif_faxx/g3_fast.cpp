@@ -1,18 +1,13 @@
 // The plain decoder (g3_decode.cpp) defines what happens; this one reads two short runs from one look-up of a
-// 64-bit window, and leaves everything out of the ordinary to it. As in g4_fast.cpp, the window is loaded at
-// a bit position that stays below the plain decoder's next refill by more than one step consumes.
+// 64-bit window (fast_bits.h), and leaves everything out of the ordinary to it.
+#include "API/Filters/Fax/Common/Tif_faxx/fast_bits.h"
 #include "API/Filters/Fax/Common/Tif_faxx/fast_runs.h"
 #include "API/Filters/Fax/Common/Tif_faxx/g3_line.h"
-
-#include <algorithm>
 
 namespace faxx::g3 {
 namespace {
 
-constexpr unsigned kWindowBits = 57;
-
-// More than is consumed between two looks at the position: a window, and the codes of another.
-constexpr int64_t kStepBits = 128;
+constexpr unsigned kPairsInBlock = FastBits::kRefilled / kPairIndexBits;
 
 constexpr unsigned kEolZeros = 8;      // no run code begins with so many
 constexpr unsigned kLongestZeros = 40; // of an EOL with fill that are read from one window
@@ -20,77 +15,69 @@ constexpr unsigned kLongestZeros = 40; // of an EOL with fill that are read from
 } // namespace
 
 bool ReadFast(Line& line, Edge edge) {
-    // Every entry written has cost a bit: the line cannot reach its limit before this position.
     const int64_t start = line.input.Position();
-    const int64_t roomBits = int64_t{line.limit} - line.written;
-    const int64_t end = std::min(line.input.PositionLimit(), start + roomBits) - kStepBits;
+    const int64_t end = FastEnd(line.input, line.limit - line.written);
     if (start < 0 || start >= end)
         return false;
 
     CCITTG34* const record = line.record;
-    const uint8_t* const buffer = record->Buffer;
     const bool alignedRows = record->Format == FORMAT_FAX_G3_1D_NOEOL;
     uint32_t* const first = record->CodingLine;
     uint32_t* next = first + line.written;
     uint32_t remaining = line.remaining;
-    uint64_t base = static_cast<uint64_t>(start); // position of the window
-    uint64_t window = WindowAt(buffer, base);
-    unsigned used = 0; // bits of the window
+    FastBits bits(record->Buffer, static_cast<uint64_t>(start), static_cast<uint64_t>(end));
     bool complete = false;
 
-    for (;;) {
-        if (used <= kWindowBits - kPairIndexBits) [[likely]] {
-            const uint32_t pair = kRunPairs[0][window >> (64 - kPairIndexBits)];
-            const uint32_t white = remaining - (pair & 0xFF);
-            const uint32_t black = white - (pair >> 8 & 0xFF);
-            if (pair != 0 && static_cast<int32_t>(black) > 0) [[likely]] {
-                next[0] = white;
-                next[1] = black;
-                next += 2;
-                remaining = black;
-                used += pair >> 16;
-                window <<= pair >> 16;
-                continue;
-            }
-        }
-
-        if (used != 0) {
-            base += used;
-            used = 0;
-            window = WindowAt(buffer, base);
-        }
-        if (static_cast<int64_t>(base) >= end)
-            break;
-        if (window >> (64 - kEolZeros) == 0) {
-            const unsigned zeros = static_cast<unsigned>(std::countl_zero(window));
+    while (bits.Inside()) {
+        bits.Refill();
+        if (bits.Top(kEolZeros) == 0) [[unlikely]] {
+            // An EOL in front of the line.
+            const unsigned zeros = static_cast<unsigned>(std::countl_zero(bits.window));
             if (next != first || zeros > kLongestZeros)
                 break;
-            base += zeros + 1;
+            bits.Consume(zeros + 1);
             if (HasTagBits(record)) {
-                record->NextLineTag = static_cast<int32_t>(AccumulatorAt(buffer, base));
-                ++base;
+                record->NextLineTag = static_cast<int32_t>(AccumulatorAt(bits.buffer, bits.Position()));
+                bits.Consume(1);
                 if (record->NextLineTag >= 0)
                     break;
             }
-            window = WindowAt(buffer, base);
-            continue;
+            bits.Refill();
         }
 
+        unsigned pairs = kPairsInBlock;
+        do {
+            const uint32_t pair = kRunPairs[0][bits.Top(kPairIndexBits)];
+            const uint32_t white = remaining - (pair & 0xFF);
+            const uint32_t black = white - (pair >> 8 & 0xFF);
+            if (pair == 0 || static_cast<int32_t>(black) <= 0) [[unlikely]]
+                break;
+            next[0] = white;
+            next[1] = black;
+            next += 2;
+            remaining = black;
+            bits.Consume(pair >> 16);
+        } while (--pairs != 0);
+        if (pairs == 0)
+            continue;
+
+        // Longer runs, or the end of the line.
+        bits.Refill();
         uint32_t run = 0;
-        uint32_t bits = 0;
-        if (!ReadWindowRun(window, Colour::White, &run, &bits))
+        uint32_t used = 0;
+        if (!ReadWindowRun(bits.window, Colour::White, &run, &used))
             break;
         const uint32_t white = remaining - run;
         if (static_cast<int32_t>(white) <= 0) {
             complete = edge == Edge::EndsLine && white == 0 &&
-                       (alignedRows || window << bits >> (64 - kEmptyBlackRunBits) != kEmptyBlackRun);
+                       (alignedRows || bits.window << used >> (64 - kEmptyBlackRunBits) != kEmptyBlackRun);
             if (complete) {
                 remaining = 0;
-                used = bits;
+                bits.Consume(used);
             }
             break;
         }
-        if (!ReadWindowRun(window, Colour::Black, &run, &bits))
+        if (!ReadWindowRun(bits.window, Colour::Black, &run, &used))
             break;
         const uint32_t black = white - run;
         if (static_cast<int32_t>(black) <= 0) {
@@ -98,7 +85,7 @@ bool ReadFast(Line& line, Edge edge) {
             if (complete) {
                 *next++ = white;
                 remaining = 0;
-                used = bits;
+                bits.Consume(used);
             }
             break;
         }
@@ -106,14 +93,55 @@ bool ReadFast(Line& line, Edge edge) {
         next[1] = black;
         next += 2;
         remaining = black;
-        used = bits;
-        window <<= bits;
+        bits.Consume(used);
     }
 
     line.written = static_cast<uint32_t>(next - first);
     line.remaining = remaining;
-    line.input.MoveTo(base + used);
+    line.input.MoveTo(bits.Position());
     return complete;
+}
+
+BlankLineCode::BlankLineCode(const CCITTG34* record) {
+    if (HasTagBits(record))
+        return;
+    const auto append = [&](CodeWord code) {
+        bits = bits << code.length | code.bits;
+        length += code.length;
+    };
+    const bool alignedRows = record->Format == FORMAT_FAX_G3_1D_NOEOL;
+    if (!alignedRows)
+        append(kEol);
+    uint32_t run = record->Width;
+    for (; run >= kLongestCodeRun && length <= kWindowBits; run -= kLongestCodeRun)
+        append(RunCode(Colour::White, kLongestCodeRun));
+    if (length <= kWindowBits && run >= kTerminatingCodes)
+        append(RunCode(Colour::White, run / 64 * 64));
+    if (length <= kWindowBits)
+        append(RunCode(Colour::White, run % 64));
+    if (alignedRows)
+        append({0, (0 - length) % 8});
+    if (length > kWindowBits)
+        length = 0;
+}
+
+uint32_t ReadBlankLines(Line& line, const BlankLineCode& code, uint32_t most) {
+    const int64_t start = line.input.Position();
+    const int64_t end = line.input.PositionLimit() - kFastMargin;
+    if (code.length == 0 || start < 0)
+        return 0;
+    int64_t position = start;
+    uint32_t lines = 0;
+    while (lines <= most && position < end &&
+           WindowAt(line.record->Buffer, static_cast<uint64_t>(position)) >> (64 - code.length) ==
+               code.bits) {
+        position += code.length;
+        ++lines;
+    }
+    if (lines <= 1)
+        return 0;
+    line.input.MoveTo(static_cast<uint64_t>(position - code.length));
+    return lines - 1;
 }
 
 } // namespace faxx::g3

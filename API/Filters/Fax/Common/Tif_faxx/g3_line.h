@@ -47,4 +47,18 @@ enum class Edge : uint8_t { EndsLine, Unknown };
 // complete.
 bool ReadFast(Line& line, Edge edge);
 
+// What an ordinary encoder writes for a blank line that stands between others: an EOL in formats that have
+// one, and the white run, or the run and the bits to the next byte. No bits where tags come in between, or
+// where they would not fit a window.
+struct BlankLineCode {
+    uint64_t bits = 0;
+    unsigned length = 0;
+
+    explicit BlankLineCode(const CCITTG34* record);
+};
+
+// At the start of a line: how many lines of this code, most at the most, the next bits hold. Consumes them,
+// but for the last one, behind which an empty black run may stand.
+uint32_t ReadBlankLines(Line& line, const BlankLineCode& code, uint32_t most);
+
 } // namespace faxx::g3

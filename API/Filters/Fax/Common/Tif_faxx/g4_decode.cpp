@@ -24,6 +24,9 @@ constexpr unsigned kHalfEofb = 0b0000000000010000; // the first 16 of an EOFB's 
 constexpr unsigned kHalfEofbBits = 16;
 constexpr unsigned kEofbRest = 0b00000001;
 constexpr unsigned kEofbRestBits = 8;
+// A line is begun while the budget holds so many words more than Width.
+constexpr uint32_t kLeastExtraWords = 3;
+
 constexpr unsigned kZerosSkipped = 8; // of a mode code that is none
 
 // Ends a line whose last code reached past the right edge. An encoder that pads its lines to whole bytes
@@ -173,7 +176,7 @@ After ZeroBits(Line& line) {
 
 After DecodeModeCode(Line& line) {
     const ModeCode code = kModeCodes[line.input.Top(kModeIndexBits)];
-    if (code.mode <= Mode::Pass && !line.input.Consume(code.length))
+    if (code.mode <= Mode::Horizontal && !line.input.Consume(code.length))
         return After::NoData;
     switch (code.mode) {
     case Mode::Vertical:
@@ -200,7 +203,7 @@ unsigned DecodeG4Lines(CCITTG34* record, RowOutput& output) {
         After after = After::LineEnd;
         uint32_t blankLines = 0;
         if (line.reference[0] == 0 && line.AtStart())
-            blankLines = ReadBlankLines(line, BlankLinesThatFit(record, output));
+            blankLines = ReadBlankLines(line, BlankLinesThatFit(record, output, kLeastExtraWords));
         if (blankLines == 0) {
             after = DecodeFast(line);
             if (after == After::NextCode)
@@ -226,7 +229,7 @@ unsigned DecodeG4Lines(CCITTG34* record, RowOutput& output) {
             FinishLine(record, output, line.written);
         if (after == After::EndOfBlock)
             CloseList(record->ReferenceLine, 0);
-        if (output.linesLeft == 0 || output.budget < static_cast<int32_t>(record->Width + 3)) {
+        if (output.linesLeft == 0 || output.budget < static_cast<int32_t>(record->Width + kLeastExtraWords)) {
             line.input.Store();
             return lines - output.linesLeft;
         }

@@ -10,6 +10,8 @@
 namespace faxx {
 namespace {
 
+constexpr CodeWord kHorizontal = UnpackCode(kHorizontalCode);
+
 void PutModes(BitOutput& output, const CCITTG34* record) {
     const uint32_t* const reference = record->ReferenceLine;
     const uint32_t* a1 = record->CodingLine; // a2 is the entry after it
@@ -23,7 +25,7 @@ void PutModes(BitOutput& output, const CCITTG34* record) {
         // The order of the tests settles rows that more than one mode could code: vertical, pass, horizontal.
         const uint32_t vertical = *b1 - *a1 + 3; // a1 - b1 + 3 in columns
         if (vertical <= 6) {
-            output.PutBits(VerticalCodes[vertical]);
+            output.Put(kVerticalWords[vertical]);
             if (*a1 == 0)
                 return;
             a0 = *a1++;
@@ -35,10 +37,10 @@ void PutModes(BitOutput& output, const CCITTG34* record) {
             b1 += 2;
             seekB1();
         } else {
-            const Colour colour = static_cast<Colour>((b1 - reference) & 1);
-            output.PutBits(kHorizontalCode);
-            PutRun(output, colour, a0 - a1[0]);
-            PutRun(output, Opposite(colour), a1[0] - a1[1]);
+            if ((b1 - reference) % 2 == 0)
+                PutRunPair<Colour::White>(output, a0 - a1[0], a1[0] - a1[1], kHorizontal);
+            else
+                PutRunPair<Colour::Black>(output, a0 - a1[0], a1[0] - a1[1], kHorizontal);
             a0 = a1[1];
             if (a0 == 0)
                 return;

@@ -1,18 +1,18 @@
 // The plain decoder (g4_decode.cpp) defines what happens; this one does the same with less per code, and
 // leaves to it everything that is not a vertical, horizontal or pass mode code taking its ordinary course.
 //
-// - Bits come from a 64-bit window loaded at a bit position: no pairs, no refill, no test for the end of the
-//   input. That holds while the position stays below the point where the plain decoder would refill, less the
-//   most that one step consumes (kStepBits).
+// - Bits come from a 64-bit window (fast_bits.h).
 // - One table look-up recognises up to four vertical mode codes in a row. They are carried out at once: with
 //   the changing elements of the reference line in the lanes of a vector, a1 is b1 plus an offset, and b1
 //   moves on by one entry a code. The lanes also show where that is not so: the edge is reached, or b1 must
 //   be sought.
-// - Such a code is done singly, and so are the next few: in dithered pictures they come together. A single
+// - Such a code is done singly, and so are the next ones: in dithered pictures they come together. A single
 //   step has no branch that depends on the kind of vertical code, or on whether it is a pass.
 // - Two short runs of a horizontal mode come from one look-up.
 #include "API/Filters/Fax/Common/Tif_faxx/g4_fast.h"
 
+#include "API/Filters/Fax/Common/Tif_faxx/b1_search.h"
+#include "API/Filters/Fax/Common/Tif_faxx/fast_bits.h"
 #include "API/Filters/Fax/Common/Tif_faxx/fast_runs.h"
 
 #include <emmintrin.h>
@@ -26,34 +26,18 @@ constexpr unsigned kLanes = 4;
 constexpr unsigned kGroupIndexBits = 10;
 constexpr unsigned kHorizontalBits = 3;
 
-// The vertical mode codes that begin an index, up to four; or none, and the mode of another code. What a
-// single step does with the first code, vertical or pass, stands in words of its own.
-struct alignas(32) CodeGroup {
+// The vertical mode codes that begin an index, up to four; none where the first is another.
+struct alignas(16) CodeGroup {
     int16_t offset[kLanes]; // of a1 from b1
     uint8_t count;
     uint8_t bits;  // of all of them
     uint8_t lanes; // a bit for each
-    Mode mode;     // of the first code
-    uint8_t firstBits;
-    int8_t firstOffset; // of the change from b1, or from b2
-    uint8_t isPass;
-    int8_t step;       // of b1, to where it is sought from
-    uint32_t leftover; // added to the change: entries at or above the sum are not right of it
 };
-
-constexpr uint32_t kNothingLeft = 1u << 31; // more than any distance: b1 is not sought
 
 constexpr auto kCodeGroups = [] {
     std::array<CodeGroup, 1 << kGroupIndexBits> table{};
     for (unsigned index = 0; index < table.size(); ++index) {
         CodeGroup& group = table[index];
-        const ModeCode first = kModeCodes[index >> (kGroupIndexBits - kModeIndexBits)];
-        group.mode = first.mode;
-        group.firstBits = first.length;
-        group.firstOffset = first.offset;
-        group.isPass = first.mode == Mode::Pass;
-        group.step = static_cast<int8_t>(group.isPass ? 2 : first.offset > 0 ? -1 : 1);
-        group.leftover = group.isPass ? kNothingLeft : first.offset == 0 ? 1 : 0;
         while (group.count < kLanes) {
             const unsigned rest = index << group.bits & ((1u << kGroupIndexBits) - 1);
             const ModeCode code = kModeCodes[rest >> (kGroupIndexBits - kModeIndexBits)];
@@ -67,17 +51,47 @@ constexpr auto kCodeGroups = [] {
     return table;
 }();
 
-constexpr unsigned kWindowBits = 57;
+// One mode code. What it says of a change, a1 or b2, and of the next b1 is the same arithmetic for vertical
+// codes and passes.
+struct alignas(8) SingleCode {
+    Mode mode;
+    uint8_t bits;
+    uint8_t fromB1;  // entries from b1 to the one that the change is counted from
+    int8_t offset;   // of the change from that
+    int8_t notRight; // entries at or above this far from it are not right of the change
+    int8_t step;     // of b1, to where it is sought from
+    uint8_t entries; // written
+};
 
-// How many codes are done singly after one that had to be.
-constexpr unsigned kSingleSteps = 8;
-
-// More than is consumed between two looks at the position: a window, and a horizontal mode code with the runs
-// that fit another. It is also more than the entries that a step may touch beyond the coding line's end.
-constexpr int64_t kStepBits = 128;
+constexpr auto kSingleCodes = [] {
+    std::array<SingleCode, 1 << kModeIndexBits> table{};
+    for (unsigned index = 0; index < table.size(); ++index) {
+        const ModeCode code = kModeCodes[index];
+        SingleCode& single = table[index];
+        const bool pass = code.mode == Mode::Pass;
+        single.mode = code.mode;
+        single.bits = code.length;
+        single.fromB1 = pass;
+        single.offset = code.offset;
+        single.notRight = static_cast<int8_t>(code.offset == 0 ? 1 : code.offset);
+        single.step = static_cast<int8_t>(pass ? 2 : code.offset > 0 ? -1 : 1);
+        single.entries = !pass;
+    }
+    return table;
+}();
 
 // Entries that a step may touch beyond the end of the reference line, and the three that close it.
 constexpr uint32_t kStepEntries = 16;
+
+// Codes done singly from one refill: vertical codes, passes, or horizontal codes with runs from the table.
+constexpr unsigned kSinglesInBlock = 3;
+static_assert(kSinglesInBlock * (kHorizontalBits + kPairIndexBits) <= FastBits::kRefilled);
+
+// After a group that failed so many blocks are done singly, up to twice as many each time. A group that was
+// done takes a part of that off again.
+constexpr unsigned kFirstPenalty = 2;
+constexpr unsigned kMostPenalty = 64;
+constexpr unsigned kForgiven = 4;
 
 __m128i LoadEntries(const uint32_t* entries) {
     return _mm_loadu_si128(reinterpret_cast<const __m128i*>(entries));
@@ -86,11 +100,6 @@ __m128i LoadEntries(const uint32_t* entries) {
 // The vector one lane further to the right, with first in the lane that becomes free.
 __m128i ShiftIn(uint32_t first, __m128i vector) {
     return _mm_or_si128(_mm_slli_si128(vector, 4), _mm_cvtsi32_si128(static_cast<int>(first)));
-}
-
-// A choice that compilers do not turn into a branch: which way it goes is as good as random.
-int64_t AllOnesIfNegative(int64_t value) {
-    return value >> 63;
 }
 
 // The entry before b1, which a search to the left would try; before the first there is none.
@@ -121,112 +130,111 @@ bool DoGroup(const CodeGroup& group, const uint32_t* b1, const uint32_t* referen
 } // namespace
 
 After DecodeFast(Line& line) {
-    // Every entry written has cost a bit: the line cannot reach its limit before this position.
     const int64_t start = line.input.Position();
-    const int64_t roomBits = int64_t{line.limit} - line.written;
-    const int64_t end = std::min(line.input.PositionLimit(), start + roomBits) - kStepBits;
+    const int64_t end = FastEnd(line.input, line.limit - line.written);
     if (start < 0 || start >= end || line.referenceEntries > kListEntries - kStepEntries)
         return After::NextCode;
 
-    const uint8_t* const buffer = line.record->Buffer;
     const uint32_t* const reference = line.reference;
     const uint32_t* b1 = reference + line.b1;
     uint32_t* next = line.coding + line.written;
     uint32_t a0 = line.a0;
-    uint64_t base = static_cast<uint64_t>(start); // position of the window
-    uint64_t window = WindowAt(buffer, base);
-    unsigned used = 0; // bits of the window
-    unsigned singleSteps = 0;
+    FastBits bits(line.record->Buffer, static_cast<uint64_t>(start), static_cast<uint64_t>(end));
+    unsigned singleBlocks = 0; // to come before a group is tried again
+    unsigned penalty = 0;      // grows with groups that failed
     After after = After::NextCode;
 
-    for (;;) {
-        if (used > kWindowBits - kGroupIndexBits) {
-            base += used;
-            if (static_cast<int64_t>(base) >= end) [[unlikely]] {
-                used = 0;
-                break;
-            }
-            window = WindowAt(buffer, base);
-            used = 0;
-        }
-        const CodeGroup& group = kCodeGroups[window >> (64 - kGroupIndexBits)];
-        if (group.mode == Mode::Horizontal) {
+    // Carries out one code; false where the line ends with it, or it is for the plain decoder.
+    const auto doSingle = [&] {
+        const SingleCode& code = kSingleCodes[bits.Top(kModeIndexBits)];
+        if (code.mode > Mode::Pass) {
+            if (code.mode != Mode::Horizontal)
+                return false;
             const Colour colour = static_cast<Colour>((b1 - reference) & 1);
-            base += used;
-            used = 0;
-            RunPair runs{};
-            if (static_cast<int64_t>(base) >= end ||
-                !ReadRunPair(WindowAt(buffer, base) << kHorizontalBits, colour, &runs))
-                break;
+            const uint32_t pair = kRunPairs[static_cast<size_t>(colour)]
+                                           [bits.window << kHorizontalBits >> (64 - kPairIndexBits)];
+            RunPair runs{pair & 0xFF, pair >> 8 & 0xFF, pair >> 16};
+            if (pair == 0) [[unlikely]] {
+                bits.Refill();
+                if (!bits.Inside() || !ReadRunPair(bits.window << kHorizontalBits, colour, &runs))
+                    return false;
+            }
             const uint32_t a1 = a0 - runs.first;
             const uint32_t a2 = a1 - runs.second;
             if (!LeftOfEdge(a2)) [[unlikely]] {
                 if (a2 == 0) {
                     *next++ = a1;
-                    used = kHorizontalBits + runs.bits;
+                    bits.Consume(kHorizontalBits + runs.bits);
                     after = After::LineEnd;
                 }
-                break;
+                return false;
             }
-            base += kHorizontalBits + runs.bits;
-            window = WindowAt(buffer, base);
+            bits.Consume(kHorizontalBits + runs.bits);
+            if (pair == 0)
+                bits.Refill();
             next[0] = a1;
             next[1] = a2;
             next += 2;
             a0 = a2;
-            while (*b1 >= a0)
-                b1 += 2;
-            continue;
+            b1 = SeekB1(b1, a0);
+            return true;
         }
-        if (group.mode == Mode::Vertical) {
-            if (singleSteps == 0) {
+        const uint32_t from = b1[code.fromB1];
+        const uint32_t change = from + static_cast<uint32_t>(int32_t{code.offset});
+        const uint32_t notRight = from + static_cast<uint32_t>(int32_t{code.notRight});
+        if (change - 1 >= a0) [[unlikely]] {
+            if (change == 0) {
+                bits.Consume(code.bits);
+                after = After::LineEnd;
+            }
+            return false;
+        }
+        bits.Consume(code.bits);
+        a0 = change;
+        *next = change;
+        next += code.entries;
+        if (b1 == reference) [[unlikely]]
+            b1 += code.step < 0 ? 2 : 0; // there is no entry before the first
+        b1 = SeekB1(b1 + code.step, notRight);
+        return true;
+    };
+
+    for (bool goesOn = true; goesOn && bits.Inside();) {
+        bits.Refill();
+        unsigned singles = kSinglesInBlock;
+        if (singleBlocks == 0) {
+            const CodeGroup& group = kCodeGroups[bits.Top(kGroupIndexBits)];
+            if (group.count != 0) {
                 if (DoGroup(group, b1, reference, a0, next)) [[likely]] {
                     next += group.count;
                     b1 += group.count;
-                    used += group.bits;
-                    window <<= group.bits;
+                    bits.Consume(group.bits);
                     a0 = next[-1];
+                    penalty -= penalty / kForgiven;
                     continue;
                 }
-                singleSteps = kSingleSteps;
+                penalty = std::min(penalty * 2 + kFirstPenalty, kMostPenalty);
+                singleBlocks = penalty;
+            } else {
+                singles = 1;
             }
-            --singleSteps;
-        } else if (group.mode != Mode::Pass) {
-            break;
+        } else {
+            --singleBlocks;
         }
-
-        const uint32_t change = b1[group.isPass] + static_cast<uint32_t>(int32_t{group.firstOffset});
-        if (change - 1 >= a0) [[unlikely]] {
-            if (change == 0) {
-                used += group.firstBits;
-                after = After::LineEnd;
-            }
-            break;
-        }
-        used += group.firstBits;
-        window <<= group.firstBits;
-        a0 = change;
-        *next = change;
-        next += 1 - group.isPass;
-        // Before the first entry of the list there is none to try.
-        const ptrdiff_t step = group.step;
-        b1 += step + (AllOnesIfNegative(b1 - reference + step) & 2);
-        const int64_t notRight = int64_t{change} + group.leftover;
-        b1 += AllOnesIfNegative(notRight - 1 - *b1) & 2;
-        while (*b1 >= notRight)
-            b1 += 2;
+        for (; goesOn && singles != 0; --singles)
+            goesOn = doSingle();
     }
 
     line.written = static_cast<uint32_t>(next - line.coding);
     line.a0 = a0;
     line.b1 = static_cast<uint32_t>(b1 - reference);
-    line.input.MoveTo(base + used);
+    line.input.MoveTo(bits.Position());
     return after;
 }
 
 uint32_t ReadBlankLines(Line& line, uint32_t most) {
     const int64_t start = line.input.Position();
-    const int64_t end = line.input.PositionLimit() - kStepBits;
+    const int64_t end = line.input.PositionLimit() - kFastMargin;
     if (start < 0)
         return 0;
     // A blank line below a blank one is a single V0, a 1 bit.

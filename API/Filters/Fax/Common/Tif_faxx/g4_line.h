@@ -17,7 +17,7 @@ enum class After : uint8_t {
     NoData,     // the input ended
 };
 
-enum class Mode : uint8_t { Vertical, Horizontal, Pass, Extension, Zeros };
+enum class Mode : uint8_t { Vertical, Pass, Horizontal, Extension, Zeros };
 
 struct ModeCode {
     Mode mode;

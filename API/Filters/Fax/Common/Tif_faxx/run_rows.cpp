@@ -119,9 +119,9 @@ uint32_t ListLength(const uint32_t* list) {
     }
 }
 
-uint32_t BlankLinesThatFit(const CCITTG34* record, const RowOutput& output) {
+uint32_t BlankLinesThatFit(const CCITTG34* record, const RowOutput& output, uint32_t extraWords) {
     const int32_t words = static_cast<int32_t>(kRowHeaderWords + RunWords(record->Width));
-    const int32_t spare = output.budget - static_cast<int32_t>(record->Width + 3);
+    const int32_t spare = output.budget - static_cast<int32_t>(record->Width + extraWords);
     const uint32_t fit = spare < 0 ? 1 : static_cast<uint32_t>(spare / words) + 1;
     return fit < output.linesLeft ? fit : output.linesLeft;
 }
@@ -133,6 +133,8 @@ void FinishBlankLines(CCITTG34* record, RowOutput& output, uint32_t lines) {
     output.budget -= static_cast<int32_t>(output.next - start);
     output.linesLeft -= lines;
     CloseList(record->CodingLine, 0);
+    if (lines > 1)
+        CloseList(record->ReferenceLine, 0);
     if (lines % 2 != 0)
         std::swap(record->ReferenceLine, record->CodingLine);
 }

@@ -50,10 +50,11 @@ inline void CloseList(uint32_t* list, uint32_t entries) {
         list[entries + i] = 0;
 }
 
-// How many blank lines the call may begin and end now, each a row of the fewest words.
-uint32_t BlankLinesThatFit(const CCITTG34* record, const RowOutput& output);
+// How many blank lines the call may begin and end now, each a row of the fewest words, where a line is begun
+// while the budget holds so many words more than the width.
+uint32_t BlankLinesThatFit(const CCITTG34* record, const RowOutput& output, uint32_t extraWords);
 
-// Ends so many blank lines, at least 1, below a blank reference line.
+// Ends so many blank lines, at least 1.
 void FinishBlankLines(CCITTG34* record, RowOutput& output, uint32_t lines);
 
 // Ends a line of so many changing elements: closes CodingLine, writes its row, makes it the reference line.

@@ -101,6 +101,8 @@ constexpr CodeWord RunCode(Colour colour, uint32_t run) {
     return ParseCode(kExtendedMakeUp[index - kMakeUpCodes]);
 }
 
+inline constexpr CodeWord kEol = ParseCode("000000000001");
+
 // The runs that have a code word of their own, in ascending order: calls visit(run) for each.
 template <typename Visit>
 constexpr void ForEachCodedRun(Visit visit) {

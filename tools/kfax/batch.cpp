@@ -1,0 +1,203 @@
+// Many inputs. The workers take the next index from a counter and leave their reports in a list; the main
+// thread writes out each report once those before it are out, and draws the progress bar.
+#include "tools/kfax/batch.h"
+
+#include "tools/kfax/commands.h"
+#include "tools/kfax/messages.h"
+#include "tools/kfax/progress.h"
+
+#include <algorithm>
+#include <array>
+#include <atomic>
+#include <cerrno>
+#include <chrono>
+#include <condition_variable>
+#include <cstdio>
+#include <cstring>
+#include <deque>
+#include <map>
+#include <mutex>
+#include <thread>
+
+namespace kfax {
+
+namespace {
+
+constexpr auto REDRAW = std::chrono::milliseconds(200);
+
+void ReadList(char end, std::vector<std::string>& names) {
+    std::string name;
+    for (int c = std::getc(stdin);; c = std::getc(stdin)) {
+        if (c != EOF && c != end) {
+            name += static_cast<char>(c);
+            continue;
+        }
+        if (!name.empty())
+            names.push_back(std::move(name));
+        name.clear();
+        if (c == EOF)
+            break;
+    }
+    if (std::ferror(stdin) != 0)
+        throw FileError("standard input", SystemReason(errno));
+}
+
+struct Run {
+    size_t Count = 0;
+    std::atomic<size_t> Next = 0;
+    std::atomic<size_t> Finished = 0;
+    std::atomic<size_t> Skipped = 0;
+    std::atomic<bool> Stop = false;
+
+    std::mutex Lock;
+    std::condition_variable Changed;
+    std::map<size_t, Report> Reports; // finished and not told
+};
+
+void WorkOn(Run& run, const std::vector<std::string>& names,
+            const std::function<void(size_t index, Report& report)>& work) {
+    while (!run.Stop) {
+        const size_t index = run.Next++;
+        if (index >= run.Count)
+            return;
+        Report report;
+        {
+            const CollectMessages collect(report.Messages);
+            Attempt(names[index], report, [&] { work(index, report); });
+        }
+        ++run.Finished;
+        if (report.Result == Outcome::Skipped)
+            ++run.Skipped;
+        const std::lock_guard lock(run.Lock);
+        run.Reports.emplace(index, std::move(report));
+        run.Changed.notify_one();
+    }
+}
+
+Report WaitFor(Run& run, size_t index, ProgressBar& bar) {
+    std::unique_lock lock(run.Lock);
+    for (;;) {
+        const auto report = run.Reports.find(index);
+        if (report != run.Reports.end())
+            return std::move(run.Reports.extract(report).mapped());
+        run.Changed.wait_for(lock, REDRAW);
+        lock.unlock();
+        ShowRun(bar, run.Finished, run.Skipped, run.Count);
+        lock.lock();
+    }
+}
+
+void Tell(const Report& report) {
+    if (!report.Messages.empty() || !report.Text.empty())
+        WipeProgress();
+    for (const std::string& line : report.Messages)
+        std::fputs(line.c_str(), stderr);
+    if (std::fwrite(report.Text.data(), 1, report.Text.size(), stdout) != report.Text.size() ||
+        std::fflush(stdout) != 0)
+        throw FileError("standard output", SystemReason(errno));
+}
+
+using Totals = std::array<size_t, 4>; // by Outcome
+
+size_t& Of(Totals& totals, Outcome outcome) {
+    return totals[static_cast<size_t>(outcome)];
+}
+
+void Summarize(Totals totals, size_t count, const char* done) {
+    size_t told = 0;
+    for (const size_t number : totals)
+        told += number;
+    std::string line = "kfax: " + std::to_string(count) + " files: ";
+    line += std::to_string(Of(totals, Outcome::Good)) + " " + done;
+    line += ", " + std::to_string(Of(totals, Outcome::Damaged)) + " damaged";
+    line += ", " + std::to_string(Of(totals, Outcome::Failed)) + " failed";
+    if (Of(totals, Outcome::Skipped) != 0)
+        line += ", " + std::to_string(Of(totals, Outcome::Skipped)) + " skipped";
+    if (told < count)
+        line += ", " + std::to_string(count - told) + " not tried";
+    std::fprintf(stderr, "%s\n", line.c_str());
+}
+
+struct Workers {
+    explicit Workers(Run& run) : Owner(run) {}
+    ~Workers() {
+        Owner.Stop = true;
+        for (std::thread& thread : Threads)
+            thread.join();
+    }
+    Workers(const Workers&) = delete;
+    Workers& operator=(const Workers&) = delete;
+
+    Run& Owner;
+    std::vector<std::thread> Threads;
+};
+
+} // namespace
+
+std::vector<std::string> ListInputs(const BatchOptions& options) {
+    std::vector<std::string> names;
+    bool read = false;
+    const auto readOnce = [&](char end) {
+        if (read)
+            throw UsageError("standard input holds one list: give - or -0 once");
+        read = true;
+        ReadList(end, names);
+    };
+    for (const std::string& file : options.Files)
+        if (file == "-")
+            readOnce('\n');
+        else
+            names.push_back(file);
+    if (options.NullList)
+        readOnce('\0');
+    if (options.Files.empty() && !options.NullList)
+        throw UsageError("name the files to work on, or - for a list of them on standard input");
+    return names;
+}
+
+int RunBatch(const std::vector<std::string>& names, const BatchOptions& options, const char* done,
+             const std::function<void(size_t index, Report& report)>& work) {
+    Run run;
+    run.Count = names.size();
+    Totals totals{};
+    ProgressBar bar = StartRun();
+    {
+        Workers workers(run);
+        const size_t wanted =
+            options.Jobs != 0 ? options.Jobs : std::max(std::thread::hardware_concurrency(), 1u);
+        for (size_t i = 0; i < std::min(wanted, run.Count); ++i)
+            workers.Threads.emplace_back([&] { WorkOn(run, names, work); });
+        for (size_t index = 0; index < run.Count; ++index) {
+            const Report report = WaitFor(run, index, bar);
+            Tell(report);
+            ++Of(totals, report.Result);
+            if (options.FailFast && report.Result == Outcome::Failed)
+                break;
+            ShowRun(bar, run.Finished, run.Skipped, run.Count);
+        }
+    }
+    WipeProgress();
+    const bool allGood = Of(totals, Outcome::Failed) == 0 && Of(totals, Outcome::Damaged) == 0;
+    if (names.size() > 1 && !options.Quiet && (!allGood || Of(totals, Outcome::Skipped) != 0))
+        Summarize(totals, names.size(), done);
+    if (Of(totals, Outcome::Failed) != 0)
+        return EXIT_ERROR;
+    return allGood ? EXIT_GOOD : EXIT_DAMAGED;
+}
+
+std::string Attempt(const std::string& file, Report& report, const std::function<void()>& action) {
+    try {
+        OnBehalfOf(file, action);
+        return {};
+    } catch (const FileError& error) {
+        Complain(error.File, error.what());
+        report.Result = Outcome::Failed;
+        return error.File == file ? error.what() : error.File + ": " + error.what();
+    } catch (const UsageError& error) {
+        Complain(file, error.what());
+        report.Result = Outcome::Failed;
+        return error.what();
+    }
+}
+
+} // namespace kfax

@@ -1,0 +1,51 @@
+# Completion of kfax(1) for fish.
+
+set -l none 'not __fish_seen_subcommand_from info verify load save'
+set -l any '__fish_seen_subcommand_from info verify load save'
+set -l raw '__fish_seen_subcommand_from verify load'
+set -l output '__fish_seen_subcommand_from load save'
+set -l load '__fish_seen_subcommand_from load'
+set -l save '__fish_seen_subcommand_from save'
+set -l formats 'g3 g3-2d g4 g3-all2d header g3-noeol'
+
+complete -c kfax -s h -l help -d 'Print a list of the options'
+complete -c kfax -n $none -l filter -r -d 'The filter library to use'
+complete -c kfax -n $none -f -a info -d 'Describe files'
+complete -c kfax -n $none -f -a verify -d 'Tell which lines are damaged'
+complete -c kfax -n $none -f -a load -d 'Turn fax files into pictures'
+complete -c kfax -n $none -f -a save -d 'Turn pictures into fax files'
+
+complete -c kfax -n $any -s 0 -l null -d 'Read more files from standard input, each ended by a zero byte'
+complete -c kfax -n $any -s j -l jobs -x -d 'Work on so many files at once'
+complete -c kfax -n $any -l json -d 'Print one JSON object a line'
+complete -c kfax -n $any -s q -l quiet -d 'Print errors and damage only'
+complete -c kfax -n $any -s k -l keep-going -d 'Go on after a file that fails'
+complete -c kfax -n $any -l fail-fast -d 'Stop at the first file that fails'
+complete -c kfax -n $any -l page -x -d 'Page of TIFF files'
+
+complete -c kfax -n $raw -l format -x -a $formats -d 'Format of a raw stream'
+complete -c kfax -n $raw -l width -x -d 'Pixels per line of a raw stream'
+complete -c kfax -n $raw -l height -x -d 'Lines of a raw stream'
+complete -c kfax -n $raw -l offset -x -d 'Where the raw stream starts'
+complete -c kfax -n "__fish_seen_subcommand_from verify load save" -l reverse-bits -d "A byte's first bit is its least significant"
+
+complete -c kfax -n $output -l to -x -a 'raw tif png pbm' -d 'What to write'
+complete -c kfax -n $output -l dpi -x -d 'Dots per inch'
+complete -c kfax -n $output -l rows-per-strip -x -d 'Rows in each strip of a TIFF file'
+complete -c kfax -n $output -l tile -x -d 'Size of the tiles of a TIFF file'
+complete -c kfax -n $output -s d -l out-dir -x -a '(__fish_complete_directories)' -d 'Make a file of its own of every input'
+complete -c kfax -n $output -l skip-existing -d 'Leave alone what has its output already'
+complete -c kfax -n $output -l keep-tree -d 'Keep the directories of the inputs'
+complete -c kfax -n $output -l keep-ext -d 'Keep the extensions of the inputs'
+
+complete -c kfax -n $load -l code -x -a $formats -d 'Format of the fax data to write'
+complete -c kfax -n $load -l all-pages -d 'All pages of a TIFF file'
+complete -c kfax -n $load -l mirror -d 'Mirror the picture left to right'
+complete -c kfax -n $load -l invert -d 'Exchange black and white'
+complete -c kfax -n $load -l batch -d 'Decode in batches through a small buffer'
+complete -c kfax -n $load -l thumbnail -x -d 'Show all pages on one sheet'
+
+complete -c kfax -n $save -l format -x -a $formats -d 'Format of the fax data to write'
+complete -c kfax -n $save -l align-eol -d 'End each line end of the trailer on a byte boundary'
+complete -c kfax -n $save -l no-invert -d 'Code white as black and black as white'
+complete -c kfax -n $save -l threshold -x -d 'Take grey values below this as black'

@@ -1,0 +1,187 @@
+// kfax verify: every page decoded line by line, nothing written.
+//
+// Whether a page is damaged is the filter's word, and that of the lines: a load takes any codes for a
+// one-dimensional line, so what damages one often shows only in where the line ends.
+#include "host/standin/standin.h"
+#include "tools/kfax/batch.h"
+#include "tools/kfax/commands.h"
+#include "tools/kfax/input.h"
+#include "tools/kfax/json_line.h"
+#include "tools/kfax/messages.h"
+#include "tools/kfax/pages.h"
+#include "tools/kfax/picture_input.h"
+#include "tools/kfax/tiff_input.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <memory>
+
+namespace kfax {
+
+namespace {
+
+struct PageVerdict {
+    std::string File;
+    unsigned Page = 0; // of a TIFF file; 0: none
+    uint32_t Width = 0;
+    int Height = 0;
+    std::string Damage; // of the whole page, as the load says it; empty: none
+    std::vector<BlockFaults> Blocks;
+
+    bool IsDamaged() const { return !Damage.empty() || !Blocks.empty(); }
+};
+
+std::vector<unsigned char> ReadFrom(const std::string& name, int64_t offset) {
+    const std::unique_ptr<std::FILE, int (*)(std::FILE*)> file(std::fopen(name.c_str(), "rbe"), std::fclose);
+    const uint64_t size = CheckInput(name);
+    if (file == nullptr || fseeko(file.get(), offset, SEEK_SET) != 0)
+        throw std::runtime_error(SystemReason(errno));
+    std::vector<unsigned char> bytes(
+        size > static_cast<uint64_t>(offset) ? size - static_cast<uint64_t>(offset) : 0);
+    bytes.resize(std::fread(bytes.data(), 1, bytes.size(), file.get()));
+    if (std::ferror(file.get()) != 0)
+        throw std::runtime_error(SystemReason(errno));
+    return bytes;
+}
+
+PageVerdict VerdictOf(const std::string& file, const standin::LoadResult& trial, const std::string& damage) {
+    if (trial.Status != SUCCESS)
+        throw std::runtime_error(standin::StatusText(trial.Status));
+    PageVerdict verdict;
+    verdict.File = file;
+    verdict.Width = static_cast<uint32_t>(trial.LoadInfo.Width);
+    verdict.Height = trial.LoadInfo.Height;
+    verdict.Damage = damage;
+    return verdict;
+}
+
+PageVerdict VerifyRaw(const standin::Filter& filter, const std::string& file, const InputOptions& options) {
+    const standin::Description description = DescribeRaw(filter, file, options);
+    standin::LoadOptions how;
+    how.DiscardRows = true;
+    const standin::LoadResult trial = standin::Load(filter, file, description, how);
+    PageVerdict verdict =
+        VerdictOf(file, trial, trial.DataStatus != 0 ? standin::StatusText(trial.DataStatus) : "");
+    const _LOADINFO& info = trial.LoadInfo;
+    std::vector<unsigned char> bytes = ReadFrom(file, info.Offset);
+    const standin::CodedStream stream{bytes.data(),
+                                      bytes.size(),
+                                      info.Format,
+                                      verdict.Width,
+                                      static_cast<uint32_t>(std::max(info.Height, 0)),
+                                      (info.Flags & LOADINFO_REVERSED_BITS) != 0};
+    BlockFaults lines;
+    if (standin::InspectLines(filter, stream, lines.Lines) == SUCCESS && !lines.Lines.empty())
+        verdict.Blocks.push_back(std::move(lines));
+    return verdict;
+}
+
+PageVerdict VerifyTiffPage(const standin::Filter& filter, TiffFile& file, unsigned number) {
+    const TiffPage page = OpenTiffPage(file, number);
+    std::string damage;
+    std::vector<BlockFaults> blocks;
+    standin::LoadOptions how;
+    how.DiscardRows = true;
+    const standin::LoadResult trial = LoadTiffPage(filter, file, page, how, damage, &blocks);
+    PageVerdict verdict = VerdictOf(file.Name, trial, damage);
+    verdict.Page = number;
+    verdict.Blocks = std::move(blocks);
+    return verdict;
+}
+
+std::string LineRange(uint32_t first, uint32_t last) {
+    const std::string from = std::to_string(first + 1);
+    return first == last ? "line " + from : "lines " + from + " to " + std::to_string(last + 1);
+}
+
+std::string AsText(const PageVerdict& verdict) {
+    std::string text;
+    const std::string page =
+        verdict.File + ": " + (verdict.Page != 0 ? "page " + std::to_string(verdict.Page) + ": " : "");
+    for (const BlockFaults& block : verdict.Blocks)
+        for (const standin::FaultyLines& lines : block.Lines) {
+            text += page + LineRange(block.FirstRow + lines.First, block.FirstRow + lines.Last);
+            text += block.Name.empty() ? ": " : " (" + block.Name + "): ";
+            text += std::string(standin::FaultText(lines.Fault)) + "\n";
+        }
+    if (text.empty())
+        text = page + (verdict.Damage.empty() ? "good" : "damaged: " + verdict.Damage) + "\n";
+    return text;
+}
+
+std::string AsJson(const PageVerdict& verdict) {
+    nlohmann::ordered_json json{{"file", verdict.File}};
+    if (verdict.Page != 0)
+        json["page"] = verdict.Page;
+    json["status"] = verdict.IsDamaged() ? "damaged" : "good";
+    json["width"] = verdict.Width;
+    json["height"] = verdict.Height;
+    if (!verdict.Damage.empty())
+        json["damage"] = verdict.Damage;
+    auto lines = nlohmann::ordered_json::array();
+    for (const BlockFaults& block : verdict.Blocks)
+        for (const standin::FaultyLines& faulty : block.Lines) {
+            nlohmann::ordered_json entry{{"first", block.FirstRow + faulty.First + 1},
+                                         {"last", block.FirstRow + faulty.Last + 1},
+                                         {"fault", standin::FaultText(faulty.Fault)}};
+            if (!block.Name.empty())
+                entry["block"] = block.Name;
+            lines.push_back(std::move(entry));
+        }
+    json["lines"] = std::move(lines);
+    return JsonLine(json);
+}
+
+void VerifyFile(const standin::Filter& filter, const std::string& file, const VerifyOptions& options,
+                Report& report) {
+    const auto tell = [&](const PageVerdict& verdict) {
+        if (verdict.IsDamaged() && report.Result == Outcome::Good)
+            report.Result = Outcome::Damaged;
+        if (options.Run.Json)
+            report.Text += AsJson(verdict);
+        else if (!options.Run.Quiet || verdict.IsDamaged())
+            report.Text += AsText(verdict);
+    };
+    CheckInput(file);
+    if (IsPicture(file))
+        throw std::runtime_error("a picture, not a fax file: there are no lines to verify");
+    if (!IsTiff(file)) {
+        tell(VerifyRaw(filter, file, options.In));
+        return;
+    }
+    RefuseRawOptions(options.In);
+    TiffFile tiff(file, "rm");
+    const unsigned pages = CountTiffPages(tiff);
+    const auto [first, last] = PageRange(options.In.Page, pages);
+    for (unsigned number = first; number <= last; ++number) {
+        const std::string place = "page " + std::to_string(number) + ": ";
+        try {
+            tell(VerifyTiffPage(filter, tiff, number));
+        } catch (const std::bad_alloc&) {
+            throw;
+        } catch (const std::exception& error) { // the pages behind it may be good
+            Complain(file, place + error.what());
+            report.Result = Outcome::Failed;
+            if (options.Run.Json)
+                report.Text += JsonLine(
+                    {{"file", file}, {"page", number}, {"status", "failed"}, {"error", error.what()}});
+        }
+    }
+}
+
+} // namespace
+
+int VerifyCommand(const standin::Filter& filter, const VerifyOptions& options) {
+    CheckFormatName(options.In);
+    const std::vector<std::string> files = ListInputs(options.Run);
+    return RunBatch(files, options.Run, "good", [&](size_t index, Report& report) {
+        const std::string error =
+            Attempt(files[index], report, [&] { VerifyFile(filter, files[index], options, report); });
+        if (!error.empty() && options.Run.Json)
+            report.Text += JsonLine({{"file", files[index]}, {"status", "failed"}, {"error", error}});
+    });
+}
+
+} // namespace kfax
