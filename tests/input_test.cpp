@@ -59,6 +59,7 @@ TEST_F(DecoderInput, ReadsAskForTheRoom) {
         const size_t setUp = testKernel().trace.size();
         while (run.record.DecodeStatus == 0)
             run.decode(80000);
+        EXPECT_GE(run.record.BitCount, 1);
         Trace trace(testKernel().trace.begin() + static_cast<ptrdiff_t>(setUp) - 1, testKernel().trace.end());
         testKernel().trace.clear();
         return trace;
