@@ -30,10 +30,10 @@ set(CPACK_DEBIAN_RUNTIME_PACKAGE_SECTION libs)
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_DEPENDS libktkrn19)
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_CONTROL_EXTRA ${kffax_ldconfig})
 set(CPACK_DEBIAN_RUNTIME_DESCRIPTION "filter for images in the fax codes of ITU-T T.4 and T.6
-Through this filter an imaging kernel describes, loads and saves black-and-
-white images in the codes of Group 3 (one- and two-dimensional) and Group 4:
-raw streams in either bit order, files with a header, and the strips and tiles
-of containers.")
+Through this filter an imaging kernel describes, loads and saves
+black-and-white images in the codes of Group 3 (one- and two-dimensional) and
+Group 4: raw streams in either bit order, files with a header, and the strips
+and tiles of containers.")
 
 set(CPACK_DEBIAN_KERNEL_PACKAGE_NAME libktkrn19)
 set(CPACK_DEBIAN_KERNEL_PACKAGE_SECTION libs)
@@ -60,7 +60,7 @@ set(CPACK_DEBIAN_TOOL_PACKAGE_DEPENDS
 set(CPACK_DEBIAN_TOOL_DESCRIPTION "describe, check and convert fax files
 kfax tells what a fax file is and where it is damaged, makes pictures (PNG,
 PBM) and TIFF files of it, and fax files of pictures, one or a million, on all
-processors. It reads and writes raw Group 3 and Group 4 streams and black-and-
-white TIFF files.")
+processors. It reads and writes raw Group 3 and Group 4 streams and
+black-and-white TIFF files.")
 
 include(CPack)
