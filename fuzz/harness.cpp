@@ -80,7 +80,9 @@ _LOADINFO LoadInfoOf(const Stream& stream) {
 }
 
 const standin::Filter& TheFilter() {
-    static constexpr standin::Filter FILTER{fltInfo, fltLoad, fltSave, K_LoadTiledFax, K_SaveTiledFax};
+    static constexpr standin::Filter FILTER{fltInfo,        fltLoad,        fltSave,
+                                            K_LoadTiledFax, K_SaveTiledFax, InitDecodeG34,
+                                            QuitDecodeG34,  DecodeG4,       DecodeG3};
     return FILTER;
 }
 
