@@ -46,7 +46,8 @@ kfax=$prefix/bin/kfax
 # A program and its CMakeLists.txt, as they would lie in a directory of the stranger's.
 build() {
     cp -r "$examples/$1" "$1"
-    cmake -G Ninja -S "$1" -B "build-$1" -DCMAKE_PREFIX_PATH="$prefix" -DCMAKE_CXX_FLAGS="-Wall -Wextra -Werror" >log 2>&1 || { cat log; fail "$1 is not configured"; }
+    cmake -G Ninja -S "$1" -B "build-$1" -DCMAKE_PREFIX_PATH="$prefix" \
+        -DCMAKE_CXX_FLAGS="-Wall -Wextra -Werror" >log 2>&1 || { cat log; fail "$1 is not configured"; }
     cmake --build "build-$1" >log 2>&1 || { cat log; fail "$1 does not build"; }
 }
 
