@@ -49,7 +49,7 @@ struct TrialKind {
 struct TrialHistory {
     static constexpr unsigned kKinds = 8;
     static constexpr uint32_t kMarks =
-        kRowWords * sizeof(unsigned short) / sizeof(Landmark) / (TrialKind::kTrials * kKinds);
+        kRowWords * sizeof(unsigned short) / sizeof(Landmark) / TrialKind::kTrials / kKinds;
 
     // scratch: kRowWords elements for as long as the history is used.
     explicit TrialHistory(unsigned short* scratch);
