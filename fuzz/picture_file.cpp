@@ -2,15 +2,13 @@
 // the whole input.
 #include "fuzz/harness.h"
 #include "tools/kfax/commands.h"
+#include "tools/kfax/messages.h"
 #include "tools/kfax/picture.h"
 #include "tools/kfax/picture_input.h"
 #include "tools/kfax/tiff_input.h"
 
 #include <algorithm>
 #include <exception>
-
-// kfax tells warnings on standard error.
-void kfax::Complain(const std::string& /*file*/, const std::string& /*reason*/) {}
 
 namespace {
 
@@ -55,6 +53,7 @@ void fuzz::RunInput(const uint8_t* data, size_t size) {
     if (IsLargePng(data, size))
         return;
     const NamedFile file(Bytes(data, data + size));
+    kfax::BeQuiet();
     try {
         if (kfax::IsTiff(file.Name()))
             LoadPages(file.Name());

@@ -108,12 +108,11 @@ unsigned DecodeG3(CCITTG34* record, unsigned short* rows, unsigned lines) {
     RowOutput output{rows, kRowBudget, 0, lines};
     SetLineWords(output);
     Line line(record);
-    const BlankLineCode blankLine(record);
+    BlankLineCode blankLine(record);
     for (;;) {
         uint32_t blankLines = 0;
         if (blankLine.length != 0)
-            blankLines =
-                ReadBlankLines(line, blankLine, BlankLinesThatFit(record, output, kLeastExtraWords));
+            blankLines = ReadBlankLines(line, blankLine, BlankLinesThatFit(record, output, kLeastExtraWords));
         if (blankLines != 0) {
             FinishBlankLines(record, output, blankLines);
         } else {
@@ -129,6 +128,8 @@ unsigned DecodeG3(CCITTG34* record, unsigned short* rows, unsigned lines) {
                 read = LineRead::NoData;
             if (read == LineRead::Complete && line.remaining != 0)
                 AcceptCodedWidth(line);
+            if (record->Width != blankLine.width) [[unlikely]]
+                blankLine = BlankLineCode(record);
 
             FinishLine(record, output, line.written);
             if (read == LineRead::NoData) {

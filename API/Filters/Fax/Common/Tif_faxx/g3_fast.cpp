@@ -102,7 +102,7 @@ bool ReadFast(Line& line, Edge edge) {
     return complete;
 }
 
-BlankLineCode::BlankLineCode(const CCITTG34* record) {
+BlankLineCode::BlankLineCode(const CCITTG34* record) : width(record->Width) {
     if (HasTagBits(record))
         return;
     const auto append = [&](CodeWord code) {
@@ -112,7 +112,7 @@ BlankLineCode::BlankLineCode(const CCITTG34* record) {
     const bool alignedRows = record->Format == FORMAT_FAX_G3_1D_NOEOL;
     if (!alignedRows)
         append(kEol);
-    uint32_t run = record->Width;
+    uint32_t run = width;
     for (; run >= kLongestCodeRun && length <= kWindowBits; run -= kLongestCodeRun)
         append(RunCode(Colour::White, kLongestCodeRun));
     if (length <= kWindowBits && run >= kTerminatingCodes)

@@ -53,6 +53,7 @@ bool ReadFast(Line& line, Edge edge);
 struct BlankLineCode {
     uint64_t bits = 0;
     unsigned length = 0;
+    uint32_t width;
 
     explicit BlankLineCode(const CCITTG34* record);
 };
