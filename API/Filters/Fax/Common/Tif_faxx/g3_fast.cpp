@@ -9,18 +9,34 @@ namespace {
 
 constexpr unsigned kPairsInBlock = FastBits::kRefilled / kPairIndexBits;
 
-constexpr unsigned kEolZeros = 8;      // no run code begins with so many
-constexpr unsigned kLongestZeros = 40; // of an EOL with fill that are read from one window
+constexpr int kEolZeros = 8;      // no run code begins with so many
+constexpr int kLongestZeros = 40; // of an EOL with fill that are read from one window
 
 } // namespace
 
 bool ReadFast(Line& line, Edge edge) {
-    const int64_t start = line.input.Position();
+    int64_t start = line.input.Position();
     const int64_t end = FastEnd(line.input, line.limit - line.written);
     if (start < 0 || start >= end)
         return false;
 
     CCITTG34* const record = line.record;
+    const uint64_t window = WindowAt(record->Buffer, static_cast<uint64_t>(start));
+    const int zeros = std::countl_zero(window);
+    if (zeros >= kEolZeros && zeros <= kLongestZeros && line.written == 0) {
+        // An EOL in front of the line.
+        start += zeros + 1;
+        if (HasTagBits(record)) {
+            record->NextLineTag =
+                static_cast<int32_t>(AccumulatorAt(record->Buffer, static_cast<uint64_t>(start)));
+            ++start;
+            if (record->NextLineTag >= 0) {
+                line.input.MoveTo(static_cast<uint64_t>(start));
+                return false;
+            }
+        }
+    }
+
     const bool alignedRows = record->Format == FORMAT_FAX_G3_1D_NOEOL;
     uint32_t* const first = record->CodingLine;
     uint32_t* next = first + line.written;
@@ -30,21 +46,6 @@ bool ReadFast(Line& line, Edge edge) {
 
     while (bits.Inside()) {
         bits.Refill();
-        if (bits.Top(kEolZeros) == 0) [[unlikely]] {
-            // An EOL in front of the line.
-            const unsigned zeros = static_cast<unsigned>(std::countl_zero(bits.window));
-            if (next != first || zeros > kLongestZeros)
-                break;
-            bits.Consume(zeros + 1);
-            if (HasTagBits(record)) {
-                record->NextLineTag = static_cast<int32_t>(AccumulatorAt(bits.buffer, bits.Position()));
-                bits.Consume(1);
-                if (record->NextLineTag >= 0)
-                    break;
-            }
-            bits.Refill();
-        }
-
         unsigned pairs = kPairsInBlock;
         do {
             const uint32_t pair = kRunPairs[0][bits.Top(kPairIndexBits)];
