@@ -25,12 +25,9 @@ constexpr unsigned MOST_ROUND_TRIP_PIXELS = 1 << 18;
 constexpr unsigned MOST_DENSE_WIDTH = 249900;
 constexpr size_t BLANK_BYTES = 32;
 
-// Rows without line ends have no trailer either. A decoder drops the last bits of such a stream where its
-// data ends just when the input buffer is refilled: nothing is left then to append zeros to.
+// Rows without line ends have no trailer either that could be dropped.
 bool LosesItsEnd(int format, size_t bytes, bool smallBuffer) {
-    const size_t refill = smallBuffer ? 1536 : 150000; // at the first pair behind so many bytes
-    const size_t rest = bytes % (refill + 2);
-    return format == FORMAT_FAX_G3_1D_NOEOL && bytes >= refill && (rest == 0 || rest >= refill);
+    return format == FORMAT_FAX_G3_1D_NOEOL && fuzz::EndsAtRefill(bytes, smallBuffer);
 }
 
 // Rows from the data, over and over. XOR_ROWS: as what differs from the row above, so that rows resemble one
