@@ -3,6 +3,7 @@
 // takes.
 #include "API/Filters/Fax/Fax.h"
 #include "bench/libtiff_peer.h"
+#include "bench/ratio_reporter.h"
 #include "host/kernel.h"
 
 #include <benchmark/benchmark.h>
@@ -197,17 +198,9 @@ void RegisterHostile() {
 } // namespace bench
 
 int main(int argc, char** argv) {
-    benchmark::Initialize(&argc, argv);
-    if (benchmark::ReportUnrecognizedArguments(argc, argv))
-        return 2;
-    try {
+    return bench::RunAlone(argc, argv, [] {
         bench::RegisterPage(bench::Coding::G3OneDimensional);
         bench::RegisterPage(bench::Coding::G3TwoDimensional);
         bench::RegisterHostile();
-    } catch (const std::exception& error) {
-        std::fprintf(stderr, "%s: %s\n", argv[0], error.what());
-        return 1;
-    }
-    benchmark::RunSpecifiedBenchmarks();
-    return 0;
+    });
 }

@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# scripts/convert-many on local workers: killed half-way as a power failure would, resumed, and then nothing is
+# scripts/convert-many on local workers: killed half-way and without warning, resumed, and then nothing is
 # lost, half-written or done twice.
 set -euo pipefail
 export KFAX=$1

@@ -23,6 +23,20 @@ TEST_F(DecoderInput, SetUpTakesAndReturnsThreeBuffers) {
     EXPECT_TRUE(nothingHeld());
 }
 
+TEST_F(DecoderInput, SetUpAgainAfterAFailedOne) {
+    for (const unsigned failing : {2u, 3u}) {
+        resetTestKernel();
+        CCITTG34 record = {};
+        MemoryFile file({0xAB});
+        testKernel().faultAt = failing;
+        EXPECT_EQ(InitDecodeG34(nullptr, &record, 68, 10, 0, file.handle(), 0, 0), ERROR_NO_MEMORY);
+        EXPECT_EQ(InitDecodeG34(nullptr, &record, 68, 10, 0, file.handle(), 0, 0), SUCCESS);
+        EXPECT_EQ(callsNamed("Free").size(), failing - 1);
+        EXPECT_EQ(testKernel().held, 2200000u);
+        QuitDecodeG34(&record, 1);
+    }
+}
+
 TEST_F(DecoderInput, FieldsAfterSetUp) {
     CodecRun run({0xAB, 0xCD, 0xEF}, {});
     EXPECT_EQ(run.record.BitAccumulator, 0xABCDEF00u);
@@ -45,6 +59,7 @@ TEST_F(DecoderInput, ReadsAskForTheRoom) {
         const size_t setUp = testKernel().trace.size();
         while (run.record.DecodeStatus == 0)
             run.decode(80000);
+        EXPECT_GE(run.record.BitCount, 1);
         Trace trace(testKernel().trace.begin() + static_cast<ptrdiff_t>(setUp) - 1, testKernel().trace.end());
         testKernel().trace.clear();
         return trace;

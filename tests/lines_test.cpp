@@ -45,6 +45,9 @@ const Bits DENSE = repeated(horizontal(1, 1), 3) + V0;
 
 TEST(G4Lines, Modes) {
     expectLines({{"white", 10, "1", 1, "10"},
+                 {"padding for a black run", 10, HORIZONTAL + runBits(false, 2) + repeated("0", 12), 1, "2 8",
+                  0, 0, 0, FORMAT_FAX_G3_1D_NOEOL},
+                 {"exit code at width 0", 0, UNCOMPRESSED + "00000010", 1, "0"},
                  {"begins black", 10, horizontal(0, 3) + V0, 1, "0 3 7"},
                  {"VR1 VL1", 10, LINE_2_5 + VR1 + VL1 + V0, 2, "2 3 5|3 1 6"},
                  {"VR3 VL3", 40, horizontal(10, 10) + V0 + VR3 + VL3 + V0, 2, "10 10 20|13 4 23"},

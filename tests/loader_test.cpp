@@ -91,6 +91,10 @@ TEST_F(RawLoader, RefusesBadArguments) {
     load.bitmap.BitsPerPixel = 8;
     EXPECT_EQ(load.run(), ERROR_NULL_PTR);
     EXPECT_TRUE(testKernel().trace.empty());
+    EXPECT_EQ(K_LoadRawFax(load.dispatch.get(), load.file.handle(), &load.info(), load.fileInfo.get(),
+                           nullptr, nullptr, 8, nullptr),
+              ERROR_NO_CALLBACK); // no bitmap, no depth to refuse
+    resetTestKernel();
     load.bitmap.BitsPerPixel = 1;
     load.callback = nullptr;
     EXPECT_EQ(load.run(), ERROR_NO_CALLBACK);
@@ -229,14 +233,16 @@ Description describeTrialByTrial(const Bytes& bytes) {
 // The buffer holds the files whole, so every read is made although hardly a trial is run to its end.
 TEST_F(RawLoader, TrialsThatAreCutShortEndAsTheyWould) {
     const Bits lines = repeated(runBits(false, 7) + runBits(true, 9), 20) + EOL;
+    const Bits twoDimensional = repeated(runBits(false, 1) + runBits(true, 1), 40) + EOL; // with tags
     const struct {
         Bits head, body, tail;
     } cases[] = {{EOL_EVERY_OTHER_BYTE, EMPTY_RUNS, ""},
                  {EOL_EVERY_OTHER_BYTE, lines, TOO_WIDE},
+                 {EOL_EVERY_OTHER_BYTE, twoDimensional, TOO_WIDE},
                  {EOL + "110110000000", lines, TOO_WIDE}};
     for (const auto& c : cases) {
         SCOPED_TRACE(&c - cases);
-        const Bytes bytes = hostile(c.head, c.body, 22000, c.tail);
+        const Bytes bytes = hostile(c.head, c.body, 20000, c.tail);
         resetTestKernel();
         const Description wanted = describeTrialByTrial(bytes);
         const auto readsAndSeeks = [] {

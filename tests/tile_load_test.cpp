@@ -5,6 +5,11 @@ namespace {
 
 class TiledLoader : public KernelTest {};
 
+extern "C" int countNoRows(_FILEINFOA*, _BITMAPHANDLE*, unsigned short*, unsigned, int, int, void*) {
+    ADD_FAILURE() << "rows";
+    return SUCCESS;
+}
+
 TEST_F(TiledLoader, LoaderCallsInTheirOrder) {
     const Picture picture = pictureOf(100, 20);
     TiledLoad load(picture, 100, 64, 16);
@@ -114,6 +119,17 @@ TEST_F(TiledLoader, WhiteForWhatIsNotThere) {
     }
 }
 
+TEST_F(TiledLoader, DamageIsNotMissingData) {
+    for (const bool corrupt : {true, false}) {
+        resetTestKernel();
+        TiledLoad load(pictureOf(100, 20), 100, 64, 16);
+        const Bits left = horizontal(3, 1) + V0 + V0 + VL3; // of the change before
+        load.put(0, packed(corrupt ? left + repeated("1", 64) : "1"));
+        EXPECT_EQ(load.load(), SUCCESS);
+        EXPECT_EQ(load.dispatch->Status, corrupt ? ERROR_FAX_DATA_CORRUPT : ERROR_FILE_READ);
+    }
+}
+
 TEST_F(TiledLoader, ChunksFitTheRunBuffer) {
     const Picture picture = pictureOf(1728, 300, ALTERNATING);
     TiledLoad load(picture, 1728, 256, 300);
@@ -133,6 +149,14 @@ TEST_F(TiledLoader, LoaderWithoutRowsAndRefusals) {
         EXPECT_EQ(load.load(), -9);
         EXPECT_EQ(callsNamed("Rows"), Trace{"Rows 0 0 31"});
     }
+    load.bitmap.Width = 0;
+    load.bitmap.Height = 20;
+    load.deliveries = 0;
+    resetTestKernel();
+    EXPECT_EQ(load.load(), -9);
+    EXPECT_EQ(callsNamed("Rows"), Trace{"Rows 0 0 31"});
+    load.bitmap.Width = 100;
+    load.bitmap.Height = 0;
     load.fileInfo->Height = 0;
     resetTestKernel();
     EXPECT_EQ(load.load(), SUCCESS);
@@ -148,6 +172,13 @@ TEST_F(TiledLoader, LoaderWithoutRowsAndRefusals) {
     EXPECT_EQ(load.load(), ERROR_INV_PARAMETER);
     load.callback = nullptr;
     EXPECT_EQ(load.load(), ERROR_NULL_PTR);
+    for (int missing = 0; missing < 5; ++missing)
+        EXPECT_EQ(K_LoadTiledFax(missing == 0 ? nullptr : load.dispatch.get(), load.file.handle(),
+                                 missing == 1 ? nullptr : &load.info(),
+                                 missing == 2 ? nullptr : &load.grid.info,
+                                 missing == 3 ? nullptr : load.fileInfo.get(),
+                                 missing == 4 ? nullptr : &load.bitmap, countNoRows, 1, nullptr, nullptr),
+                  ERROR_NULL_PTR);
     EXPECT_TRUE(testKernel().trace.empty());
     load.callback = load.dispatch->RowCallback;
     load.grid.info.TileHeight = 16;

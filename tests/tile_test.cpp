@@ -203,6 +203,13 @@ TEST_F(Tiles, OneTileLeavesTheRestOfTheRow) {
         EXPECT_EQ(save.file.bytes, wanted);
         for (size_t i = 0; i < 8; ++i)
             EXPECT_EQ(row[i], invert ? static_cast<uint8_t>(~picture[4][i]) : picture[4][i]);
+        // Without rows it is white.
+        save.saveBitmap.Height = -1;
+        save.file.position = 0;
+        EXPECT_EQ(SaveFaxTile(save.dispatch.get(), save.file.handle(), &codec, 68, &info, 0, 3, 8, 5, invert,
+                              nullptr, &save.saveBitmap, save.saveFile.get(), row.data(), 0),
+                  SUCCESS);
+        EXPECT_EQ(save.file.bytes, Bytes(20));
     }
 }
 

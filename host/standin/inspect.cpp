@@ -62,7 +62,11 @@ struct Inspection {
     Padded<_LOADDISPATCH> Dispatch{};
     CCITTG34 Codec{};
 
+    Inspection(const Filter& filter, const CodedStream& stream, std::vector<FaultyLines>& faults)
+        : ToolFilter(filter), Stream(stream), Faults(faults) {}
     ~Inspection() { ToolFilter.QuitDecode(&Codec, 1); }
+    Inspection(const Inspection&) = delete;
+    Inspection& operator=(const Inspection&) = delete;
 
     void Add(LineFault fault, uint32_t first, uint32_t last) {
         if (!Faults.empty() && Faults.back().Last >= first)
@@ -147,7 +151,7 @@ int InspectLines(const Filter& filter, const CodedStream& stream, std::vector<Fa
     const MemoryHandle memory(REDIRECT_READ, stream.Bytes, stream.Size);
     if (memory.Status != SUCCESS)
         return memory.Status;
-    Inspection inspection{filter, stream, faults};
+    Inspection inspection(filter, stream, faults);
     const int status = filter.InitDecode(&inspection.Dispatch.Declared, &inspection.Codec,
                                          static_cast<unsigned>(stream.Format), stream.Width,
                                          stream.Reversed ? FAX_REVERSE_BITS : 0, memory.Handle, 0, 0);

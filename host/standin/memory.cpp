@@ -2,18 +2,21 @@
 // tracking costs no allocation of its own. The lists are sharded by address to keep threads apart.
 //
 // Filters take working areas of a few fixed sizes on every call. Each thread keeps the last large blocks it
-// gave back and hands them out again, or every call would pay for mapping and clearing fresh pages.
+// gave back and hands them out again, or every call would pay for mapping and clearing fresh pages. Such
+// blocks stay in their list, marked as not held: giving them back and taking them again needs no lock.
 #include "host/standin/memory.h"
 
 #include "host/kernel.h"
 #include "host/standin/standin.h"
 
 #include <array>
+#include <atomic>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <mutex>
+#include <new>
 #include <utility>
 
 namespace standin {
@@ -24,12 +27,14 @@ struct alignas(std::max_align_t) BlockHeader {
     BlockHeader* Previous;
     BlockHeader* Next;
     size_t Bytes;
-    const char* Path;
-    int Line;
-    unsigned Mark; // HELD while the block is held
+    // Read by whoever asks what is held, while the block's thread may be at work on them.
+    std::atomic<const char*> Path;
+    std::atomic<int> Line;
+    std::atomic<unsigned> Mark;
 };
 
 constexpr unsigned HELD = 0x4B484C44;
+constexpr unsigned KEPT = 0x4B455054; // by the thread that gave it back
 constexpr size_t SHARDS = 16;
 
 struct alignas(64) Shard {
@@ -54,6 +59,33 @@ constexpr bool KEEPS_BLOCKS = true;
 constexpr size_t SMALLEST_KEPT = 64 << 10;
 constexpr size_t LARGEST_KEPT = 2 << 20;
 
+Shard& ShardOf(const BlockHeader* block) {
+    const auto address = reinterpret_cast<uintptr_t>(block);
+    return shards[(address >> 12 ^ address >> 6) % SHARDS];
+}
+
+void Link(BlockHeader* block) {
+    Shard& shard = ShardOf(block);
+    const std::lock_guard lock(shard.Mutex);
+    block->Previous = nullptr;
+    block->Next = shard.First;
+    if (block->Next != nullptr)
+        block->Next->Previous = block;
+    shard.First = block;
+}
+
+// Takes a block out of its list and gives it back to the C library.
+void Drop(BlockHeader* block) {
+    {
+        Shard& shard = ShardOf(block);
+        const std::lock_guard lock(shard.Mutex);
+        (block->Previous != nullptr ? block->Previous->Next : shard.First) = block->Next;
+        if (block->Next != nullptr)
+            block->Next->Previous = block->Previous;
+    }
+    std::free(block);
+}
+
 // What a thread gave back, sorted by nothing: there are few.
 struct KeptBlocks {
     std::array<BlockHeader*, 8> Slots{};
@@ -64,7 +96,8 @@ struct KeptBlocks {
     KeptBlocks& operator=(const KeptBlocks&) = delete;
     ~KeptBlocks() {
         for (BlockHeader* block : Slots)
-            std::free(block);
+            if (block != nullptr)
+                Drop(block);
     }
 };
 
@@ -82,23 +115,14 @@ BlockHeader* TakeKept(size_t bytes) {
     return nullptr;
 }
 
-void FreeBlock(BlockHeader* block) {
-    if (!IsKept(block->Bytes)) {
-        std::free(block);
-        return;
-    }
+void Keep(BlockHeader* block) {
     for (BlockHeader*& slot : kept.Slots)
         if (slot == nullptr) {
             slot = block;
             return;
         }
-    std::free(std::exchange(kept.Slots[kept.Next], block));
+    Drop(std::exchange(kept.Slots[kept.Next], block));
     kept.Next = (kept.Next + 1) % kept.Slots.size();
-}
-
-Shard& ShardOf(const BlockHeader* block) {
-    const auto address = reinterpret_cast<uintptr_t>(block);
-    return shards[(address >> 12 ^ address >> 6) % SHARDS];
 }
 
 } // namespace
@@ -108,23 +132,21 @@ void* AllocateTracked(size_t bytes, bool zeroed, int line, const char* path) {
         errno = ENOMEM;
         return nullptr;
     }
-    const size_t whole = bytes + sizeof(BlockHeader);
     BlockHeader* block = zeroed ? nullptr : TakeKept(bytes);
-    if (block == nullptr)
-        block = static_cast<BlockHeader*>(zeroed ? std::calloc(1, whole) : std::malloc(whole));
-    if (block == nullptr)
-        return nullptr;
-    block->Bytes = bytes;
-    block->Path = path;
-    block->Line = line;
-    block->Mark = HELD;
-    block->Previous = nullptr;
-    Shard& shard = ShardOf(block);
-    const std::lock_guard lock(shard.Mutex);
-    block->Next = shard.First;
-    if (block->Next != nullptr)
-        block->Next->Previous = block;
-    shard.First = block;
+    const bool fresh = block == nullptr;
+    if (fresh) {
+        const size_t whole = bytes + sizeof(BlockHeader);
+        void* memory = zeroed ? std::calloc(1, whole) : std::malloc(whole);
+        if (memory == nullptr)
+            return nullptr;
+        block = new (memory) BlockHeader;
+        block->Bytes = bytes;
+    }
+    block->Path.store(path, std::memory_order_relaxed);
+    block->Line.store(line, std::memory_order_relaxed);
+    block->Mark.store(HELD, std::memory_order_relaxed);
+    if (fresh)
+        Link(block);
     return block + 1;
 }
 
@@ -132,20 +154,18 @@ void FreeTracked(void* memory, int line, const char* path) {
     if (memory == nullptr)
         return;
     auto* block = static_cast<BlockHeader*>(memory) - 1;
-    Shard& shard = ShardOf(block);
-    {
-        const std::lock_guard lock(shard.Mutex);
-        if (block->Mark != HELD) {
-            std::fprintf(stderr, "kernel: %s:%d frees a block that is not held\n",
-                         path != nullptr ? path : "?", line);
-            std::abort();
-        }
-        block->Mark = 0;
-        (block->Previous != nullptr ? block->Previous->Next : shard.First) = block->Next;
-        if (block->Next != nullptr)
-            block->Next->Previous = block->Previous;
+    unsigned mark = HELD;
+    if (!block->Mark.compare_exchange_strong(mark, KEPT, std::memory_order_relaxed)) {
+        std::fprintf(stderr, "kernel: %s:%d frees a block that is not held\n", path != nullptr ? path : "?",
+                     line);
+        std::abort();
     }
-    FreeBlock(block);
+    if (IsKept(block->Bytes)) {
+        Keep(block);
+    } else {
+        block->Mark.store(0, std::memory_order_relaxed);
+        Drop(block);
+    }
 }
 
 HeldMemory HeldAllocations() {
@@ -153,8 +173,12 @@ HeldMemory HeldAllocations() {
     for (Shard& shard : shards) {
         const std::lock_guard lock(shard.Mutex);
         for (const BlockHeader* block = shard.First; block != nullptr; block = block->Next) {
+            if (block->Mark.load(std::memory_order_relaxed) != HELD)
+                continue;
             held.Bytes += block->Bytes;
-            held.Blocks.push_back({block->Bytes, block->Line, block->Path != nullptr ? block->Path : ""});
+            const char* const path = block->Path.load(std::memory_order_relaxed);
+            held.Blocks.push_back(
+                {block->Bytes, block->Line.load(std::memory_order_relaxed), path != nullptr ? path : ""});
         }
     }
     return held;

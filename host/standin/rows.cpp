@@ -190,9 +190,21 @@ int K_ExpandRows(const unsigned short* runs, unsigned char* destination, unsigne
     if (rowCount != 0 && (runs == nullptr || destination == nullptr))
         return ERROR_NULL_PTR;
     const size_t rowBytes = standin::PackedRowBytes(width);
-    for (; rowCount != 0; --rowCount) {
-        runs = standin::ExpandRow(runs, destination, width);
-        destination += rowBytes;
+    while (rowCount != 0) {
+        // White rows come in stretches, a single run each.
+        unsigned rows = 0;
+        while (rows < rowCount && standin::RunCount(runs) == 1) {
+            runs += standin::ROW_HEADER_WORDS + 1;
+            ++rows;
+        }
+        if (rows != 0) {
+            std::memset(destination, 0, rowBytes * rows);
+        } else {
+            runs = standin::ExpandRow(runs, destination, width);
+            rows = 1;
+        }
+        destination += rowBytes * rows;
+        rowCount -= rows;
     }
     return SUCCESS;
 }

@@ -17,6 +17,7 @@
 #include <deque>
 #include <map>
 #include <mutex>
+#include <system_error>
 #include <thread>
 
 namespace kfax {
@@ -165,8 +166,13 @@ int RunBatch(const std::vector<std::string>& names, const BatchOptions& options,
         Workers workers(run);
         const size_t wanted =
             options.Jobs != 0 ? options.Jobs : std::max(std::thread::hardware_concurrency(), 1u);
-        for (size_t i = 0; i < std::min(wanted, run.Count); ++i)
-            workers.Threads.emplace_back([&] { WorkOn(run, names, work); });
+        try {
+            while (workers.Threads.size() < std::min(wanted, run.Count))
+                workers.Threads.emplace_back([&] { WorkOn(run, names, work); });
+        } catch (const std::system_error&) { // the system has no more threads to give
+            if (workers.Threads.empty())
+                throw;
+        }
         for (size_t index = 0; index < run.Count; ++index) {
             const Report report = WaitFor(run, index, bar);
             Tell(report);

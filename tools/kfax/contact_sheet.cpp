@@ -53,7 +53,7 @@ void AddBlack(const uint8_t* row, size_t rowBytes, const std::vector<Span>& span
     for (size_t byte = 0; byte < rowBytes; ++byte)
         before[byte + 1] = before[byte] + BLACK_BITS[row[byte]];
     const auto blackBefore = [&](size_t x) {
-        return before[x / 8] + (x % 8 != 0 ? BLACK_BITS[row[x / 8] >> (8 - x % 8)] : 0u);
+        return before[x / 8] + (x % 8 != 0 ? BLACK_BITS[unsigned{row[x / 8]} >> (8 - x % 8)] : 0u);
     };
     for (size_t i = 0; i < spans.size(); ++i)
         black[i] += blackBefore(spans[i].Last) - blackBefore(spans[i].First);

@@ -60,17 +60,23 @@ void MakeDirectory(const std::string& directory) {
         throw FileError(directory, SystemReason(error.value()));
 }
 
+// An empty file is what a crash of the machine can leave of one that was just renamed.
+bool IsThere(const std::string& output) {
+    std::error_code error;
+    const auto size = std::filesystem::file_size(output, error);
+    return !error && size != 0;
+}
+
 // The last output of an input is written last, and each appears whole.
 bool IsDone(const Conversion& conversion) {
-    std::error_code error;
     const std::string& output = conversion.Out.File;
-    if (std::filesystem::exists(output, error))
+    if (IsThere(output))
         return true;
     // A file of several pages has numbered outputs instead.
-    if (conversion.Out.Kind == OutputKind::Tiff || !std::filesystem::exists(Numbered(output, 1), error))
+    if (conversion.Out.Kind == OutputKind::Tiff || !IsThere(Numbered(output, 1)))
         return false;
     const unsigned count = WantedCount(conversion);
-    return IsNumbered(conversion, count) && std::filesystem::exists(Numbered(output, count), error);
+    return IsNumbered(conversion, count) && IsThere(Numbered(output, count));
 }
 
 std::string AsJson(const std::string& input, const Report& report, const Converted& converted,

@@ -4,6 +4,7 @@
 #include "tools/kfax/formats.h"
 #include "tools/kfax/input.h"
 #include "tools/kfax/json_line.h"
+#include "tools/kfax/messages.h"
 #include "tools/kfax/pages.h"
 #include "tools/kfax/picture_input.h"
 #include "tools/kfax/progress.h"
@@ -157,13 +158,16 @@ int InfoCommand(const standin::Filter& filter, const InfoOptions& options) {
             const unsigned pages = CountTiffPages(tiff);
             const auto [first, last] = PageRange(options.Page, pages);
             for (unsigned number = first; number <= last; ++number) {
-                Report one;
-                const std::string error =
-                    Attempt(file, one, [&] { tell(ExaminePage(filter, tiff, number, pages)); });
-                if (error.empty())
-                    continue;
-                tellError("page " + std::to_string(number) + ": " + error);
-                report.Result = Outcome::Failed;
+                try {
+                    tell(ExaminePage(filter, tiff, number, pages));
+                } catch (const std::bad_alloc&) {
+                    throw;
+                } catch (const std::exception& error) { // the pages behind it may be good
+                    const std::string reason = "page " + std::to_string(number) + ": " + error.what();
+                    Complain(file, reason);
+                    tellError(reason);
+                    report.Result = Outcome::Failed;
+                }
             }
         };
         const std::string error = Attempt(file, report, [&] {

@@ -90,7 +90,7 @@ struct Unfinished {
     Unfinished(const Unfinished&) = delete;
     Unfinished& operator=(const Unfinished&) = delete;
 
-    void Finish(const std::string& target) {
+    void Finish(const std::string& target) const {
         const std::lock_guard lock(filesLock);
         if (chmod(Name.c_str(), FinalMode(target)) != 0 || std::rename(Name.c_str(), target.c_str()) != 0)
             ThrowErrno();

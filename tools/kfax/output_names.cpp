@@ -20,7 +20,7 @@ path PlaceOf(const std::string& input, const OutputNaming& naming) {
         throw FileError(input, "names no file; list files only");
     if (!naming.KeepTree)
         return whole.filename();
-    const path below = whole.relative_path();
+    path below = whole.relative_path();
     if (*below.begin() == "..")
         throw FileError(input,
                         "lies above the current directory, where --keep-tree has no place for its output; "

@@ -125,8 +125,7 @@ private:
         if (trial.next == trial.count || trial.marks[trial.next].position != here.position)
             return false;
         const Landmark& there = trial.marks[trial.next];
-        const bool same = there.width == here.width && there.reference[0] == here.reference[0] &&
-                          there.reference[1] == here.reference[1];
+        const bool same = there.width == here.width && there.reference == here.reference;
         if (!same && there.lines < trial.oneDimensionalAfter)
             return false;
         if (trial.width > kWidestProbed) {
@@ -134,7 +133,7 @@ private:
             return true;
         }
         const int all = *lines + trial.lines - static_cast<int>(there.lines);
-        if (all >= kFewestLinesProbed && (trial.width != 0 || here.width != 0))
+        if (all >= kFewestLinesProbed)
             return false;
         *lines = all;
         return true;

@@ -10,6 +10,8 @@
 #include "API/Filters/Fax/Common/Tif_faxx.h"
 #include "API/Filters/Fax/Common/Tif_faxx/limits.h"
 
+#include <array>
+
 namespace faxx {
 
 inline constexpr uint32_t kWidestProbed = 200000;
@@ -18,10 +20,10 @@ inline constexpr uint64_t kReadUnshared = 32'000'000;
 
 // A place where a one-dimensional line is due, or an EOL in front of it, and what else matters there.
 struct Landmark {
-    uint32_t position;     // in bits, from the start of the handle
-    uint32_t lines;        // before it
-    uint32_t width;        // of the longest of them
-    uint32_t reference[2]; // a hash of the reference line, where two-dimensional lines may follow
+    uint32_t position;                 // in bits, from the start of the handle
+    uint32_t lines;                    // before it
+    uint32_t width;                    // of the longest of them
+    std::array<uint32_t, 2> reference; // a hash of the reference line, where two-dimensional lines may follow
 };
 
 struct Trial {

@@ -122,6 +122,8 @@ uint32_t ListLength(const uint32_t* list) {
 uint32_t BlankLinesThatFit(const CCITTG34* record, const RowOutput& output, uint32_t extraWords) {
     const int32_t words = static_cast<int32_t>(kRowHeaderWords + RunWords(record->Width));
     const int32_t spare = output.budget - static_cast<int32_t>(record->Width + extraWords);
+    if (spare >= int64_t{words} * output.linesLeft) [[likely]]
+        return output.linesLeft; // as for all but the last lines of a call: no need to divide
     const uint32_t fit = spare < 0 ? 1 : static_cast<uint32_t>(spare / words) + 1;
     return fit < output.linesLeft ? fit : output.linesLeft;
 }
