@@ -79,6 +79,8 @@ void fuzz::RunInput(const uint8_t* data, size_t size) {
     Require(again.Status == SUCCESS, "the raw loader's status");
     if (accepted)
         Require((batches ? other : sink).Pixels == pixels, "both loaders see the same pixels");
+    if (EndsAtRefill(block.size(), true) || EndsAtRefill(block.size(), false))
+        return;
     // Damage that a decoder stops at takes effect from its next call on.
     const bool whole = raw.DataStatus == 0 || again.DataStatus == 0;
     if (whole && MostRowWords(stream, block.size()) < CALL_BUDGET)

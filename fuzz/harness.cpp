@@ -79,6 +79,12 @@ _LOADINFO LoadInfoOf(const Stream& stream) {
     return info;
 }
 
+bool EndsAtRefill(size_t bytes, bool smallBuffer) {
+    const size_t refill = smallBuffer ? 1536 : 150000; // at the first pair behind so many bytes
+    const size_t rest = bytes % (refill + 2);
+    return bytes >= refill && (rest == 0 || rest >= refill);
+}
+
 const standin::Filter& TheFilter() {
     static constexpr standin::Filter FILTER{fltInfo,        fltLoad,        fltSave,
                                             K_LoadTiledFax, K_SaveTiledFax, InitDecodeG34,

@@ -61,6 +61,10 @@ void PutWord(Bytes& input, unsigned value);
 
 _LOADINFO LoadInfoOf(const Stream& stream);
 
+// Whether a stream ends just where a decoder refills its input buffer. Nothing is left then to append zeros
+// to, and its last bits are dropped: all that may depend on the size of the buffer.
+bool EndsAtRefill(size_t bytes, bool smallBuffer);
+
 // The filter that the target is linked with.
 const standin::Filter& TheFilter();
 
