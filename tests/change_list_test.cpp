@@ -12,7 +12,7 @@ std::vector<uint32_t> changesOf(const std::vector<uint8_t>& row, uint32_t width)
     std::vector<uint32_t> changes;
     unsigned before = 0;
     for (uint32_t x = 0; x < width; ++x) {
-        const unsigned pixel = row[x / 8] >> (7 - x % 8) & 1u;
+        const unsigned pixel = unsigned{row[x / 8]} >> (7 - x % 8) & 1u;
         if (pixel != before)
             changes.push_back(width - x);
         before = pixel;
