@@ -7,6 +7,7 @@
 #include "host/standin/rows.h"
 
 #include "host/kernel.h"
+#include "host/standin/dense_runs.h"
 
 #include <algorithm>
 #include <array>
@@ -16,6 +17,9 @@
 namespace standin {
 
 namespace {
+
+// Rows of shorter runs than this on an average are worth the wider steps.
+constexpr size_t DENSE_PIXELS_PER_RUN = 6;
 
 uint64_t LoadWord(const unsigned char* bytes) {
     uint64_t word;
@@ -90,17 +94,15 @@ uint32_t RunCount(const unsigned short* row) {
     return count;
 }
 
-const unsigned short* ExpandRow(const unsigned short* row, unsigned char* packed, size_t width) {
-    const unsigned short* run = row + ROW_HEADER_WORDS;
-    const unsigned short* const end = run + RunCount(row);
-    std::memset(packed, 0, PackedRowBytes(width));
+namespace {
 
+// Adds the runs that begin at column x, with the pixels left of it that are in its word already.
+const unsigned short* AddRuns(const unsigned short* run, const unsigned short* end, unsigned char* packed,
+                              size_t width, size_t x, uint64_t pixels) {
     // Runs that end in a word lying whole within the row. The word being filled is kept in a register and
     // stored with every run that touches it: nothing is loaded back.
     const size_t wholeWords = width / 64 * 64;
-    size_t x = 0;
-    size_t filled = 0; // index of the word being filled
-    uint64_t pixels = 0;
+    size_t filled = x / 64; // index of the word being filled
     while (end - run >= 2) {
         const size_t first = x + run[0];
         const size_t last = first + run[1];
@@ -131,6 +133,22 @@ const unsigned short* ExpandRow(const unsigned short* row, unsigned char* packed
         FillBlack(packed, first, std::min(x, width));
     }
     return end;
+}
+
+} // namespace
+
+const unsigned short* ExpandRow(const unsigned short* row, unsigned char* packed, size_t width) {
+    const unsigned short* const runs = row + ROW_HEADER_WORDS;
+    const size_t count = RunCount(row);
+    std::memset(packed, 0, PackedRowBytes(width));
+    if (count * DENSE_PIXELS_PER_RUN < width || !CanAddDenseRuns()) [[likely]]
+        return AddRuns(runs, runs + count, packed, width, 0, 0);
+    size_t x = 0;
+    const size_t done = AddDenseRuns(runs, count, packed, width, &x);
+    uint64_t pixels = 0;
+    if (x / 64 < width / 64)
+        std::memcpy(&pixels, packed + x / 64 * 8, sizeof pixels);
+    return AddRuns(runs + done, runs + count, packed, width, x, pixels);
 }
 
 unsigned short* CompressRow(const unsigned char* packed, size_t width, unsigned short* row) {

@@ -1,0 +1,16 @@
+// Rows with a change every few pixels, as in dithered pictures, expanded eight runs at a time.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+namespace standin {
+
+// Whether the processor has what AddDenseRuns needs.
+bool CanAddDenseRuns();
+
+// Adds the runs' black pixels to a cleared packed row of width pixels, as long as 64 pixels of the row and
+// eight runs remain. Returns how many runs were done, a multiple of eight, and the column behind them in *x.
+size_t AddDenseRuns(const unsigned short* runs, size_t count, unsigned char* packed, size_t width, size_t* x);
+
+} // namespace standin

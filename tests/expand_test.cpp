@@ -1,0 +1,49 @@
+// Rows of every density, too long and too short ones among them, expanded as pixel by pixel.
+#include "host/kernel.h"
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <random>
+#include <vector>
+
+namespace {
+
+std::vector<uint8_t> expanded(const std::vector<unsigned short>& runs, unsigned width) {
+    std::vector<uint8_t> packed((width + 7) / 8);
+    size_t x = 0;
+    for (size_t i = 0; i < runs.size(); ++i)
+        for (unsigned n = 0; n < runs[i] && x < width; ++n, ++x)
+            if (i % 2 != 0)
+                packed[x / 8] |= static_cast<uint8_t>(0x80 >> x % 8);
+    return packed;
+}
+
+TEST(ExpandRows, EveryDensityAndLength) {
+    std::mt19937 random(11);
+    for (const unsigned width : {1u, 8u, 63u, 64u, 65u, 200u, 1728u, 2563u}) {
+        for (const unsigned longest : {1u, 3u, 9u, 40u, 800u}) {
+            for (const unsigned rare : {0u, 70u, 65535u}) { // a run of that length now and then
+                for (const unsigned pixels : {width / 2, width, width + 99}) {
+                    std::vector<unsigned short> runs;
+                    for (unsigned sum = 0; sum < pixels; sum += runs.back())
+                        runs.push_back(static_cast<unsigned short>(
+                            rare != 0 && random() % 50 == 0 ? rare : random() % (longest + 1)));
+                    std::vector<unsigned short> row(2);
+                    const auto count = static_cast<uint32_t>(runs.size());
+                    std::memcpy(row.data(), &count, sizeof count);
+                    row.insert(row.end(), runs.begin(), runs.end());
+
+                    std::vector<uint8_t> expected = expanded(runs, width);
+                    std::vector<uint8_t> packed(expected.size() + 8, 0xA5);
+                    expected.resize(packed.size(), 0xA5);
+                    ASSERT_EQ(K_ExpandRows(row.data(), packed.data(), width, 1), SUCCESS);
+                    ASSERT_EQ(packed, expected)
+                        << "width " << width << ", runs up to " << longest << ", rarely " << rare;
+                }
+            }
+        }
+    }
+}
+
+} // namespace
