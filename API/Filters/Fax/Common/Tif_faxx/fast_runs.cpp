@@ -1,28 +1,51 @@
 #include "API/Filters/Fax/Common/Tif_faxx/fast_runs.h"
 
+#include <algorithm>
+
 namespace faxx {
 namespace {
 
-constexpr RunPairTable BuildPairs(Colour firstColour) {
-    RunPairTable table{};
-    for (uint32_t first = 0; first < kTerminatingCodes; ++first) {
-        const CodeWord firstCode = RunCode(firstColour, first);
-        for (uint32_t second = 0; second < kTerminatingCodes; ++second) {
-            const CodeWord secondCode = RunCode(Opposite(firstColour), second);
-            const uint32_t bits = firstCode.length + secondCode.length;
-            if (bits > kPairIndexBits)
-                continue;
-            const uint32_t spare = kPairIndexBits - bits;
-            const uint32_t index = (firstCode.bits << secondCode.length | secondCode.bits) << spare;
-            for (uint32_t i = 0; i < 1u << spare; ++i)
-                table[index + i] = bits << 16 | second << 8 | first;
-        }
+constexpr uint32_t kMostRuns = 2;
+
+struct Steps {
+    std::array<RunStep, 2 << kStepIndexBits> table;
+
+    // Enters the codes read so far at every index that begins with them, and over that all codes that may
+    // follow and fit.
+    constexpr void Enter(Colour start, CodeWord read, Colour due, const uint32_t (&run)[kMostRuns],
+                         uint32_t runs) {
+        const uint32_t spare = kStepIndexBits - read.length;
+        const auto of = [](Colour colour) { return static_cast<uint32_t>(colour) << kStepIndexBits; };
+        if (read.length != 0)
+            std::fill_n(table.begin() + of(start) + (read.bits << spare), 1 << spare,
+                        RunStep{static_cast<uint16_t>(run[0]), static_cast<uint16_t>(run[0] + run[1]),
+                                static_cast<uint16_t>(of(due)), static_cast<uint8_t>(read.length),
+                                static_cast<uint8_t>(runs)});
+        if (runs == kMostRuns)
+            return;
+        ForEachCodedRun([&](uint32_t length) {
+            const CodeWord code = RunCode(due, length);
+            const bool ends = length < kTerminatingCodes;
+            if (code.length > spare || (runs != 0 && !ends))
+                return;
+            uint32_t with[kMostRuns] = {run[0], run[1]};
+            with[runs] += length;
+            Enter(start, {read.bits << code.length | code.bits, read.length + code.length},
+                  ends ? Opposite(due) : due, with, runs + ends);
+        });
     }
-    return table;
+};
+
+constexpr auto BuildSteps() {
+    Steps steps{};
+    steps.table.fill({0, kNoStep, 0, 0, 0});
+    for (const Colour colour : {Colour::White, Colour::Black})
+        steps.Enter(colour, {0, 0}, colour, {0, 0}, 0);
+    return steps.table;
 }
 
 } // namespace
 
-constexpr std::array<RunPairTable, 2> kRunPairs = {BuildPairs(Colour::White), BuildPairs(Colour::Black)};
+constexpr std::array<RunStep, 2 << kStepIndexBits> kRunSteps = BuildSteps();
 
 } // namespace faxx

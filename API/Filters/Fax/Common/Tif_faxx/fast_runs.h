@@ -1,4 +1,4 @@
-// Two runs from one look-up, and from one 64-bit window where they are longer.
+// Two runs from one look-up, and runs of any length from one 64-bit window.
 #pragma once
 
 #include "API/Filters/Fax/Common/Tif_faxx/decode_tables.h"
@@ -8,18 +8,33 @@
 
 namespace faxx {
 
-// A run and the one of the other colour after it.
-struct RunPair {
-    uint32_t first;
-    uint32_t second;
-    uint32_t bits;
+inline constexpr unsigned kStepIndexBits = 11;
+
+// What the next bits say where a run of one colour is due: up to two whole runs, or the make-up codes of one
+// whose terminating code does not fit. Where not even a code fits, or there is none, both is kNoStep.
+struct alignas(8) RunStep {
+    uint16_t first; // run, or its make-up part
+    uint16_t both;  // runs together
+    uint16_t after; // index of the steps for the colour due next
+    uint8_t bits;
+    uint8_t runs; // that end here
 };
 
-inline constexpr unsigned kPairIndexBits = 12;
+inline constexpr uint16_t kNoStep = UINT16_MAX;
 
-// An entry is bits << 16 | second run << 8 | first run, 0 where not both runs are terminating codes that fit.
-using RunPairTable = std::array<uint32_t, 1 << kPairIndexBits>;
-extern const std::array<RunPairTable, 2> kRunPairs; // by the first run's colour
+// The steps for a white run, then those for a black one.
+extern const std::array<RunStep, 2 << kStepIndexBits> kRunSteps;
+
+inline const RunStep* StepsFor(Colour colour) {
+    return kRunSteps.data() + (static_cast<size_t>(colour) << kStepIndexBits);
+}
+
+// The bits of steps[index]. Everything that follows waits for them: an address of their own, instead of one
+// that the other fields share, brings them a cycle sooner.
+inline uint32_t BitsOfStep(const RunStep* steps, uint64_t index) {
+    asm("" : "+r"(index));
+    return steps[index].bits;
+}
 
 // Bits of a window that was just refilled, less those of a mode code in front of the runs.
 inline constexpr unsigned kRunWindowBits = 53;
@@ -39,18 +54,6 @@ inline bool ReadWindowRun(uint64_t window, Colour colour, uint32_t* run, uint32_
         if (RunLength(entry) < kTerminatingCodes) [[likely]]
             return true;
     }
-}
-
-// Reads the two runs that a window of at least kRunWindowBits begins with.
-inline bool ReadRunPair(uint64_t window, Colour firstColour, RunPair* pair) {
-    const uint32_t entry = kRunPairs[static_cast<size_t>(firstColour)][window >> (64 - kPairIndexBits)];
-    if (entry != 0) [[likely]] {
-        *pair = {entry & 0xFF, entry >> 8 & 0xFF, entry >> 16};
-        return true;
-    }
-    pair->bits = 0;
-    return ReadWindowRun(window, firstColour, &pair->first, &pair->bits) &&
-           ReadWindowRun(window, Opposite(firstColour), &pair->second, &pair->bits);
 }
 
 } // namespace faxx

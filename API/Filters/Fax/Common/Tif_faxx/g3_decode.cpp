@@ -34,22 +34,24 @@ LineRead ReadLine(Line& line) {
         if (line.record->NextLineTag >= 0)
             return LineRead::TwoDimensional;
 
-        switch (ReadRun<Colour::White>(line.input, line.remaining)) {
-        case RunRead::Complete:
-            break;
-        case RunRead::NoCode:
-            if (!ReadEol(line.input, line.record))
+        if (line.Due() == Colour::White) {
+            switch (ReadRun<Colour::White>(line.input, line.remaining)) {
+            case RunRead::Complete:
+                break;
+            case RunRead::NoCode:
+                if (!ReadEol(line.input, line.record))
+                    return LineRead::NoData;
+                if (line.written == 0)
+                    continue; // an EOL in front of the line
+                line.remaining = 0;
+                return LineRead::Complete;
+            case RunRead::NoData:
                 return LineRead::NoData;
-            if (line.written == 0)
-                continue; // an EOL in front of the line
-            line.remaining = 0;
-            return LineRead::Complete;
-        case RunRead::NoData:
-            return LineRead::NoData;
+            }
+            AppendInside(line);
+            if (line.ReachedEdge() && (alignedRows || line.input.Top(kEmptyBlackRunBits) != kEmptyBlackRun))
+                return LineRead::Complete;
         }
-        AppendInside(line);
-        if (line.ReachedEdge() && (alignedRows || line.input.Top(kEmptyBlackRunBits) != kEmptyBlackRun))
-            return LineRead::Complete;
 
         switch (ReadRun<Colour::Black>(line.input, line.remaining)) {
         case RunRead::Complete:

@@ -1,5 +1,5 @@
-// The plain decoder (g3_decode.cpp) defines what happens; this one reads two short runs from one look-up of a
-// 64-bit window (fast_bits.h), and leaves everything out of the ordinary to it.
+// The plain decoder (g3_decode.cpp) defines what happens; this one reads up to two runs from one look-up of
+// a 64-bit window (fast_bits.h), and leaves everything out of the ordinary to it.
 #include "API/Filters/Fax/Common/Tif_faxx/fast_bits.h"
 #include "API/Filters/Fax/Common/Tif_faxx/fast_runs.h"
 #include "API/Filters/Fax/Common/Tif_faxx/g3_line.h"
@@ -7,17 +7,15 @@
 namespace faxx::g3 {
 namespace {
 
-constexpr unsigned kPairsInBlock = FastBits::kRefilled / kPairIndexBits;
+constexpr unsigned kStepsInBlock = FastBits::kRefilled / kStepIndexBits;
 
 constexpr int kEolZeros = 8;      // no run code begins with so many
 constexpr int kLongestZeros = 40; // of an EOL with fill that are read from one window
 
-} // namespace
-
-bool ReadFast(Line& line, Edge edge) {
+[[gnu::always_inline]] inline bool Read(Line& line, Edge edge) {
     int64_t start = line.input.Position();
     const int64_t end = FastEnd(line.input, line.limit - line.written);
-    if (start < 0 || start >= end)
+    if (start < 0 || start >= end || line.remaining > kNoStep)
         return false;
 
     CCITTG34* const record = line.record;
@@ -41,59 +39,49 @@ bool ReadFast(Line& line, Edge edge) {
     uint32_t* const first = record->CodingLine;
     uint32_t* next = first + line.written;
     uint32_t remaining = line.remaining;
+    const RunStep* steps = StepsFor(Colour::White);
     FastBits bits(record->Buffer, static_cast<uint64_t>(start), static_cast<uint64_t>(end));
     bool complete = false;
 
     while (bits.Inside()) {
         bits.Refill();
-        unsigned pairs = kPairsInBlock;
+        unsigned stepsLeft = kStepsInBlock;
         do {
-            const uint32_t pair = kRunPairs[0][bits.Top(kPairIndexBits)];
-            const uint32_t white = remaining - (pair & 0xFF);
-            const uint32_t black = white - (pair >> 8 & 0xFF);
-            if (pair == 0 || static_cast<int32_t>(black) <= 0) [[unlikely]]
+            const uint64_t index = bits.Top(kStepIndexBits);
+            const RunStep& step = steps[index];
+            const uint32_t stepBits = BitsOfStep(steps, index);
+            if (remaining <= step.both) [[unlikely]]
                 break;
-            next[0] = white;
-            next[1] = black;
-            next += 2;
-            remaining = black;
-            bits.Consume(pair >> 16);
-        } while (--pairs != 0);
-        if (pairs == 0)
+            next[0] = remaining - step.first;
+            remaining -= step.both;
+            next[1] = remaining;
+            next += step.runs;
+            steps = kRunSteps.data() + step.after;
+            bits.Consume(stepBits);
+        } while (--stepsLeft != 0);
+        if (stepsLeft == 0)
             continue;
 
-        // Longer runs, or the end of the line.
+        // The end of the line, or a code longer than the tables'. One run, then.
         bits.Refill();
+        const Colour colour = steps == StepsFor(Colour::White) ? Colour::White : Colour::Black;
         uint32_t run = 0;
         uint32_t used = 0;
-        if (!ReadWindowRun(bits.window, Colour::White, &run, &used))
+        if (!ReadWindowRun(bits.window, colour, &run, &used))
             break;
-        const uint32_t white = remaining - run;
-        if (static_cast<int32_t>(white) <= 0) {
-            complete = edge == Edge::EndsLine && white == 0 &&
-                       (alignedRows || bits.window << used >> (64 - kEmptyBlackRunBits) != kEmptyBlackRun);
+        const uint32_t afterRun = remaining - run;
+        if (static_cast<int32_t>(afterRun) <= 0) {
+            complete = edge == Edge::EndsLine && afterRun == 0 &&
+                       (colour == Colour::Black || alignedRows ||
+                        bits.window << used >> (64 - kEmptyBlackRunBits) != kEmptyBlackRun);
             if (complete) {
                 remaining = 0;
                 bits.Consume(used);
             }
             break;
         }
-        if (!ReadWindowRun(bits.window, Colour::Black, &run, &used))
-            break;
-        const uint32_t black = white - run;
-        if (static_cast<int32_t>(black) <= 0) {
-            complete = edge == Edge::EndsLine && black == 0;
-            if (complete) {
-                *next++ = white;
-                remaining = 0;
-                bits.Consume(used);
-            }
-            break;
-        }
-        next[0] = white;
-        next[1] = black;
-        next += 2;
-        remaining = black;
+        *next++ = remaining = afterRun;
+        steps = StepsFor(Opposite(colour));
         bits.Consume(used);
     }
 
@@ -101,6 +89,26 @@ bool ReadFast(Line& line, Edge edge) {
     line.remaining = remaining;
     line.input.MoveTo(bits.Position());
     return complete;
+}
+
+} // namespace
+
+bool ReadFastAnywhere(Line& line, Edge edge) {
+    return Read(line, edge);
+}
+
+[[gnu::target("bmi2")]] bool ReadFastWithShifts(Line& line, Edge edge) {
+    return Read(line, edge);
+}
+
+bool HasShifts() {
+    __builtin_cpu_init();
+    return __builtin_cpu_supports("bmi2");
+}
+
+bool ReadFast(Line& line, Edge edge) {
+    static const auto kForm = HasShifts() ? ReadFastWithShifts : ReadFastAnywhere;
+    return kForm(line, edge);
 }
 
 BlankLineCode::BlankLineCode(const CCITTG34* record) : width(record->Width) {

@@ -26,6 +26,9 @@ struct Line {
         limit = EntryLimit(lineWords);
     }
 
+    // The colour of the run that is due.
+    Colour Due() const { return written % 2 == 0 ? Colour::White : Colour::Black; }
+
     bool ReachedEdge() const { return static_cast<int32_t>(remaining) <= 0; }
 
     // Writes the end of a run; false where the line has reached its limit.
@@ -42,10 +45,15 @@ struct Line {
 enum class Edge : uint8_t { EndsLine, Unknown };
 
 // From where a white run is due, reads what takes its ordinary course inside the input buffer: EOLs in front
-// of the line, pairs of runs that stay left of the edge and, where the edge ends lines, the runs that reach
-// it exactly. Leaves the line and the bit position where the plain decoder would. True when the line is
-// complete.
+// of the line, runs that stay left of the edge and, where the edge ends lines, the run that reaches it
+// exactly. Leaves the line and the bit position where the plain decoder would come by: perhaps with a black
+// run due, or behind a make-up code, which is taken off remaining. True when the line is complete.
 bool ReadFast(Line& line, Edge edge);
+
+// The two forms that ReadFast chooses from when it is first called; the second asks for HasShifts.
+bool ReadFastAnywhere(Line& line, Edge edge);
+bool ReadFastWithShifts(Line& line, Edge edge);
+bool HasShifts();
 
 // What an ordinary encoder writes for a blank line that stands between others: an EOL in formats that have
 // one, and the white run, or the run and the bits to the next byte. No bits where tags come in between, or

@@ -22,10 +22,10 @@ constexpr unsigned kEolZeros = 8; // no run code begins with so many
 
 enum class LineRead : uint8_t { Complete, TwoDimensional, NoData, TooWide };
 
-// Lets the length of the line so far count for the width; false when no page is that wide.
+// Lets the length of the line's runs so far count for the width; false when no page is that wide.
 bool CountWidth(const Line& line) {
     CCITTG34* record = line.record;
-    record->Width = std::max(record->Width, kProbeWidth - line.remaining);
+    record->Width = std::max(record->Width, kProbeWidth - record->CodingLine[line.written - 1]);
     return record->Width <= kWidestProbed;
 }
 
@@ -39,6 +39,8 @@ LineRead ReadLine(Line& line) {
         if (line.written != 0)
             CountWidth(line);
         for (const Colour colour : {Colour::White, Colour::Black}) {
+            if (colour != line.Due())
+                continue;
             const RunRead run = ReadRun(line.input, colour, line.remaining);
             if (run == RunRead::NoCode) {
                 const bool padding = colour == Colour::Black && line.record->Format == FORMAT_FAX_G3_1D_NOEOL;

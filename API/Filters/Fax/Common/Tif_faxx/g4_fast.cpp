@@ -85,7 +85,7 @@ constexpr uint32_t kStepEntries = 16;
 
 // Codes done singly from one refill: vertical codes, passes, or horizontal codes with runs from the table.
 constexpr unsigned kSinglesInBlock = 3;
-static_assert(kSinglesInBlock * (kHorizontalBits + kPairIndexBits) <= FastBits::kRefilled);
+static_assert(kSinglesInBlock * (kHorizontalBits + kStepIndexBits) <= FastBits::kRefilled);
 
 // After a group that failed so many blocks are done singly, up to twice as many each time. A group that was
 // done takes a part of that off again.
@@ -151,26 +151,32 @@ After DecodeFast(Line& line) {
             if (code.mode != Mode::Horizontal)
                 return false;
             const Colour colour = static_cast<Colour>((b1 - reference) & 1);
-            const uint32_t pair = kRunPairs[static_cast<size_t>(colour)]
-                                           [bits.window << kHorizontalBits >> (64 - kPairIndexBits)];
-            RunPair runs{pair & 0xFF, pair >> 8 & 0xFF, pair >> 16};
-            if (pair == 0) [[unlikely]] {
+            const RunStep& step = StepsFor(colour)[bits.window << kHorizontalBits >> (64 - kStepIndexBits)];
+            uint32_t a1 = a0 - step.first;
+            uint32_t a2 = a0 - step.both;
+            uint32_t used = kHorizontalBits + step.bits;
+            const bool longer = step.runs != 2;
+            if (longer) [[unlikely]] {
                 bits.Refill();
-                if (!bits.Inside() || !ReadRunPair(bits.window << kHorizontalBits, colour, &runs))
+                used = kHorizontalBits;
+                uint32_t first;
+                uint32_t second;
+                if (!bits.Inside() || !ReadWindowRun(bits.window, colour, &first, &used) ||
+                    !ReadWindowRun(bits.window, Opposite(colour), &second, &used))
                     return false;
+                a1 = a0 - first;
+                a2 = a1 - second;
             }
-            const uint32_t a1 = a0 - runs.first;
-            const uint32_t a2 = a1 - runs.second;
             if (!LeftOfEdge(a2)) [[unlikely]] {
                 if (a2 == 0) {
                     *next++ = a1;
-                    bits.Consume(kHorizontalBits + runs.bits);
+                    bits.Consume(used);
                     after = After::LineEnd;
                 }
                 return false;
             }
-            bits.Consume(kHorizontalBits + runs.bits);
-            if (pair == 0)
+            bits.Consume(used);
+            if (longer)
                 bits.Refill();
             next[0] = a1;
             next[1] = a2;
