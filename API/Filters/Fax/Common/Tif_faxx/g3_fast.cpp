@@ -18,7 +18,7 @@ constexpr int kLongestZeros = 40; // of an EOL with fill that are read from one 
 
 [[gnu::always_inline]] inline bool Read(Line& line, Edge edge) {
     int64_t start = line.input.Position();
-    const int64_t end = FastEnd(line.input, line.limit - line.written);
+    const int64_t end = FastEnd(line.input, line.record, line.limit - line.written);
     if (start < 0 || start >= end || line.remaining > kNoStep)
         return false;
 
@@ -141,7 +141,7 @@ BlankLineCode::BlankLineCode(const CCITTG34* record) : width(record->Width) {
 BlankLines ReadBlankLines(Line& line, const BlankLineCode& code, uint32_t most) {
     CCITTG34* const record = line.record;
     const int64_t start = line.input.Position();
-    const int64_t end = line.input.PositionLimit() - kFastMargin;
+    const int64_t end = FastEnd(line.input, record);
     if (code.length == 0 || start < 0 || start >= end)
         return {};
     const uint8_t* const buffer = record->Buffer;
