@@ -35,7 +35,7 @@ int Main(int argc, char** argv) {
     DeclareOptions(app, options);
     try {
         app.parse(argc, argv);
-    } catch (const CLI::Success& success) { // --help
+    } catch (const CLI::Success& success) { // --help, --version
         return app.exit(success);
     } catch (const CLI::ParseError& error) {
         std::fprintf(stderr, "kfax: %s (kfax --help tells more)\n", error.what());

@@ -119,6 +119,7 @@ std::string TakeOutput(BatchOptions& run) {
 
 void DeclareOptions(CLI::App& app, Options& options) {
     app.require_subcommand(1);
+    app.set_version_flag("-V,--version", "kfax " KFAX_VERSION, "Print the version and exit");
     app.footer(
         "Exit codes: 0 good; 1 an error, of at least one file; 2 wrong command line; 3 no error, but damaged "
         "data (what could be decoded is written).");
