@@ -129,6 +129,7 @@ TEST_F(KfaxTiff, ReadsWhatLibtiffWrites) {
             EXPECT_EQ(load.said, "");
             for (unsigned page = 1; page <= pages; ++page)
                 EXPECT_TRUE(readPbm(numbered(page)) == picture) << "page " << page;
+            EXPECT_EQ(kfax("verify --quiet pages.tif").told, "");
             const auto told = jsonLines(kfax("info --json pages.tif --page 22").told);
             EXPECT_EQ(told[0]["coding"], coding.name);
             EXPECT_EQ(told[0]["layout"], "tiles of 16 x 16");

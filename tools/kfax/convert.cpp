@@ -151,13 +151,15 @@ int ConvertStreams(const standin::Filter& filter, Conversion conversion) {
         const File spool(std::fopen(name.c_str(), "wbe"));
         if (spool == nullptr)
             throw FileError(name, SystemReason(errno));
-        CopyStream(stdin, STREAM, spool.get(), name.c_str());
+        const std::string place = std::filesystem::path(name).parent_path();
+        CopyStream(stdin, "standard input", spool.get(), place.c_str());
     }
     if (conversion.Out.File == STREAM) {
         if (IsNumbered(conversion, WantedCount(conversion)))
             throw UsageError("standard output takes several pages as a TIFF file only (--to tif)");
         conversion.Out.File = output.emplace().Name;
-        ShowAs(conversion.Out.File, "standard output");
+        const std::string place = std::filesystem::path(conversion.Out.File).parent_path();
+        ShowAs(conversion.Out.File, "standard output, kept in " + place);
     }
     const Converted done = Convert(filter, conversion);
     if (output) {

@@ -7,6 +7,7 @@
 
 #include <CLI/CLI.hpp>
 #include <cstdio>
+#include <iostream>
 
 namespace kfax {
 
@@ -36,7 +37,8 @@ int Main(int argc, char** argv) {
     try {
         app.parse(argc, argv);
     } catch (const CLI::Success& success) { // --help, --version
-        return app.exit(success);
+        app.exit(success);
+        return std::cout.flush() ? EXIT_GOOD : EXIT_ERROR;
     } catch (const CLI::ParseError& error) {
         std::fprintf(stderr, "kfax: %s (kfax --help tells more)\n", error.what());
         return EXIT_USAGE;

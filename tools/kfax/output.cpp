@@ -3,13 +3,13 @@
 
 #include "API/Filters/Fax/Common/Tif_faxx.h"
 #include "tools/kfax/formats.h"
+#include "tools/kfax/messages.h"
 #include "tools/kfax/output_file.h"
 #include "tools/kfax/picture.h"
 #include "tools/kfax/progress.h"
 
 #include <algorithm>
 #include <cerrno>
-#include <cstring>
 
 namespace kfax {
 
@@ -77,7 +77,7 @@ void SaveRaw(const standin::Filter& filter, const Output& output, _BITMAPHANDLE&
         const int status = standin::SaveFile(filter, name, bitmap, how);
         std::string reason = standin::StatusText(status);
         if ((status == ERROR_FILE_WRITE || status == ERROR_FILE_CREATE) && errno != 0)
-            reason += std::string(": ") + std::strerror(errno);
+            reason += ": " + SystemReason(errno);
         EndProgress(bar);
         if (status != SUCCESS)
             throw std::runtime_error(reason);

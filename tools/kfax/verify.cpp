@@ -98,8 +98,8 @@ std::string LineRange(uint32_t first, uint32_t last) {
 
 std::string AsText(const PageVerdict& verdict) {
     std::string text;
-    const std::string page =
-        verdict.File + ": " + (verdict.Page != 0 ? "page " + std::to_string(verdict.Page) + ": " : "");
+    const std::string page = Printable(verdict.File) + ": " +
+                             (verdict.Page != 0 ? "page " + std::to_string(verdict.Page) + ": " : "");
     for (const BlockFaults& block : verdict.Blocks)
         for (const standin::FaultyLines& lines : block.Lines) {
             text += page + LineRange(block.FirstRow + lines.First, block.FirstRow + lines.Last);
