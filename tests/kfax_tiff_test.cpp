@@ -215,7 +215,8 @@ TEST_F(KfaxTiff, SeveralInputsBecomePages) {
     writePbm("first.pbm", first);
     writePbm("second.pbm", second);
     EXPECT_EQ(kfax("save first.pbm second.pbm two.tif").code, 0);
-    EXPECT_EQ(kfax("save two.tif first.pbm three.tif").code, 0);
+    EXPECT_EQ(kfax("load two.tif again.tif --code g3").said, "");
+    EXPECT_EQ(kfax("save again.tif first.pbm three.tif").code, 0);
     const Tiff tiff(TIFFOpen("three.tif", "r"));
     ASSERT_NE(tiff, nullptr);
     for (const Pixels* page : {&first, &second, &first}) {

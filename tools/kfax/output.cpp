@@ -41,8 +41,8 @@ OutputKind KindOfOutput(const std::string& file, const std::string& name, bool r
     if (!name.empty())
         throw UsageError("unknown --to " + name + "; known are raw, tif, png and pbm");
     if (!rawByDefault)
-        throw UsageError("the output must end in .png, .pbm, .tif, .g3, .g4 or .fax, or --to must say what "
-                         "it is");
+        throw UsageError(file + ": an output must end in .png, .pbm, .tif, .g3, .g4 or .fax, or --to must "
+                                "say what it is");
     return OutputKind::Raw;
 }
 
