@@ -97,6 +97,7 @@ TEST_F(KfaxBatch, CommandLines) {
         {"cat a.pbm |", "save - - --to tif", 0, "", "", "II"},
         {"cat no.g3 |", "load - - --to png", 1, "", "kfax: standard input: no fax stream"},
         {"printf 'a.g3\\nb.g3\\n' |", "info -", 0, "", "", "b.g3\n  format       66"},
+        {"cat a.g3 |", "verify -", 1, "", "kfax: standard input: no list of names"},
         {"", "verify a.g3 b.g3 two.tif", 0, "", "", "a.g3: good\nb.g3: good\ntwo.tif: page 1: good\n"},
         {"", "verify a.g3 b.g3 two.tif --quiet", 0, "", ""},
         {"", "verify \"$(printf 'no\\nfile')\"", 1, "", "kfax: no\\x0afile: No such file"},
