@@ -235,6 +235,8 @@ TEST_F(KfaxBatch, VerifyNamesTheLines) {
         ASSERT_EQ(kfax(std::string("save page.pbm page.fax --format ") + format).code, 0);
         const Outcome good = kfax("verify page.fax" + size + format);
         EXPECT_EQ(good.told, "page.fax: good\n") << good.said;
+        EXPECT_EQ(kfax("verify page.fax").said.find("see whether it is two-dimensional") != std::string::npos,
+                  std::string(format) == "g3-2d");
         const Bytes stream = readFile("page.fax");
         EXPECT_GT(stream.size(), 160000u);
         std::string names;
