@@ -27,6 +27,7 @@ struct alignas(std::max_align_t) BlockHeader {
     BlockHeader* Previous;
     BlockHeader* Next;
     size_t Bytes;
+    void* Memory; // as it came from the C library
     // Read by whoever asks what is held, while the block's thread may be at work on them.
     std::atomic<const char*> Path;
     std::atomic<int> Line;
@@ -58,6 +59,8 @@ constexpr bool KEEPS_BLOCKS = true;
 #endif
 constexpr size_t SMALLEST_KEPT = 64 << 10;
 constexpr size_t LARGEST_KEPT = 2 << 20;
+constexpr size_t SHIFTS = 7;
+constexpr size_t SHIFT = 576; // nine cache lines
 
 Shard& ShardOf(const BlockHeader* block) {
     const auto address = reinterpret_cast<uintptr_t>(block);
@@ -83,7 +86,7 @@ void Drop(BlockHeader* block) {
         if (block->Next != nullptr)
             block->Next->Previous = block->Previous;
     }
-    std::free(block);
+    std::free(block->Memory);
 }
 
 // What a thread gave back, sorted by nothing: there are few.
@@ -101,10 +104,18 @@ struct KeptBlocks {
     }
 };
 
-thread_local KeptBlocks kept;
+// Few bytes, found without a call even in a library that is loaded late.
+[[gnu::tls_model("initial-exec")]] thread_local KeptBlocks kept;
 
 bool IsKept(size_t bytes) {
     return KEEPS_BLOCKS && bytes >= SMALLEST_KEPT && bytes <= LARGEST_KEPT;
+}
+
+// Large blocks of the C library all begin at the same place in a page, where they would compete for the same
+// cache lines: each begins a little further on than the one before.
+size_t NextShift() {
+    static std::atomic<unsigned> count{0};
+    return count.fetch_add(1, std::memory_order_relaxed) % SHIFTS * SHIFT;
 }
 
 BlockHeader* TakeKept(size_t bytes) {
@@ -135,12 +146,14 @@ void* AllocateTracked(size_t bytes, bool zeroed, int line, const char* path) {
     BlockHeader* block = zeroed ? nullptr : TakeKept(bytes);
     const bool fresh = block == nullptr;
     if (fresh) {
-        const size_t whole = bytes + sizeof(BlockHeader);
+        const size_t shift = IsKept(bytes) ? NextShift() : 0;
+        const size_t whole = bytes + sizeof(BlockHeader) + shift;
         void* memory = zeroed ? std::calloc(1, whole) : std::malloc(whole);
         if (memory == nullptr)
             return nullptr;
-        block = new (memory) BlockHeader;
+        block = new (static_cast<char*>(memory) + shift) BlockHeader;
         block->Bytes = bytes;
+        block->Memory = memory;
     }
     block->Path.store(path, std::memory_order_relaxed);
     block->Line.store(line, std::memory_order_relaxed);

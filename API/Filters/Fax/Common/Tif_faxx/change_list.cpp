@@ -1,14 +1,15 @@
 // The row scan looks at 64 pixels at a time: a word xored with itself shifted by one pixel has a bit set at
-// every changing element. After a word without changes, stretches of 256 pixels of the same colour are
+// every changing element. After a word without changes, stretches of 256 or 512 pixels of the same colour are
 // skipped whole.
 //
 // The scan stands here once and is compiled twice: for any x86-64, and for processors that count and clear
-// bits in one instruction, which is worth a tenth of a text page's coding time.
+// bits in one instruction, which is worth a tenth of a text page's coding time, and have wider vectors, which
+// halve the time of blank rows.
 #include "API/Filters/Fax/Common/Tif_faxx/change_list.h"
 
 #include "API/Filters/Fax/Common/Tif_faxx/limits.h"
 
-#include <emmintrin.h>
+#include <immintrin.h>
 
 #include <algorithm>
 #include <bit>
@@ -17,10 +18,9 @@
 namespace faxx {
 namespace {
 
-enum class BitCounting : uint8_t { Plain, Instruction };
+enum class Form : uint8_t { Anywhere, Wide };
 
 constexpr uint32_t kWordPixels = 64;
-constexpr uint32_t kSkipPixels = 256;
 
 uint64_t LoadPixels(const uint8_t* row) {
     uint64_t word;
@@ -37,9 +37,9 @@ uint64_t LoadLastPixels(const uint8_t* row, uint32_t pixels) {
 }
 
 // The bits set in a word. Where the instruction is not certain to be there std::popcount is a function call.
-template <BitCounting counting>
+template <Form form>
 [[gnu::always_inline]] inline uint32_t CountBits(uint64_t word) {
-    if constexpr (counting == BitCounting::Instruction)
+    if constexpr (form == Form::Wide)
         return static_cast<uint32_t>(__builtin_popcountll(word));
     word -= word >> 1 & 0x5555555555555555;
     word = (word & 0x3333333333333333) + (word >> 2 & 0x3333333333333333);
@@ -50,24 +50,48 @@ template <BitCounting counting>
 // Appends the changing elements that changes marks, its bit 63 standing remaining pixels from the right edge.
 // From the right to the left, to where their number says: the lowest set bit is cleared by itself, while the
 // highest must be found first, which would tie every element to the one before.
-template <BitCounting counting>
+template <Form form>
 [[gnu::always_inline]] inline uint32_t* AppendChanges(uint32_t* entry, uint64_t changes, uint32_t remaining) {
-    uint32_t* const end = entry + CountBits<counting>(changes);
+    uint32_t* const end = entry + CountBits<form>(changes);
     const uint32_t lowest = remaining - (kWordPixels - 1);
     for (uint32_t* at = end; at != entry; changes &= changes - 1)
         *--at = lowest + static_cast<uint32_t>(std::countr_zero(changes));
     return end;
 }
 
-// Whether the next kSkipPixels pixels are all of the colour of fill's bits.
-bool IsUniform(const uint8_t* row, __m128i fill) {
-    const __m128i* vectors = reinterpret_cast<const __m128i*>(row);
-    const __m128i both = _mm_and_si128(_mm_cmpeq_epi8(_mm_loadu_si128(vectors), fill),
-                                       _mm_cmpeq_epi8(_mm_loadu_si128(vectors + 1), fill));
-    return _mm_movemask_epi8(both) == 0xFFFF;
-}
+// Stretches of pixels of one colour: one of kPixels is all of the colour of the pixels it was made of.
+template <Form form>
+struct Stretch {
+    static constexpr uint32_t kPixels = 256;
+    __m128i fill;
 
-template <BitCounting counting>
+    explicit Stretch(uint64_t pixels) : fill(_mm_set1_epi8(static_cast<char>(pixels))) {}
+
+    bool Holds(const uint8_t* row) const {
+        const __m128i* vectors = reinterpret_cast<const __m128i*>(row);
+        const __m128i both = _mm_and_si128(_mm_cmpeq_epi8(_mm_loadu_si128(vectors), fill),
+                                           _mm_cmpeq_epi8(_mm_loadu_si128(vectors + 1), fill));
+        return _mm_movemask_epi8(both) == 0xFFFF;
+    }
+};
+
+template <>
+struct Stretch<Form::Wide> {
+    static constexpr uint32_t kPixels = 512;
+    __m256i fill;
+
+    [[gnu::target("avx2")]] explicit Stretch(uint64_t pixels)
+        : fill(_mm256_set1_epi8(static_cast<char>(pixels))) {}
+
+    [[gnu::target("avx2")]] bool Holds(const uint8_t* row) const {
+        const __m256i* vectors = reinterpret_cast<const __m256i*>(row);
+        const __m256i differ = _mm256_or_si256(_mm256_xor_si256(_mm256_loadu_si256(vectors), fill),
+                                               _mm256_xor_si256(_mm256_loadu_si256(vectors + 1), fill));
+        return _mm256_testz_si256(differ, differ) != 0;
+    }
+};
+
+template <Form form>
 [[gnu::always_inline]] inline void List(CCITTG34* record, const uint8_t* row) {
     uint32_t* entry = record->CodingLine;
     uint32_t remaining = record->Width;
@@ -76,13 +100,13 @@ template <BitCounting counting>
         const uint64_t pixels = LoadPixels(row);
         const uint64_t changes = pixels ^ (pixels >> 1 | before);
         if (changes != 0) {
-            entry = AppendChanges<counting>(entry, changes, remaining);
+            entry = AppendChanges<form>(entry, changes, remaining);
             before = pixels << 63;
         } else {
-            const __m128i fill = _mm_set1_epi8(static_cast<char>(pixels));
-            for (; remaining >= kSkipPixels + kWordPixels && IsUniform(row + kWordPixels / 8, fill);
-                 remaining -= kSkipPixels)
-                row += kSkipPixels / 8;
+            const Stretch<form> stretch(pixels);
+            for (; remaining >= stretch.kPixels + kWordPixels && stretch.Holds(row + kWordPixels / 8);
+                 remaining -= stretch.kPixels)
+                row += stretch.kPixels / 8;
         }
         remaining -= kWordPixels;
         row += kWordPixels / 8;
@@ -90,7 +114,7 @@ template <BitCounting counting>
     if (remaining != 0) {
         const uint64_t pixels = LoadLastPixels(row, remaining);
         const uint64_t inside = ~uint64_t{0} << (kWordPixels - remaining);
-        entry = AppendChanges<counting>(entry, (pixels ^ (pixels >> 1 | before)) & inside, remaining);
+        entry = AppendChanges<form>(entry, (pixels ^ (pixels >> 1 | before)) & inside, remaining);
     }
     std::fill_n(entry, kClosingZeros, 0);
 }
@@ -98,16 +122,17 @@ template <BitCounting counting>
 } // namespace
 
 void ListChangesAnywhere(CCITTG34* record, const uint8_t* row) {
-    List<BitCounting::Plain>(record, row);
+    List<Form::Anywhere>(record, row);
 }
 
-[[gnu::target("popcnt,bmi")]] void ListChangesWithInstruction(CCITTG34* record, const uint8_t* row) {
-    List<BitCounting::Instruction>(record, row);
+[[gnu::target("popcnt,bmi,avx2")]] void ListChangesWithInstruction(CCITTG34* record, const uint8_t* row) {
+    List<Form::Wide>(record, row);
 }
 
 bool HasBitCounting() {
     __builtin_cpu_init();
-    return __builtin_cpu_supports("popcnt") && __builtin_cpu_supports("bmi");
+    return __builtin_cpu_supports("popcnt") && __builtin_cpu_supports("bmi") &&
+           __builtin_cpu_supports("avx2");
 }
 
 void ListChanges(CCITTG34* record, const uint8_t* row) {

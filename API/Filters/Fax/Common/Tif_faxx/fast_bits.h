@@ -1,7 +1,7 @@
 // The bit input of the fast decoders: a 64-bit window loaded at bit positions, with no pairs, no refill of
-// the buffer and no test for the end of the input. It is valid inside the buffer: while the position stays
-// below the point where the plain input (bit_input.h) would refill, less the most that is consumed between
-// two looks at it.
+// the buffer and no test for the end of the input. It is valid while the position stays below the point where
+// the plain input (bit_input.h) would refill: for a full buffer that is kept by a margin, for one that holds
+// all the rest of the input by the zeros behind it.
 //
 // The bit state in the record is a function of the position alone, so that a fast decoder can begin wherever
 // the plain one stands and leave off wherever it likes.
@@ -15,6 +15,16 @@ namespace faxx {
 
 // More than is consumed between two tests of the position: a window, and the codes of another.
 inline constexpr int64_t kFastMargin = 128;
+
+// Where a fast decoder must stop, in bits from the start of the buffer.
+inline int64_t FastEnd(const BitInput& input, const CCITTG34* record) {
+    // Nothing but zero bits follows the data. Every code has a 1 and fewer than eight zeros behind its last
+    // one, so that no code carries the position further than those eight bits past the data that are there
+    // before a refill; and what is looked up behind them is not a code.
+    if (record->RefillThreshold == record->BytesInBuffer + 2)
+        return (int64_t{record->BytesInBuffer} + 8) * 8;
+    return input.PositionLimit() - kFastMargin;
+}
 
 struct FastBits {
     static constexpr unsigned kRefilled = 56; // bits that are there after Refill, at least
@@ -56,9 +66,9 @@ struct FastBits {
     }
 };
 
-// Where a fast decoder must stop that writes at most an entry a bit and has room for so many.
-inline int64_t FastEnd(const BitInput& input, uint32_t room) {
-    return std::min(input.PositionLimit(), input.Position() + int64_t{room}) - kFastMargin;
+// The same for one that writes at most an entry a bit and has room for so many.
+inline int64_t FastEnd(const BitInput& input, const CCITTG34* record, uint32_t room) {
+    return std::min(FastEnd(input, record), input.Position() + int64_t{room} - kFastMargin);
 }
 
 } // namespace faxx

@@ -112,11 +112,11 @@ unsigned DecodeG3(CCITTG34* record, unsigned short* rows, unsigned lines) {
     Line line(record);
     BlankLineCode blankLine(record);
     for (;;) {
-        uint32_t blankLines = 0;
-        if (blankLine.length != 0)
-            blankLines = ReadBlankLines(line, blankLine, BlankLinesThatFit(record, output, kLeastExtraWords));
-        if (blankLines != 0) {
-            FinishBlankLines(record, output, blankLines);
+        BlankLines blank;
+        if (record->NextLineTag < 0)
+            blank = ReadBlankLines(line, blankLine, BlankLinesThatFit(record, output, kLeastExtraWords));
+        if (blank.count != 0) {
+            FinishBlankLines(record, output, blank.count);
         } else {
             line.Begin(record->Width, output.lineWords);
             LineRead read = ReadLine(line);
@@ -139,7 +139,8 @@ unsigned DecodeG3(CCITTG34* record, unsigned short* rows, unsigned lines) {
                 return lines - output.linesLeft;
             }
         }
-        if (output.linesLeft == 0 || output.budget < static_cast<int32_t>(record->Width + kLeastExtraWords)) {
+        if (blank.endTwoDimensional || output.linesLeft == 0 ||
+            output.budget < static_cast<int32_t>(record->Width + kLeastExtraWords)) {
             line.input.Store();
             return lines - output.linesLeft;
         }

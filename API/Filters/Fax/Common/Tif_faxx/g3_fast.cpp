@@ -1,5 +1,6 @@
 // The plain decoder (g3_decode.cpp) defines what happens; this one reads up to two runs from one look-up of
 // a 64-bit window (fast_bits.h), and leaves everything out of the ordinary to it.
+#include "API/Filters/Fax/Common/Tif_faxx/encode_tables.h"
 #include "API/Filters/Fax/Common/Tif_faxx/fast_bits.h"
 #include "API/Filters/Fax/Common/Tif_faxx/fast_runs.h"
 #include "API/Filters/Fax/Common/Tif_faxx/g3_line.h"
@@ -9,12 +10,15 @@ namespace {
 
 constexpr unsigned kStepsInBlock = FastBits::kRefilled / kStepIndexBits;
 
-constexpr int kEolZeros = 8;      // no run code begins with so many
+constexpr int kEolZeros = 8; // no run code begins with so many
+// An EOL, the tag of a two-dimensional line and V0: a blank line below a blank one.
+constexpr CodeWord kBlankTwoDimensional{kEol.bits << 2 | 0b01, kEol.length + 2};
+
 constexpr int kLongestZeros = 40; // of an EOL with fill that are read from one window
 
 [[gnu::always_inline]] inline bool Read(Line& line, Edge edge) {
     int64_t start = line.input.Position();
-    const int64_t end = FastEnd(line.input, line.limit - line.written);
+    const int64_t end = FastEnd(line.input, line.record, line.limit - line.written);
     if (start < 0 || start >= end || line.remaining > kNoStep)
         return false;
 
@@ -112,8 +116,6 @@ bool ReadFast(Line& line, Edge edge) {
 }
 
 BlankLineCode::BlankLineCode(const CCITTG34* record) : width(record->Width) {
-    if (HasTagBits(record))
-        return;
     const auto append = [&](CodeWord code) {
         bits = bits << code.length | code.bits;
         length += code.length;
@@ -121,36 +123,58 @@ BlankLineCode::BlankLineCode(const CCITTG34* record) : width(record->Width) {
     const bool alignedRows = record->Format == FORMAT_FAX_G3_1D_NOEOL;
     if (!alignedRows)
         append(kEol);
+    if (HasTagBits(record))
+        append(UnpackCode(kTagOneDimensional));
     uint32_t run = width;
     for (; run >= kLongestCodeRun && length <= kWindowBits; run -= kLongestCodeRun)
-        append(RunCode(Colour::White, kLongestCodeRun));
+        append(UnpackCode(kLongestRunCode));
     if (length <= kWindowBits && run >= kTerminatingCodes)
-        append(RunCode(Colour::White, run / 64 * 64));
+        append(UnpackCode(WhiteMakeupCodes[run / 64]));
     if (length <= kWindowBits)
-        append(RunCode(Colour::White, run % 64));
+        append(kTermWords<Colour::White>[run % 64]);
     if (alignedRows)
         append({0, (0 - length) % 8});
     if (length > kWindowBits)
         length = 0;
 }
 
-uint32_t ReadBlankLines(Line& line, const BlankLineCode& code, uint32_t most) {
+BlankLines ReadBlankLines(Line& line, const BlankLineCode& code, uint32_t most) {
+    CCITTG34* const record = line.record;
     const int64_t start = line.input.Position();
-    const int64_t end = line.input.PositionLimit() - kFastMargin;
-    if (code.length == 0 || start < 0)
-        return 0;
-    int64_t position = start;
-    uint32_t lines = 0;
-    while (lines <= most && position < end &&
-           WindowAt(line.record->Buffer, static_cast<uint64_t>(position)) >> (64 - code.length) ==
-               code.bits) {
+    const int64_t end = FastEnd(line.input, record);
+    if (code.length == 0 || start < 0 || start >= end)
+        return {};
+    const uint8_t* const buffer = record->Buffer;
+    uint64_t position = static_cast<uint64_t>(start);
+    uint32_t count = 0;
+    while (count < most && static_cast<int64_t>(position) < end &&
+           WindowAt(buffer, position) >> (64 - code.length) == code.bits) {
         position += code.length;
-        ++lines;
+        ++count;
     }
-    if (lines <= 1)
-        return 0;
-    line.input.MoveTo(static_cast<uint64_t>(position - code.length));
-    return lines - 1;
+    const uint64_t window = WindowAt(buffer, position);
+    bool endTwoDimensional = false;
+    if (count != 0 && window >> (64 - kEmptyBlackRunBits) == kEmptyBlackRun &&
+        record->Format != FORMAT_FAX_G3_1D_NOEOL) [[unlikely]] {
+        // It belongs to the last line, which is the plain decoder's then.
+        position -= code.length;
+        --count;
+    } else if (record->Format == FORMAT_FAX_G3_2D && count < most &&
+               (count != 0 || record->ReferenceLine[0] == 0) &&
+               window >> (64 - kBlankTwoDimensional.length) == kBlankTwoDimensional.bits) {
+        position += kBlankTwoDimensional.length;
+        ++count;
+        endTwoDimensional = true;
+    }
+    if (count == 0)
+        return {};
+    if (HasTagBits(record))
+        record->NextLineTag =
+            endTwoDimensional
+                ? kNextLineOneDimensional
+                : static_cast<int32_t>(AccumulatorAt(buffer, position - code.length + kEol.length));
+    line.input.MoveTo(position);
+    return {count, endTwoDimensional};
 }
 
 } // namespace faxx::g3

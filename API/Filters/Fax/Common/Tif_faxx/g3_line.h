@@ -55,9 +55,8 @@ bool ReadFastAnywhere(Line& line, Edge edge);
 bool ReadFastWithShifts(Line& line, Edge edge);
 bool HasShifts();
 
-// What an ordinary encoder writes for a blank line that stands between others: an EOL in formats that have
-// one, and the white run, or the run and the bits to the next byte. No bits where tags come in between, or
-// where they would not fit a window.
+// What an ordinary encoder writes for a blank one-dimensional line: an EOL and a tag in formats that have
+// them, and the white run; or the run and the bits to the next byte. No bits where they do not fit a window.
 struct BlankLineCode {
     uint64_t bits = 0;
     unsigned length = 0;
@@ -66,8 +65,13 @@ struct BlankLineCode {
     explicit BlankLineCode(const CCITTG34* record);
 };
 
-// At the start of a line: how many lines of this code, most at the most, the next bits hold. Consumes them,
-// but for the last one, behind which an empty black run may stand.
-uint32_t ReadBlankLines(Line& line, const BlankLineCode& code, uint32_t most);
+struct BlankLines {
+    uint32_t count = 0;
+    bool endTwoDimensional = false; // the last is a two-dimensional line
+};
+
+// At the start of a line with no tag pending: consumes the lines of this code that the next bits hold and,
+// where the format has both kinds, the two-dimensional blank line behind them; most in all.
+BlankLines ReadBlankLines(Line& line, const BlankLineCode& code, uint32_t most);
 
 } // namespace faxx::g3

@@ -131,7 +131,7 @@ bool DoGroup(const CodeGroup& group, const uint32_t* b1, const uint32_t* referen
 
 After DecodeFast(Line& line) {
     const int64_t start = line.input.Position();
-    const int64_t end = FastEnd(line.input, line.limit - line.written);
+    const int64_t end = FastEnd(line.input, line.record, line.limit - line.written);
     if (start < 0 || start >= end || line.referenceEntries > kListEntries - kStepEntries)
         return After::NextCode;
 
@@ -240,7 +240,7 @@ After DecodeFast(Line& line) {
 
 uint32_t ReadBlankLines(Line& line, uint32_t most) {
     const int64_t start = line.input.Position();
-    const int64_t end = line.input.PositionLimit() - kFastMargin;
+    const int64_t end = FastEnd(line.input, line.record);
     if (start < 0)
         return 0;
     // A blank line below a blank one is a single V0, a 1 bit.
