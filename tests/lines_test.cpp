@@ -208,6 +208,8 @@ TEST(G3Lines, TwoDimensional) {
         {g3("67 returns after a 2D line", 67, 10,
             EOL + "1" + line1D({2, 3, 5}) + EOL + "0" + VR1 + V0 + V0 + EOL + "1" + line1D({10}), 4,
             "2 3 5|3 2 5"),
+         g3("67 blank lines, one asked for", 67, 10, EOL + "1" + line1D({10}) + EOL + "0" + V0 + EOL, 1,
+            "10"),
          g3("67 without an EOL stays 1D", 67, 10, line1D({2, 3, 5}) + line1D({10}), 2, "2 3 5|10"),
          g3("67 tag read with the line's last EOL", 67, 10, line1D({2}) + EOL + "0" + V0 + V0, 2, "2 8|2 8"),
          g3("117 hands over for good", 117, 10,
