@@ -2,11 +2,11 @@
 // every changing element. After a word without changes, stretches of 256 or 512 pixels of the same colour are
 // skipped whole.
 //
-// The scan stands here once and is compiled twice: for any x86-64, and for processors that count and clear
-// bits in one instruction, which is worth a tenth of a text page's coding time, and have wider vectors, which
-// halve the time of blank rows.
+// The scan is compiled twice (instructions.h): counting and clearing bits in one instruction is worth a tenth
+// of a text page's coding time, and wider vectors halve that of blank rows.
 #include "API/Filters/Fax/Common/Tif_faxx/change_list.h"
 
+#include "API/Filters/Fax/Common/Tif_faxx/instructions.h"
 #include "API/Filters/Fax/Common/Tif_faxx/limits.h"
 
 #include <immintrin.h>
@@ -17,8 +17,6 @@
 
 namespace faxx {
 namespace {
-
-enum class Form : uint8_t { Anywhere, Wide };
 
 constexpr uint32_t kWordPixels = 64;
 
@@ -39,7 +37,7 @@ uint64_t LoadLastPixels(const uint8_t* row, uint32_t pixels) {
 // The bits set in a word. Where the instruction is not certain to be there std::popcount is a function call.
 template <Form form>
 [[gnu::always_inline]] inline uint32_t CountBits(uint64_t word) {
-    if constexpr (form == Form::Wide)
+    if constexpr (form == Form::Faster)
         return static_cast<uint32_t>(__builtin_popcountll(word));
     word -= word >> 1 & 0x5555555555555555;
     word = (word & 0x3333333333333333) + (word >> 2 & 0x3333333333333333);
@@ -76,14 +74,13 @@ struct Stretch {
 };
 
 template <>
-struct Stretch<Form::Wide> {
+struct Stretch<Form::Faster> {
     static constexpr uint32_t kPixels = 512;
     __m256i fill;
 
-    [[gnu::target("avx2")]] explicit Stretch(uint64_t pixels)
-        : fill(_mm256_set1_epi8(static_cast<char>(pixels))) {}
+    FAXX_FASTER_FORM explicit Stretch(uint64_t pixels) : fill(_mm256_set1_epi8(static_cast<char>(pixels))) {}
 
-    [[gnu::target("avx2")]] bool Holds(const uint8_t* row) const {
+    FAXX_FASTER_FORM bool Holds(const uint8_t* row) const {
         const __m256i* vectors = reinterpret_cast<const __m256i*>(row);
         const __m256i differ = _mm256_or_si256(_mm256_xor_si256(_mm256_loadu_si256(vectors), fill),
                                                _mm256_xor_si256(_mm256_loadu_si256(vectors + 1), fill));
@@ -125,19 +122,8 @@ void ListChangesAnywhere(CCITTG34* record, const uint8_t* row) {
     List<Form::Anywhere>(record, row);
 }
 
-[[gnu::target("popcnt,bmi,avx2")]] void ListChangesWithInstruction(CCITTG34* record, const uint8_t* row) {
-    List<Form::Wide>(record, row);
-}
-
-bool HasBitCounting() {
-    __builtin_cpu_init();
-    return __builtin_cpu_supports("popcnt") && __builtin_cpu_supports("bmi") &&
-           __builtin_cpu_supports("avx2");
-}
-
-void ListChanges(CCITTG34* record, const uint8_t* row) {
-    static const auto kForm = HasBitCounting() ? ListChangesWithInstruction : ListChangesAnywhere;
-    kForm(record, row);
+FAXX_FASTER_FORM void ListChangesFaster(CCITTG34* record, const uint8_t* row) {
+    List<Form::Faster>(record, row);
 }
 
 } // namespace faxx

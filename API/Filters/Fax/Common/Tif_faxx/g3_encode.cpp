@@ -1,6 +1,7 @@
 // Codes one row of a Group 3 stream (T.4 § 4): the tag bit, the line in one or two dimensions, and its end.
 #include "API/Filters/Fax/Common/Tif_faxx/bit_output.h"
 #include "API/Filters/Fax/Common/Tif_faxx/change_list.h"
+#include "API/Filters/Fax/Common/Tif_faxx/encode_forms.h"
 
 #include <utility>
 
@@ -14,7 +15,7 @@ void PutTag(CCITTG34* record, uint32_t tag) {
 }
 
 // Modified Huffman: white and black runs in turn, the first white, the last reaching the right edge.
-void PutRuns(BitOutput& output, const CCITTG34* record) {
+[[gnu::always_inline]] inline void PutRuns(BitOutput& output, const CCITTG34* record) {
     uint32_t position = record->Width;
     const uint32_t* change = record->CodingLine;
     for (; change[0] != 0; change += 2) {
@@ -36,13 +37,17 @@ void PutLineEnd(BitOutput& output, const CCITTG34* record) {
     }
 }
 
-void EncodeOneDimensional(CCITTG34* record, const uint8_t* row) {
-    FlushIfFull(record);
-    ListChanges(record, row);
+[[gnu::always_inline]] inline void Encode(CCITTG34* record) {
     BitOutput output(record);
     PutRuns(output, record);
     PutLineEnd(output, record);
     output.Store();
+}
+
+void EncodeOneDimensional(CCITTG34* record, const uint8_t* row) {
+    static const auto kEncodeRuns = ChooseForm(EncodeRunsAnywhere, EncodeRunsFaster);
+    FlushIfFull(record);
+    kEncodeRuns(record, row);
     std::swap(record->ReferenceLine, record->CodingLine);
 }
 
@@ -56,6 +61,17 @@ bool NextLineIsTwoDimensional(CCITTG34* record) {
 }
 
 } // namespace
+
+void EncodeRunsAnywhere(CCITTG34* record, const uint8_t* row) {
+    ListChangesAnywhere(record, row);
+    Encode(record);
+}
+
+FAXX_FASTER_FORM void EncodeRunsFaster(CCITTG34* record, const uint8_t* row) {
+    ListChangesFaster(record, row);
+    Encode(record);
+}
+
 } // namespace faxx
 
 void EncodeG3(CCITTG34* record, unsigned char* row) {

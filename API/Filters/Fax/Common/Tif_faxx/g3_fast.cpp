@@ -4,6 +4,7 @@
 #include "API/Filters/Fax/Common/Tif_faxx/fast_bits.h"
 #include "API/Filters/Fax/Common/Tif_faxx/fast_runs.h"
 #include "API/Filters/Fax/Common/Tif_faxx/g3_line.h"
+#include "API/Filters/Fax/Common/Tif_faxx/instructions.h"
 
 namespace faxx::g3 {
 namespace {
@@ -101,17 +102,12 @@ bool ReadFastAnywhere(Line& line, Edge edge) {
     return Read(line, edge);
 }
 
-[[gnu::target("bmi2")]] bool ReadFastWithShifts(Line& line, Edge edge) {
+FAXX_FASTER_FORM bool ReadFastFaster(Line& line, Edge edge) {
     return Read(line, edge);
 }
 
-bool HasShifts() {
-    __builtin_cpu_init();
-    return __builtin_cpu_supports("bmi2");
-}
-
 bool ReadFast(Line& line, Edge edge) {
-    static const auto kForm = HasShifts() ? ReadFastWithShifts : ReadFastAnywhere;
+    static const auto kForm = ChooseForm(ReadFastAnywhere, ReadFastFaster);
     return kForm(line, edge);
 }
 

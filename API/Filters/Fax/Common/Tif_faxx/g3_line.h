@@ -50,10 +50,9 @@ enum class Edge : uint8_t { EndsLine, Unknown };
 // run due, or behind a make-up code, which is taken off remaining. True when the line is complete.
 bool ReadFast(Line& line, Edge edge);
 
-// The two forms that ReadFast chooses from when it is first called; the second asks for HasShifts.
+// Its two forms (instructions.h).
 bool ReadFastAnywhere(Line& line, Edge edge);
-bool ReadFastWithShifts(Line& line, Edge edge);
-bool HasShifts();
+bool ReadFastFaster(Line& line, Edge edge);
 
 // What an ordinary encoder writes for a blank one-dimensional line: an EOL and a tag in formats that have
 // them, and the white run; or the run and the bits to the next byte. No bits where they do not fit a window.

@@ -4,6 +4,7 @@
 // distance is greater, and the right edge is 0.
 #include "API/Filters/Fax/Common/Tif_faxx/bit_output.h"
 #include "API/Filters/Fax/Common/Tif_faxx/change_list.h"
+#include "API/Filters/Fax/Common/Tif_faxx/encode_forms.h"
 
 #include <utility>
 
@@ -12,12 +13,13 @@ namespace {
 
 constexpr CodeWord kHorizontal = UnpackCode(kHorizontalCode);
 
-void PutModes(BitOutput& output, const CCITTG34* record) {
+[[gnu::always_inline]] inline void Encode(CCITTG34* record) {
+    BitOutput output(record);
     const uint32_t* const reference = record->ReferenceLine;
     const uint32_t* a1 = record->CodingLine; // a2 is the entry after it
     const uint32_t* b1 = reference;          // b2 is the entry after it
     uint32_t a0 = record->Width;
-    const auto seekB1 = [&] {
+    const auto seekB1 = [&]() __attribute__((always_inline)) {
         while (*b1 >= a0) // a0 is left of the edge, so the closing zeros stop it
             b1 += 2;
     };
@@ -27,7 +29,7 @@ void PutModes(BitOutput& output, const CCITTG34* record) {
         if (vertical <= 6) {
             output.Put(kVerticalWords[vertical]);
             if (*a1 == 0)
-                return;
+                break;
             a0 = *a1++;
             b1 += b1 == reference ? 1 : -1;
             seekB1();
@@ -43,22 +45,32 @@ void PutModes(BitOutput& output, const CCITTG34* record) {
                 PutRunPair<Colour::Black>(output, a0 - a1[0], a1[0] - a1[1], kHorizontal);
             a0 = a1[1];
             if (a0 == 0)
-                return;
+                break;
             a1 += 2;
             seekB1();
         }
     }
+    output.Store();
 }
 
 } // namespace
+
+void EncodeModesAnywhere(CCITTG34* record, const uint8_t* row) {
+    ListChangesAnywhere(record, row);
+    Encode(record);
+}
+
+FAXX_FASTER_FORM void EncodeModesFaster(CCITTG34* record, const uint8_t* row) {
+    ListChangesFaster(record, row);
+    Encode(record);
+}
+
 } // namespace faxx
 
 void EncodeG4(CCITTG34* record, unsigned char* row) {
     using namespace faxx;
+    static const auto kEncodeModes = ChooseForm(EncodeModesAnywhere, EncodeModesFaster);
     FlushIfFull(record);
-    ListChanges(record, row);
-    BitOutput output(record);
-    PutModes(output, record);
-    output.Store();
+    kEncodeModes(record, row);
     std::swap(record->ReferenceLine, record->CodingLine);
 }

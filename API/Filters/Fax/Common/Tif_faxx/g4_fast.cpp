@@ -14,6 +14,7 @@
 #include "API/Filters/Fax/Common/Tif_faxx/b1_search.h"
 #include "API/Filters/Fax/Common/Tif_faxx/fast_bits.h"
 #include "API/Filters/Fax/Common/Tif_faxx/fast_runs.h"
+#include "API/Filters/Fax/Common/Tif_faxx/instructions.h"
 
 #include <emmintrin.h>
 
@@ -109,8 +110,8 @@ uint32_t EntryBefore(const uint32_t* b1, const uint32_t* reference) {
 }
 
 // Writes the changes of a group's codes at next. False where not all of them take their ordinary course.
-bool DoGroup(const CodeGroup& group, const uint32_t* b1, const uint32_t* reference, uint32_t a0,
-             uint32_t* next) {
+[[gnu::always_inline]] inline bool DoGroup(const CodeGroup& group, const uint32_t* b1,
+                                           const uint32_t* reference, uint32_t a0, uint32_t* next) {
     const __m128i packed = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(group.offset));
     const __m128i offset = _mm_srai_epi32(_mm_unpacklo_epi16(packed, packed), 16);
     const __m128i entries = LoadEntries(b1);
@@ -127,9 +128,7 @@ bool DoGroup(const CodeGroup& group, const uint32_t* b1, const uint32_t* referen
     return (_mm_movemask_ps(_mm_castsi128_ps(bad)) & group.lanes) == 0;
 }
 
-} // namespace
-
-After DecodeFast(Line& line) {
+[[gnu::always_inline]] inline After Decode(Line& line) {
     const int64_t start = line.input.Position();
     const int64_t end = FastEnd(line.input, line.record, line.limit - line.written);
     if (start < 0 || start >= end || line.referenceEntries > kListEntries - kStepEntries)
@@ -145,7 +144,7 @@ After DecodeFast(Line& line) {
     After after = After::NextCode;
 
     // Carries out one code; false where the line ends with it, or it is for the plain decoder.
-    const auto doSingle = [&] {
+    const auto doSingle = [&]() __attribute__((always_inline)) {
         const SingleCode& code = kSingleCodes[bits.Top(kModeIndexBits)];
         if (code.mode > Mode::Pass) {
             if (code.mode != Mode::Horizontal)
@@ -236,6 +235,21 @@ After DecodeFast(Line& line) {
     line.b1 = static_cast<uint32_t>(b1 - reference);
     line.input.MoveTo(bits.Position());
     return after;
+}
+
+} // namespace
+
+After DecodeFastAnywhere(Line& line) {
+    return Decode(line);
+}
+
+FAXX_FASTER_FORM After DecodeFastFaster(Line& line) {
+    return Decode(line);
+}
+
+After DecodeFast(Line& line) {
+    static const auto kForm = ChooseForm(DecodeFastAnywhere, DecodeFastFaster);
+    return kForm(line);
 }
 
 uint32_t ReadBlankLines(Line& line, uint32_t most) {

@@ -10,6 +10,10 @@ namespace faxx::g4 {
 // plain decoder (which may be all of them).
 After DecodeFast(Line& line);
 
+// Its two forms (instructions.h).
+After DecodeFastAnywhere(Line& line);
+After DecodeFastFaster(Line& line);
+
 // At the start of a line below a blank one: how many blank lines, most at the most, the next bits code.
 // Consumes them.
 uint32_t ReadBlankLines(Line& line, uint32_t most);

@@ -1,0 +1,26 @@
+// Code that is compiled twice: for any x86-64, and for processors that shift by any register (BMI2), count
+// and clear bits (POPCNT, BMI1) and have vectors of 32 bytes (AVX2). Which of the two runs is chosen once,
+// when it is first called. Both are always there, and the tests compare them.
+#pragma once
+
+#include <cstdint>
+
+namespace faxx {
+
+enum class Form : uint8_t { Anywhere, Faster };
+
+// In front of the functions of the faster form. What they call is inlined into them, or gains nothing.
+#define FAXX_FASTER_FORM [[gnu::target("popcnt,bmi,bmi2,avx2")]]
+
+inline bool HasFasterInstructions() {
+    __builtin_cpu_init();
+    return __builtin_cpu_supports("popcnt") && __builtin_cpu_supports("bmi") &&
+           __builtin_cpu_supports("bmi2") && __builtin_cpu_supports("avx2");
+}
+
+template <typename Function>
+Function* ChooseForm(Function* anywhere, Function* faster) {
+    return HasFasterInstructions() ? faster : anywhere;
+}
+
+} // namespace faxx

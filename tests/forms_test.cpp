@@ -1,0 +1,141 @@
+// Where code stands in two forms, both do the same: over pictures of every kind, and streams of them, whole
+// and damaged.
+#include "API/Filters/Fax/Common/Tif_faxx/change_list.h"
+#include "API/Filters/Fax/Common/Tif_faxx/encode_forms.h"
+#include "API/Filters/Fax/Common/Tif_faxx/g4_fast.h"
+#include "host/kernel.h"
+#include "tests/pictures.h"
+
+#include <gtest/gtest.h>
+
+namespace {
+
+constexpr unsigned kRows = 40;
+constexpr unsigned kWidths[] = {1, 7, 8, 63, 64, 65, 127, 319, 320, 577, 1728, 2563};
+
+class Forms : public testing::Test {
+protected:
+    void SetUp() override {
+        if (!faxx::HasFasterInstructions())
+            GTEST_SKIP() << "the processor runs one form only";
+    }
+};
+
+// A record set up for coding; what is coded stays in its buffer.
+struct Encoder {
+    CCITTG34 record{};
+
+    Encoder(int format, unsigned width) {
+        EXPECT_EQ(InitEncodeG34(nullptr, &record, static_cast<unsigned>(format), width, 0, nullptr), 0);
+    }
+    ~Encoder() {
+        for (void* block : {static_cast<void*>(record.ReferenceLine), static_cast<void*>(record.CodingLine),
+                            static_cast<void*>(record.Buffer)})
+            K_LocalFree(block, 0, "");
+    }
+    Bytes coded() const { return Bytes(record.Buffer, record.Buffer + record.BufferCount); }
+    std::vector<uint32_t> list() const {
+        size_t entries = 0;
+        while (record.CodingLine[entries] != 0)
+            ++entries;
+        return std::vector<uint32_t>(record.CodingLine, record.CodingLine + entries + 3);
+    }
+};
+
+TEST_F(Forms, OfTheRowScanListEveryChange) {
+    for (const unsigned width : kWidths)
+        for (int kind = 0; kind < PICTURE_KINDS; ++kind)
+            for (const Bytes& row : pictureOf(width, kRows, kind)) {
+                std::vector<uint32_t> expected;
+                for (const uint32_t column : changesOf(row, width))
+                    expected.push_back(width - column);
+                expected.insert(expected.end(), 3, 0);
+                for (const auto list : {faxx::ListChangesAnywhere, faxx::ListChangesFaster}) {
+                    Encoder encoder(FORMAT_FAX_G4, width);
+                    list(&encoder.record, row.data());
+                    ASSERT_EQ(encoder.list(), expected) << "width " << width << ", kind " << kind;
+                }
+            }
+}
+
+TEST_F(Forms, OfTheCodersWriteTheSameBits) {
+    const struct {
+        int format;
+        void (*anywhere)(CCITTG34*, const uint8_t*);
+        void (*faster)(CCITTG34*, const uint8_t*);
+    } coders[] = {{FORMAT_FAX_G4, faxx::EncodeModesAnywhere, faxx::EncodeModesFaster},
+                  {FORMAT_FAX_G3_1D, faxx::EncodeRunsAnywhere, faxx::EncodeRunsFaster},
+                  {FORMAT_FAX_G3_1D_NOEOL, faxx::EncodeRunsAnywhere, faxx::EncodeRunsFaster}};
+    for (const auto& coder : coders)
+        for (const unsigned width : kWidths)
+            for (int kind = 0; kind < PICTURE_KINDS; ++kind) {
+                Encoder anywhere(coder.format, width);
+                Encoder faster(coder.format, width);
+                for (const Bytes& row : pictureOf(width, kRows, kind)) {
+                    coder.anywhere(&anywhere.record, row.data());
+                    coder.faster(&faster.record, row.data());
+                    for (CCITTG34* record : {&anywhere.record, &faster.record})
+                        std::swap(record->ReferenceLine, record->CodingLine);
+                    ASSERT_EQ(anywhere.coded(), faster.coded()) << "width " << width << ", kind " << kind;
+                    ASSERT_EQ(anywhere.record.BitAccumulator, faster.record.BitAccumulator);
+                    ASSERT_EQ(anywhere.record.BitCount, faster.record.BitCount);
+                }
+            }
+}
+
+// A G4 line under way in a record of its own, and where a decoder left it.
+struct Decoder {
+    std::vector<uint32_t> reference = std::vector<uint32_t>(250000);
+    std::vector<uint32_t> coding = std::vector<uint32_t>(250000);
+    CCITTG34 record{};
+
+    Decoder(Bytes& stream, unsigned width) {
+        record.Width = width;
+        record.ReferenceLine = reference.data();
+        record.CodingLine = coding.data();
+        record.Buffer = stream.data();
+        record.BytesInBuffer = static_cast<uint32_t>(stream.size() - 64); // zeros behind the data
+        record.RefillThreshold = record.BytesInBuffer + 2;
+    }
+};
+
+TEST_F(Forms, OfTheG4DecoderStopAtTheSameBit) {
+    std::mt19937 random(5);
+    for (const unsigned width : kWidths)
+        for (int kind = 0; kind < PICTURE_KINDS; ++kind) {
+            Encoder encoder(FORMAT_FAX_G4, width);
+            for (const Bytes& row : pictureOf(width, kRows, kind)) {
+                faxx::EncodeModesFaster(&encoder.record, row.data());
+                std::swap(encoder.record.ReferenceLine, encoder.record.CodingLine);
+            }
+            Bytes stream = encoder.coded();
+            for (auto damage = random() % 3; damage != 0 && !stream.empty(); --damage)
+                stream[random() % stream.size()] ^= static_cast<uint8_t>(1 << random() % 8);
+            stream.resize(stream.size() + 64);
+
+            Decoder one(stream, width);
+            Decoder two(stream, width);
+            faxx::g4::Line a(&one.record);
+            faxx::g4::Line b(&two.record);
+            a.input.MoveTo(0);
+            b.input.MoveTo(0);
+            for (unsigned row = 0; row < kRows; ++row) {
+                const faxx::RowOutput output{nullptr, 200000, 200000, kRows};
+                a.Begin(output, width);
+                b.Begin(output, width);
+                const faxx::g4::After after = faxx::g4::DecodeFastAnywhere(a);
+                ASSERT_EQ(after, faxx::g4::DecodeFastFaster(b)) << "width " << width << ", kind " << kind;
+                ASSERT_EQ(a.input.Position(), b.input.Position());
+                ASSERT_EQ(std::tie(a.written, a.a0, a.b1), std::tie(b.written, b.a0, b.b1));
+                ASSERT_TRUE(std::equal(a.coding, a.coding + a.written, b.coding));
+                if (after != faxx::g4::After::LineEnd)
+                    break;
+                for (faxx::g4::Line* line : {&a, &b}) {
+                    std::fill_n(line->coding + line->written, 3, 0);
+                    std::swap(line->record->ReferenceLine, line->record->CodingLine);
+                }
+            }
+        }
+}
+
+} // namespace
