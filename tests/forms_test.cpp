@@ -3,6 +3,7 @@
 #include "API/Filters/Fax/Common/Tif_faxx/change_list.h"
 #include "API/Filters/Fax/Common/Tif_faxx/encode_forms.h"
 #include "API/Filters/Fax/Common/Tif_faxx/g4_fast.h"
+#include "API/Filters/Fax/Common/Tif_faxx/run_rows.h"
 #include "host/kernel.h"
 #include "tests/pictures.h"
 
@@ -81,6 +82,27 @@ TEST_F(Forms, OfTheCodersWriteTheSameBits) {
                     ASSERT_EQ(anywhere.record.BitCount, faster.record.BitCount);
                 }
             }
+}
+
+TEST_F(Forms, OfTheRowWriterWriteTheSameRuns) {
+    std::mt19937 random(6);
+    for (const uint32_t entries : {1u, 8u, 9u, 15u, 16u, 17u, 24u, 25u, 400u})
+        for (unsigned round = 0; round < 200; ++round) {
+            std::vector<uint32_t> list(entries + 3);
+            uint32_t left = 65534;
+            for (uint32_t i = 0; i < entries; ++i)
+                list[i] = left -= static_cast<uint32_t>(random()) % (left / (entries - i));
+            if (round % 4 == 1) // to the right edge, past it, or to the left
+                list[random() % entries] = std::array<uint32_t, 4>{0, UINT32_MAX, 65534, 65535}[random() % 4];
+            std::vector<uint16_t> anywhere(entries + 9, 0xAAAA);
+            std::vector<uint16_t> faster = anywhere;
+            const uint32_t written = faxx::WriteRunsAnywhere(list.data(), entries, 65534, anywhere.data());
+            ASSERT_EQ(faxx::WriteRunsFaster(list.data(), entries, 65534, faster.data()), written);
+            ASSERT_EQ(anywhere, faster);
+            for (uint32_t i = 0; i < written; ++i)
+                ASSERT_EQ(anywhere[i], (i == 0 ? 65534 : list[i - 1]) - list[i]) << "entry " << i;
+            ASSERT_TRUE(round % 4 == 1 || written == (entries > 8 ? entries : 0));
+        }
 }
 
 // A G4 line under way in a record of its own, and where a decoder left it.

@@ -1,9 +1,9 @@
 // Conversion between run-length rows and packed rows.
 //
-// Both directions work on 64-bit words whose most significant bit is the leftmost pixel. Expanding
-// clears the row and adds each black run to it: nearly all runs touch one word, so a row costs one
-// store and one well predicted branch per black run. Compressing marks the pixels that
-// differ from their left neighbour, v ^ (v >> 1), and walks over the marks by counting leading zeros.
+// Both directions work on 64-bit words whose most significant bit is the leftmost pixel. Expanding clears the
+// row and adds each black run to it, nearly all with one store and no branch that depends on where they lie.
+// Compressing marks the pixels that differ from their left neighbour, v ^ (v >> 1), and walks over the marks
+// by counting leading zeros.
 #include "host/standin/rows.h"
 
 #include "host/kernel.h"
@@ -96,34 +96,32 @@ uint32_t RunCount(const unsigned short* row) {
 
 namespace {
 
-// Adds the runs that begin at column x, with the pixels left of it that are in its word already.
+// Adds the runs that begin at column x; pixels is what the byte at x has already.
 const unsigned short* AddRuns(const unsigned short* run, const unsigned short* end, unsigned char* packed,
                               size_t width, size_t x, uint64_t pixels) {
-    // Runs that end in a word lying whole within the row. The word being filled is kept in a register and
-    // stored with every run that touches it: nothing is loaded back.
-    const size_t wholeWords = width / 64 * 64;
-    size_t filled = x / 64; // index of the word being filled
+    // A black run of up to 56 pixels touches eight bytes from the one that it begins in. They are stored
+    // whole, with what the run before left in them: nothing is loaded back.
+    size_t base = x / 8; // the byte that pixels begins with
     while (end - run >= 2) {
         const size_t first = x + run[0];
-        const size_t last = first + run[1];
-        if (last >= wholeWords)
+        const size_t length = run[1];
+        const size_t last = first + length;
+        if (last + 64 > width) [[unlikely]]
             break;
-        const size_t firstWord = first / 64;
-        const size_t lastWord = last / 64;
-        const uint64_t from = FROM_IN_MEMORY[first & 63];
-        const uint64_t beyond = FROM_IN_MEMORY[last & 63];
-        pixels = firstWord == filled ? pixels : 0;
-        if (firstWord == lastWord) [[likely]] {
-            pixels |= from ^ beyond;
-        } else {
-            StoreWord(packed + firstWord * 8, pixels | from);
-            std::memset(packed + firstWord * 8 + 8, 0xFF, (lastWord - firstWord - 1) * 8);
-            pixels = ~beyond;
-        }
-        StoreWord(packed + lastWord * 8, pixels);
-        filled = lastWord;
         x = last;
         run += 2;
+        if (length > 56) [[unlikely]] {
+            FillBlack(packed, first, last);
+            base = last / 8;
+            pixels = packed[base];
+            continue;
+        }
+        const size_t on = first / 8 - base;
+        const uint64_t left = pixels >> (8 * on & 63);
+        const size_t bit = first % 8;
+        pixels = (on < 8 ? left : 0) | (FROM_IN_MEMORY[bit] ^ FROM_IN_MEMORY[bit + length]);
+        base = first / 8;
+        StoreWord(packed + base, pixels);
     }
 
     // The others, cut to the width.
@@ -145,9 +143,7 @@ const unsigned short* ExpandRow(const unsigned short* row, unsigned char* packed
         return AddRuns(runs, runs + count, packed, width, 0, 0);
     size_t x = 0;
     const size_t done = AddDenseRuns(runs, count, packed, width, &x);
-    uint64_t pixels = 0;
-    if (x / 64 < width / 64)
-        std::memcpy(&pixels, packed + x / 64 * 8, sizeof pixels);
+    const uint64_t pixels = x / 8 < PackedRowBytes(width) ? packed[x / 8] : 0;
     return AddRuns(runs + done, runs + count, packed, width, x, pixels);
 }
 

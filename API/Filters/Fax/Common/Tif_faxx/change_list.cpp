@@ -1,5 +1,5 @@
 // The row scan looks at 64 pixels at a time: a word xored with itself shifted by one pixel has a bit set at
-// every changing element. After a word without changes, stretches of 256 or 512 pixels of the same colour are
+// every changing element. After a word without changes, stretches of 256 pixels of the same colour are
 // skipped whole.
 //
 // The scan is compiled twice (instructions.h): counting and clearing bits in one instruction is worth a tenth
@@ -57,10 +57,11 @@ template <Form form>
     return end;
 }
 
-// Stretches of pixels of one colour: one of kPixels is all of the colour of the pixels it was made of.
+constexpr uint32_t kStretchPixels = 256;
+
+// Tells stretches of one colour: that of the pixels it was made of.
 template <Form form>
 struct Stretch {
-    static constexpr uint32_t kPixels = 256;
     __m128i fill;
 
     explicit Stretch(uint64_t pixels) : fill(_mm_set1_epi8(static_cast<char>(pixels))) {}
@@ -75,16 +76,13 @@ struct Stretch {
 
 template <>
 struct Stretch<Form::Faster> {
-    static constexpr uint32_t kPixels = 512;
     __m256i fill;
 
     FAXX_FASTER_FORM explicit Stretch(uint64_t pixels) : fill(_mm256_set1_epi8(static_cast<char>(pixels))) {}
 
     FAXX_FASTER_FORM bool Holds(const uint8_t* row) const {
-        const __m256i* vectors = reinterpret_cast<const __m256i*>(row);
-        const __m256i differ = _mm256_or_si256(_mm256_xor_si256(_mm256_loadu_si256(vectors), fill),
-                                               _mm256_xor_si256(_mm256_loadu_si256(vectors + 1), fill));
-        return _mm256_testz_si256(differ, differ) != 0;
+        const __m256i pixels = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(row));
+        return _mm256_movemask_epi8(_mm256_cmpeq_epi8(pixels, fill)) == -1;
     }
 };
 
@@ -101,9 +99,9 @@ template <Form form>
             before = pixels << 63;
         } else {
             const Stretch<form> stretch(pixels);
-            for (; remaining >= stretch.kPixels + kWordPixels && stretch.Holds(row + kWordPixels / 8);
-                 remaining -= stretch.kPixels)
-                row += stretch.kPixels / 8;
+            for (; remaining >= kStretchPixels + kWordPixels && stretch.Holds(row + kWordPixels / 8);
+                 remaining -= kStretchPixels)
+                row += kStretchPixels / 8;
         }
         remaining -= kWordPixels;
         row += kWordPixels / 8;

@@ -1,9 +1,11 @@
 #include "API/Filters/Fax/Common/Tif_faxx/run_rows.h"
 
 #include "API/Filters/Fax/Common/Tif_faxx/bit_input.h"
+#include "API/Filters/Fax/Common/Tif_faxx/instructions.h"
 
-#include <emmintrin.h>
+#include <immintrin.h>
 
+#include <algorithm>
 #include <bit>
 #include <cstring>
 #include <utility>
@@ -26,32 +28,64 @@ uint16_t* PutRun(uint16_t* word, uint32_t run) {
     return word;
 }
 
-// The runs in front of the first entries of a list, eight at a time, as long as the entries decrease or
-// repeat left of the edge. Returns how many were written.
-uint32_t WriteWholeRuns(const uint32_t* list, uint32_t entries, uint32_t width, uint16_t* word) {
-    constexpr uint32_t kGroup = 8;
-    if (entries <= kGroup || list[0] == 0 || list[0] > width)
-        return 0;
-    word[0] = static_cast<uint16_t>(width - list[0]);
-    const __m128i one = _mm_set1_epi32(1);
-    const auto load = [&](uint32_t i) { return _mm_loadu_si128(reinterpret_cast<const __m128i*>(list + i)); };
-    uint32_t done = 1;
-    for (; done + kGroup <= entries; done += kGroup) {
-        const __m128i before0 = load(done - 1);
-        const __m128i before1 = load(done + 3);
-        const __m128i entry0 = load(done);
-        const __m128i entry1 = load(done + 4);
-        const __m128i rises =
-            _mm_or_si128(_mm_cmpgt_epi32(entry0, before0), _mm_cmpgt_epi32(entry1, before1));
-        const __m128i past = _mm_or_si128(_mm_cmplt_epi32(entry0, one), _mm_cmplt_epi32(entry1, one));
-        if (_mm_movemask_epi8(_mm_or_si128(rises, past)) != 0)
-            break;
+constexpr uint32_t kLanes = 8;
+
+// Eight entries of a list, and the runs that they end. Ordinary where they neither rise nor stand at or past
+// the edge.
+template <Form form>
+struct EightRuns {
+    __m128i runs;
+    bool ordinary;
+
+    explicit EightRuns(const uint32_t* entries) {
+        const __m128i one = _mm_set1_epi32(1);
+        const auto load = [](const uint32_t* at) {
+            return _mm_loadu_si128(reinterpret_cast<const __m128i*>(at));
+        };
+        const __m128i entry0 = load(entries);
+        const __m128i entry1 = load(entries + 4);
+        const __m128i run0 = _mm_sub_epi32(load(entries - 1), entry0);
+        const __m128i run1 = _mm_sub_epi32(load(entries + 3), entry1);
+        const __m128i below = _mm_or_si128(_mm_or_si128(run0, _mm_sub_epi32(entry0, one)),
+                                           _mm_or_si128(run1, _mm_sub_epi32(entry1, one)));
+        ordinary = _mm_movemask_ps(_mm_castsi128_ps(below)) == 0;
         // Packing saturates as signed: sign-extended low halves pass unchanged.
         const auto low = [](__m128i run) { return _mm_srai_epi32(_mm_slli_epi32(run, 16), 16); };
-        const __m128i runs =
-            _mm_packs_epi32(low(_mm_sub_epi32(before0, entry0)), low(_mm_sub_epi32(before1, entry1)));
-        _mm_storeu_si128(reinterpret_cast<__m128i*>(word + done), runs);
+        runs = _mm_packs_epi32(low(run0), low(run1));
     }
+};
+
+template <>
+struct EightRuns<Form::Faster> {
+    __m128i runs;
+    bool ordinary;
+
+    FAXX_FASTER_FORM explicit EightRuns(const uint32_t* entries) {
+        const __m256i entry = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(entries));
+        const __m256i run =
+            _mm256_sub_epi32(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(entries - 1)), entry);
+        const __m256i below = _mm256_or_si256(run, _mm256_sub_epi32(entry, _mm256_set1_epi32(1)));
+        ordinary = _mm256_movemask_ps(_mm256_castsi256_ps(below)) == 0;
+        runs = _mm_packus_epi32(_mm256_castsi256_si128(run), _mm256_extracti128_si256(run, 1));
+    }
+};
+
+template <Form form>
+[[gnu::always_inline]] inline uint32_t WriteRuns(const uint32_t* list, uint32_t entries, uint32_t width,
+                                                 uint16_t* word) {
+    if (entries <= kLanes || list[0] == 0 || list[0] > width)
+        return 0;
+    word[0] = static_cast<uint16_t>(width - list[0]);
+    uint32_t done = 1;
+    do {
+        // The last eight overlap with those before.
+        const uint32_t first = std::min(done, entries - kLanes);
+        const EightRuns<form> eight(list + first);
+        if (!eight.ordinary)
+            break;
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(word + first), eight.runs);
+        done = first + kLanes;
+    } while (done < entries);
     return done;
 }
 
@@ -63,6 +97,15 @@ uint32_t PutRunCount(uint16_t* row, const uint16_t* end) {
 }
 
 } // namespace
+
+uint32_t WriteRunsAnywhere(const uint32_t* list, uint32_t entries, uint32_t width, uint16_t* word) {
+    return WriteRuns<Form::Anywhere>(list, entries, width, word);
+}
+
+FAXX_FASTER_FORM uint32_t WriteRunsFaster(const uint32_t* list, uint32_t entries, uint32_t width,
+                                          uint16_t* word) {
+    return WriteRuns<Form::Faster>(list, entries, width, word);
+}
 
 void WriteWhiteRow(uint16_t** rows, uint32_t width) {
     *rows += PutRunCount(*rows, PutRun(*rows + kRowHeaderWords, width));
@@ -82,7 +125,8 @@ uint32_t WriteRow(uint32_t* list, uint32_t entries, uint32_t width, uint16_t* ro
     uint16_t* word = row + kRowHeaderWords;
     uint32_t previous = width;
     if (width <= kRunPiece) {
-        const uint32_t whole = WriteWholeRuns(list, entries, width, word);
+        static const auto kWriteRuns = ChooseForm(WriteRunsAnywhere, WriteRunsFaster);
+        const uint32_t whole = kWriteRuns(list, entries, width, word);
         if (whole != 0) {
             list += whole;
             word += whole;

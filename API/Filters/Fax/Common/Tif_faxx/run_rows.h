@@ -29,6 +29,12 @@ uint32_t ListLength(const uint32_t* list);
 uint32_t WriteRow(uint32_t* list, uint32_t entries, uint32_t width, uint16_t* row, uint32_t maxWords,
                   bool* cut);
 
+// The runs in front of the entries of a list, as long as they neither rise nor stand at or past the edge.
+// Returns how many were written, which may be none of a short list. Width at most kRunPiece; two forms
+// (instructions.h).
+uint32_t WriteRunsAnywhere(const uint32_t* list, uint32_t entries, uint32_t width, uint16_t* word);
+uint32_t WriteRunsFaster(const uint32_t* list, uint32_t entries, uint32_t width, uint16_t* word);
+
 // What a decoder call has written, and may still write.
 struct RowOutput {
     uint16_t* next;     // where the next row goes
