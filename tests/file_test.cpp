@@ -63,7 +63,7 @@ TEST_F(Files, NullArguments) {
 }
 
 TEST_F(Files, HeaderIsDescribed) {
-    files["page"] = headerFile(1728, 2200, 2, 1, {});
+    files["page"] = headerFile(1725, 2200, 2, 1, {});
     files["page"].resize(20);
     InfoRun info;
     EXPECT_EQ(info.run("page"), SUCCESS);
@@ -73,7 +73,7 @@ TEST_F(Files, HeaderIsDescribed) {
         (std::vector<uint64_t>{uint64_t(f.Format), f.Width, uint64_t(f.Height), uint64_t(f.BitsPerPixel),
                                f.ImageSize, uint64_t(f.Orientation), f.Reserved572, uint64_t(f.XResolution),
                                uint64_t(f.YResolution), f.Flags}),
-        (std::vector<uint64_t>{121, 1728, 2200, 1, 475200, 1, 0, 204, 98, 0xEE | FILEINFO_DESCRIBED}));
+        (std::vector<uint64_t>{121, 1725, 2200, 1, 475200, 1, 0, 204, 98, 0xEE | FILEINFO_DESCRIBED}));
     EXPECT_EQ(testKernel().trace, (Trace{"Open 0 256", "Read 20", "Close"}));
     // Only the fields that have names.
     const std::pair<size_t, size_t> written[] = {{4, 8}, {520, 532}, {540, 566}, {568, 576}, {584, 596}};

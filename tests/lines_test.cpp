@@ -28,16 +28,18 @@ LineCase g3(const char* name, unsigned format, unsigned width, const Bits& bits,
 
 void expectLines(std::initializer_list<LineCase> cases) {
     resetTestKernel();
-    for (const LineCase& c : cases) {
-        SCOPED_TRACE(c.name);
-        // Ones behind the stream: white lines for whoever reads too far, never the end of the input.
-        CodecRun run(packed(c.bits + repeated("1", 64)), {.format = c.format, .width = c.width});
-        EXPECT_EQ(c.throughG3 ? run.decode(c.lines) : run.decodeG4(c.lines), rowsFromText(c.rows));
-        EXPECT_EQ(run.dispatch->Status, c.status);
-        EXPECT_EQ(run.record.DecodeStatus, c.decodeStatus);
-        EXPECT_EQ(run.record.Width, c.widthAfter != 0 ? c.widthAfter : c.width);
-        EXPECT_TRUE(c.bitsRead == 0 || c.bitsRead == run.bitPosition()) << run.bitPosition();
-    }
+    // Ones behind the stream: white lines for whoever reads too far, never the end of the input. With many of
+    // them the fast decoders read it.
+    for (const size_t ones : {64u, 512u})
+        for (const LineCase& c : cases) {
+            SCOPED_TRACE(testing::Message() << c.name << ", ones " << ones);
+            CodecRun run(packed(c.bits + repeated("1", ones)), {.format = c.format, .width = c.width});
+            EXPECT_EQ(c.throughG3 ? run.decode(c.lines) : run.decodeG4(c.lines), rowsFromText(c.rows));
+            EXPECT_EQ(run.dispatch->Status, c.status);
+            EXPECT_EQ(run.record.DecodeStatus, c.decodeStatus);
+            EXPECT_EQ(run.record.Width, c.widthAfter != 0 ? c.widthAfter : c.width);
+            EXPECT_TRUE(c.bitsRead == 0 || c.bitsRead == run.bitPosition()) << run.bitPosition();
+        }
 }
 
 const Bits LINE_2_5 = horizontal(2, 3) + V0; // width 10: 2 3 5
@@ -79,6 +81,7 @@ TEST(G4Lines, Widening) {
          {"only once", 5, VR3 + VR3, 2, "8|8", ERROR_FAX_DATA_CORRUPT, 0, 8},
          {"two pixels of three", 1725, horizontal(100, 1627), 1, "100 1625", ERROR_FAX_DATA_CORRUPT},
          {"a multiple of 8", 16, VR1, 1, "16", ERROR_FAX_DATA_CORRUPT},
+         {"a whole byte past it", 16, horizontal(10, 14), 1, "10 6", ERROR_FAX_DATA_CORRUPT},
          {"first run past the edge", 10, horizontal(12, 1) + PASS, 2, "10|10", ERROR_FAX_DATA_CORRUPT},
          {"to the widest", 249999, V0 + VR1, 2, "65534 0 65534 0 65534 0 53397", 0, 0, 249999}});
 }
@@ -96,6 +99,10 @@ TEST(G4Lines, Damage) {
           1, "40 20 40"},
          {"no black code, tag", 10, HORIZONTAL + runBits(false, 4) + EOL + "0" + V0 + V0, 2, "4 6|4 6", 0, 0,
           0, FORMAT_FAX_G3_2D},
+         {"a run back to the left", 100,
+          horizontal(4, 4) + HORIZONTAL + runBits(false, 0u - 3) + runBits(true, 4) +
+              repeated(horizontal(1, 1), 4) + V0,
+          1, "4 4 92"},
          {"no black code, nothing skipped", 10, HORIZONTAL + runBits(false, 4) + "00000001" + V0 + V0, 2,
           "4 6|4 6", ERROR_FAX_DATA_CORRUPT, 0, 0, FORMAT_FAX_G3_1D_NOEOL}});
 }
@@ -117,13 +124,17 @@ TEST(G4Lines, Uncompressed) {
 }
 
 TEST(G4Limits, BudgetEndsACallAtALineBoundary) {
-    // 100 runs a line, 102 words a row: a call goes on while width + 3 words are left.
-    const Bits line = horizontal(0, 1) + repeated(horizontal(1, 1), 48) + horizontal(1, 1631);
-    CodecRun run(packed(repeated(line, 3000) + repeated("1", 64)), {.width = 1728});
-    const size_t rows = (249998 - 1731) / 102 + 1;
-    EXPECT_EQ(run.decode(3000).size(), rows);
-    EXPECT_EQ(run.decode(3000 - static_cast<unsigned>(rows)).size(), 3000 - rows);
+    // 100 runs a line, 102 words a row: a call goes on while width + 3 words are left, in one case exactly.
+    for (const unsigned width : {1727u, 1728u}) {
+        const Bits line = horizontal(0, 1) + repeated(horizontal(1, 1), 48) + horizontal(1, width - 98);
+        CodecRun run(packed(repeated(line, 3000) + repeated("1", 64)), {.width = width});
+        const size_t rows = (249998 - (width + 3)) / 102 + 1;
+        EXPECT_EQ(run.decode(3000).size(), rows);
+        EXPECT_EQ(run.decode(3000 - static_cast<unsigned>(rows)).size(), 3000 - rows);
+    }
 
+    CodecRun blank(packed(repeated(V0, 90000)), {.width = 1728});
+    EXPECT_EQ(blank.decode(90000).size(), (249998u - 1731) / 3 + 1);
     CodecRun white(Bytes(), {.width = 70000});
     EXPECT_EQ(white.decode(1000000).size(), 249998u / 5);
 }
@@ -171,6 +182,8 @@ TEST(G3Lines, OneDimensional) {
          g3("no EOL between lines", 66, 10, line1D({2, 3, 5}) + line1D({0, 10}), 2, "2 3 5|0 10"),
          g3("fill before EOLs", 66, 10,
             Bits(37, '0') + EOL + line1D({4, 6}) + Bits(5, '0') + EOL + EOL + line1D({10}), 2, "4 6|10"),
+         g3("fill longer than a window", 66, 10, line1D({4, 6}) + Bits(60, '0') + EOL + line1D({3, 7}), 2,
+            "4 6|3 7"),
          g3("EOL at a black position", 66, 1728, line1D({100}) + EOL + WHITE_1728, 2, "100 1628|1728"),
          g3("EOL at a white position", 66, 1728, line1D({100, 50}) + EOL + WHITE_1728, 2, "100 50 1578|1728"),
          g3("make-up before an EOL stays counted", 66, 100, Bits("11011") + EOL + line1D({6, 30}), 1,
@@ -195,6 +208,8 @@ TEST(G3Lines, TwoDimensional) {
         {g3("67 returns after a 2D line", 67, 10,
             EOL + "1" + line1D({2, 3, 5}) + EOL + "0" + VR1 + V0 + V0 + EOL + "1" + line1D({10}), 4,
             "2 3 5|3 2 5"),
+         g3("67 blank lines, one asked for", 67, 10, EOL + "1" + line1D({10}) + EOL + "0" + V0 + EOL, 1,
+            "10"),
          g3("67 without an EOL stays 1D", 67, 10, line1D({2, 3, 5}) + line1D({10}), 2, "2 3 5|10"),
          g3("67 tag read with the line's last EOL", 67, 10, line1D({2}) + EOL + "0" + V0 + V0, 2, "2 8|2 8"),
          g3("117 hands over for good", 117, 10,

@@ -234,15 +234,14 @@ Description describeTrialByTrial(const Bytes& bytes) {
 TEST_F(RawLoader, TrialsThatAreCutShortEndAsTheyWould) {
     const Bits lines = repeated(runBits(false, 7) + runBits(true, 9), 20) + EOL;
     const Bits twoDimensional = repeated(runBits(false, 1) + runBits(true, 1), 40) + EOL; // with tags
-    const struct {
-        Bits head, body, tail;
-    } cases[] = {{EOL_EVERY_OTHER_BYTE, EMPTY_RUNS, ""},
-                 {EOL_EVERY_OTHER_BYTE, lines, TOO_WIDE},
-                 {EOL_EVERY_OTHER_BYTE, twoDimensional, TOO_WIDE},
-                 {EOL + "110110000000", lines, TOO_WIDE}};
-    for (const auto& c : cases) {
-        SCOPED_TRACE(&c - cases);
-        const Bytes bytes = hostile(c.head, c.body, 20000, c.tail);
+    const Bytes cases[] = {hostile(EOL_EVERY_OTHER_BYTE, EMPTY_RUNS, 20000),
+                           hostile(EOL_EVERY_OTHER_BYTE, lines, 20000, TOO_WIDE),
+                           hostile(EOL_EVERY_OTHER_BYTE, twoDimensional, 20000, TOO_WIDE),
+                           hostile(EOL + "110110000000", lines, 20000, TOO_WIDE),
+                           // The last trial is one-dimensional, with tags, and cut short.
+                           packed(repeated(EOL + "1000", 120) + EOL + "1" + repeated(EMPTY_RUNS, 66000))};
+    for (const Bytes& bytes : cases) {
+        SCOPED_TRACE(&bytes - cases);
         resetTestKernel();
         const Description wanted = describeTrialByTrial(bytes);
         const auto readsAndSeeks = [] {

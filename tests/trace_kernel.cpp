@@ -222,7 +222,8 @@ TRACED(K_GetBitmapRowCompressed, FAILURE, joined("GetBitmapRowCompressed", row, 
        (_BITMAPHANDLE * bitmap, unsigned char* work, unsigned short* runs, unsigned row, unsigned rowCount),
        (bitmap, work, runs, row, rowCount))
 TRACED(K_PutBitmapRowColCompressed, FAILURE,
-       joined("PutBitmapRowColCompressed", row, column) + ' ' + std::to_string(pixels),
+       joined("PutBitmapRowColCompressed", row, column) + ' ' + std::to_string(pixels) + ", runs " +
+           std::to_string(runs[0] | runs[1] << 16),
        (_BITMAPHANDLE * bitmap, unsigned char* work, const unsigned short* runs, unsigned row,
         unsigned column, unsigned pixels),
        (bitmap, work, runs, row, column, pixels))

@@ -7,6 +7,20 @@ namespace {
 
 constexpr uint32_t kMostRuns = 2;
 
+struct CodedRun {
+    uint32_t length;
+    CodeWord code;
+};
+
+// Parsed once: compilers bound the work of a constant.
+template <Colour colour>
+constexpr auto kCodedRuns = [] {
+    std::array<CodedRun, kTerminatingCodes + kMakeUpCodes + kExtendedCodes> runs{};
+    size_t next = 0;
+    ForEachCodedRun([&](uint32_t length) { runs[next++] = {length, RunCode(colour, length)}; });
+    return runs;
+}();
+
 struct Steps {
     std::array<RunStep, 2 << kStepIndexBits> table;
 
@@ -23,16 +37,16 @@ struct Steps {
                                 static_cast<uint8_t>(runs)});
         if (runs == kMostRuns)
             return;
-        ForEachCodedRun([&](uint32_t length) {
-            const CodeWord code = RunCode(due, length);
+        for (const auto& [length, code] :
+             due == Colour::White ? kCodedRuns<Colour::White> : kCodedRuns<Colour::Black>) {
             const bool ends = length < kTerminatingCodes;
             if (code.length > spare || (runs != 0 && !ends))
-                return;
+                continue;
             uint32_t with[kMostRuns] = {run[0], run[1]};
             with[runs] += length;
             Enter(start, {read.bits << code.length | code.bits, read.length + code.length},
                   ends ? Opposite(due) : due, with, runs + ends);
-        });
+        }
     }
 };
 
