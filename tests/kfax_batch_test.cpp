@@ -70,6 +70,8 @@ TEST_F(KfaxBatch, CommandLines) {
         {"", "load --out-dir out ../x/a.g3 --keep-tree", 1, "", "lies above the current directory"},
         {"", "load --out-dir out a.g3 a.pbm --keep-ext --to raw --code g3", 0, "a.g3.g3 a.pbm.g3", ""},
         {"", "load --out-dir sub sub/a.g3 --to raw --code g3", 1, "", "an output would have its name"},
+        {"", "load --out-dir out a.g3 b.g3 a.g3", 1, "", "a.g3: is listed twice"},
+        {"", "load two.tif ./two.tif --page 1", 1, "", "two.tif: is its own output"},
         {"", "load --out-dir a.g3 b.g3", 1, "", "kfax: a.g3: "},
         {"", "load --out-dir out a.g3 cut.hdr", 3, "a.png cut.png",
          "2 files: 1 converted, 1 damaged, 0 failed"},
@@ -95,8 +97,10 @@ TEST_F(KfaxBatch, CommandLines) {
         {"cat a.pbm |", "save - - --to tif", 0, "", "", "II"},
         {"cat no.g3 |", "load - - --to png", 1, "", "kfax: standard input: no fax stream"},
         {"printf 'a.g3\\nb.g3\\n' |", "info -", 0, "", "", "b.g3\n  format       66"},
+        {"cat a.g3 |", "verify -", 1, "", "kfax: standard input: no list of names"},
         {"", "verify a.g3 b.g3 two.tif", 0, "", "", "a.g3: good\nb.g3: good\ntwo.tif: page 1: good\n"},
         {"", "verify a.g3 b.g3 two.tif --quiet", 0, "", ""},
+        {"", "verify \"$(printf 'no\\nfile')\"", 1, "", "kfax: no\\x0afile: No such file"},
         {"", "verify a.g3 a.pbm", 1, "", "a.pbm: a picture", "a.g3: good"},
         {"", "verify", 2, "", "name the files"},
         {"", "load a.g3 two.tif missing out.png --thumbnail 8", 2, "", "--thumbnail must be"},
@@ -231,6 +235,8 @@ TEST_F(KfaxBatch, VerifyNamesTheLines) {
         ASSERT_EQ(kfax(std::string("save page.pbm page.fax --format ") + format).code, 0);
         const Outcome good = kfax("verify page.fax" + size + format);
         EXPECT_EQ(good.told, "page.fax: good\n") << good.said;
+        EXPECT_EQ(kfax("verify page.fax").said.find("see whether it is two-dimensional") != std::string::npos,
+                  std::string(format) == "g3-2d");
         const Bytes stream = readFile("page.fax");
         EXPECT_GT(stream.size(), 160000u);
         std::string names;

@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Every option that kfax --help names is in the manual page and in all completions, and bash's offers exactly
-# the options of each command. The page is looked through by mandoc, the completions by their shells, where
-# these are installed.
+# the options of each command. The version is one everywhere. The page is looked through
+# by mandoc, the completions by their shells, where these are installed.
 set -euo pipefail
 kfax=$1
 tool=$(dirname "${BASH_SOURCE[0]}")/../tools/kfax
@@ -47,6 +47,13 @@ for command in "" info verify load save; do
     [[ $offered == "$expected" ]] ||
         complain "kfax.bash and kfax $command: $(diff <(echo "$expected") <(echo "$offered") || true)"
 done
+
+version=$("$kfax" --version)
+[[ $version =~ ^kfax\ [0-9]+\.[0-9]+\.[0-9]+$ && $version == "$("$kfax" -V)" ]] || complain "kfax --version: $version"
+number=${version#kfax }
+grep -q "^\.TH KFAX 1 .*\"kffax $number\"" "$tool/kfax.1" || complain "kfax.1 is not about $number"
+[[ $(grep -m 1 '^## ' "$tool/../../CHANGELOG.md") == "## $number" ]] || complain "CHANGELOG.md lacks $number"
+[[ $(head -n 1 "$tool/../../packaging/changelog") == "kffax ($number)"* ]] || complain "packaging/changelog lacks $number"
 
 for status in 0 1 2 3; do
     grep -qx ".B $status" "$tool/kfax.1" || complain "kfax.1 lacks exit status $status"

@@ -129,6 +129,7 @@ TEST_F(KfaxTiff, ReadsWhatLibtiffWrites) {
             EXPECT_EQ(load.said, "");
             for (unsigned page = 1; page <= pages; ++page)
                 EXPECT_TRUE(readPbm(numbered(page)) == picture) << "page " << page;
+            EXPECT_EQ(kfax("verify --quiet pages.tif").told, "");
             const auto told = jsonLines(kfax("info --json pages.tif --page 22").told);
             EXPECT_EQ(told[0]["coding"], coding.name);
             EXPECT_EQ(told[0]["layout"], "tiles of 16 x 16");
@@ -214,7 +215,8 @@ TEST_F(KfaxTiff, SeveralInputsBecomePages) {
     writePbm("first.pbm", first);
     writePbm("second.pbm", second);
     EXPECT_EQ(kfax("save first.pbm second.pbm two.tif").code, 0);
-    EXPECT_EQ(kfax("save two.tif first.pbm three.tif").code, 0);
+    EXPECT_EQ(kfax("load two.tif again.tif --code g3").said, "");
+    EXPECT_EQ(kfax("save again.tif first.pbm three.tif").code, 0);
     const Tiff tiff(TIFFOpen("three.tif", "r"));
     ASSERT_NE(tiff, nullptr);
     for (const Pixels* page : {&first, &second, &first}) {

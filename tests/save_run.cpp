@@ -54,8 +54,7 @@ extern "C" int getSaveRow(_BITMAPHANDLE* bitmap, _BITMAPHANDLE* saveBitmap, unsi
 
 extern "C" int endSave(_BITMAPHANDLE* bitmap, _BITMAPHANDLE** saveBitmap, unsigned* callbackParam,
                        unsigned char** rowBuffer, _SAVEFILESTRUCT** saveFile) {
-    // No user data comes here: the bitmap's place in the run leads to it.
-    SaveRun& save = *reinterpret_cast<SaveRun*>(reinterpret_cast<char*>(bitmap) - offsetof(SaveRun, bitmap));
+    SaveRun& save = *static_cast<SaveRun::Bitmap*>(bitmap)->run; // no user data comes here
     ++save.ends;
     EXPECT_EQ(*saveBitmap, &save.saveBitmap);
     EXPECT_EQ(*callbackParam, PARAM + 1);
@@ -80,7 +79,7 @@ extern "C" int traceRow(_BITMAPHANDLE* saveBitmap, unsigned char* row, void* use
 
 SaveRun::SaveRun(const Picture& rows, unsigned width, int format)
     : picture(rows), rowBuffer((width + 7) / 8), file({}) {
-    for (_BITMAPHANDLE* b : {&bitmap, &saveBitmap}) {
+    for (_BITMAPHANDLE* b : std::initializer_list<_BITMAPHANDLE*>{&bitmap, &saveBitmap}) {
         b->Width = width;
         b->Height = static_cast<int>(rows.size());
         b->BitsPerPixel = 1;

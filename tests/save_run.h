@@ -18,7 +18,9 @@ struct SaveRun {
     std::unique_ptr<_SAVEDISPATCH> dispatch = std::make_unique<_SAVEDISPATCH>();
     std::unique_ptr<_SAVEOPTIONS> options = std::make_unique<_SAVEOPTIONS>();
     std::unique_ptr<_SAVEFILESTRUCT> saveFile = std::make_unique<_SAVEFILESTRUCT>();
-    _BITMAPHANDLE bitmap = {};
+    struct Bitmap : _BITMAPHANDLE {
+        SaveRun* run;
+    } bitmap = {{}, this};
     _BITMAPHANDLE saveBitmap = {}; // a converted copy
     Bytes rowBuffer;
     MemoryFile file;

@@ -24,10 +24,10 @@ namespace standin {
 namespace {
 
 struct alignas(std::max_align_t) BlockHeader {
-    BlockHeader* Previous;
-    BlockHeader* Next;
-    size_t Bytes;
-    void* Memory; // as it came from the C library
+    BlockHeader* Previous = nullptr;
+    BlockHeader* Next = nullptr;
+    size_t Bytes = 0;
+    void* Memory = nullptr; // as it came from the C library
     // Read by whoever asks what is held, while the block's thread may be at work on them.
     std::atomic<const char*> Path;
     std::atomic<int> Line;

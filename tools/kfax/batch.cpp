@@ -29,6 +29,10 @@ constexpr auto REDRAW = std::chrono::milliseconds(200);
 void ReadList(char end, std::vector<std::string>& names) {
     std::string name;
     for (int c = std::getc(stdin);; c = std::getc(stdin)) {
+        if (c == 0 && end != 0)
+            throw FileError("standard input",
+                            "no list of names, one a line: it has zero bytes in it; -0 takes "
+                            "names ended by these, and kfax load - OUT takes a fax stream");
         if (c != EOF && c != end) {
             name += static_cast<char>(c);
             continue;

@@ -60,6 +60,13 @@ void MakeDirectory(const std::string& directory) {
         throw FileError(directory, SystemReason(error.value()));
 }
 
+// Pages, tags and damaged lines that the output does not have would be lost with the input.
+void RefuseOwnOutput(const std::string& input, const std::string& output) {
+    std::error_code notThere;
+    if (std::filesystem::equivalent(input, output, notThere))
+        throw FileError(input, "is its own output; give that another name or --out-dir");
+}
+
 // An empty file is what a crash of the machine can leave of one that was just renamed.
 bool IsThere(const std::string& output) {
     std::error_code error;
@@ -139,6 +146,8 @@ Converted Convert(const standin::Filter& filter, const Conversion& conversion) {
 }
 
 int ConvertStreams(const standin::Filter& filter, Conversion conversion) {
+    for (const std::string& name : conversion.Inputs)
+        RefuseOwnOutput(name, conversion.Out.File);
     std::optional<ScratchFile> input;
     std::optional<ScratchFile> output;
     for (std::string& name : conversion.Inputs) {
@@ -151,13 +160,15 @@ int ConvertStreams(const standin::Filter& filter, Conversion conversion) {
         const File spool(std::fopen(name.c_str(), "wbe"));
         if (spool == nullptr)
             throw FileError(name, SystemReason(errno));
-        CopyStream(stdin, STREAM, spool.get(), name.c_str());
+        const std::string place = std::filesystem::path(name).parent_path();
+        CopyStream(stdin, "standard input", spool.get(), place.c_str());
     }
     if (conversion.Out.File == STREAM) {
         if (IsNumbered(conversion, WantedCount(conversion)))
             throw UsageError("standard output takes several pages as a TIFF file only (--to tif)");
         conversion.Out.File = output.emplace().Name;
-        ShowAs(conversion.Out.File, "standard output");
+        const std::string place = std::filesystem::path(conversion.Out.File).parent_path();
+        ShowAs(conversion.Out.File, "standard output, kept in " + place);
     }
     const Converted done = Convert(filter, conversion);
     if (output) {
@@ -191,9 +202,7 @@ int ConvertEach(const standin::Filter& filter, const Conversion& like, const Bat
             CheckInput(inputs[index]);
             if (outputs.Naming.KeepTree)
                 MakeDirectory(std::filesystem::path(names[index]).parent_path());
-            std::error_code notThere;
-            if (std::filesystem::equivalent(inputs[index], names[index], notThere))
-                throw std::runtime_error("is its own output; give another --out-dir");
+            RefuseOwnOutput(inputs[index], names[index]);
             converted = Convert(filter, conversion);
             if (!converted.Damages.empty())
                 report.Result = Outcome::Damaged;

@@ -83,7 +83,7 @@ FileReport ExaminePage(const standin::Filter& filter, TiffFile& file, unsigned n
     report.Page = number;
     report.Pages = pages;
     report.Layout =
-        page.Tiled ? "tiles of " + std::to_string(page.BlockWidth) + " x " + std::to_string(page.BlockHeight)
+        page.Tiled ? "tiles of " + std::to_string(page.BlockWidth) + " x " + std::to_string(page.CodedHeight)
                    : "strips of " + std::to_string(page.BlockHeight) + " rows";
     report.Inverted = (trial.LoadInfo.Flags & LOADINFO_INVERTED) != 0;
     report.Damage = damage;
@@ -117,7 +117,7 @@ std::string AsJson(const std::string& file, const FileReport& report) {
 
 std::string AsText(const std::string& file, const FileReport& report) {
     std::ostringstream text;
-    text << file << '\n';
+    text << Printable(file) << '\n';
     if (report.Pages != 0)
         text << "  page         " << report.Page << " of " << report.Pages << '\n';
     text << "  format       " << report.Format << ", " << report.Name << " ("

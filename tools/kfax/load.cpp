@@ -29,6 +29,8 @@ int LoadCommand(const standin::Filter& filter, const LoadCommandOptions& options
         throw UsageError("one file becomes one file; --out-dir DIR converts several");
     conversion.Inputs = run.Files;
     conversion.Out = ChooseOutput(output, options.Out, false);
+    if (conversion.Out.Kind == OutputKind::Tiff)
+        conversion.Wanted = WantedPages::All;
     return ConvertStreams(filter, conversion);
 }
 

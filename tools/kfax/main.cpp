@@ -7,6 +7,7 @@
 
 #include <CLI/CLI.hpp>
 #include <cstdio>
+#include <iostream>
 
 namespace kfax {
 
@@ -35,8 +36,9 @@ int Main(int argc, char** argv) {
     DeclareOptions(app, options);
     try {
         app.parse(argc, argv);
-    } catch (const CLI::Success& success) { // --help
-        return app.exit(success);
+    } catch (const CLI::Success& success) { // --help, --version
+        app.exit(success);
+        return std::cout.flush() ? EXIT_GOOD : EXIT_ERROR;
     } catch (const CLI::ParseError& error) {
         std::fprintf(stderr, "kfax: %s (kfax --help tells more)\n", error.what());
         return EXIT_USAGE;

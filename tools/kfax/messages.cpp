@@ -21,13 +21,28 @@ std::map<std::string, std::string> shownNames;
 } // namespace
 
 void Complain(const std::string& file, const std::string& reason) {
-    const std::string line = "kfax: " + ShownName(file) + ": " + reason + "\n";
+    const std::string line = Printable("kfax: " + ShownName(file) + ": " + reason) + "\n";
     if (collected != nullptr) {
         collected->push_back(line);
         return;
     }
     WipeProgress();
     std::fputs(line.c_str(), stderr);
+}
+
+std::string Printable(const std::string& text) {
+    std::string printable;
+    for (const char c : text) {
+        const auto byte = static_cast<unsigned char>(c);
+        if (byte >= 0x20 && byte != 0x7F) {
+            printable += c;
+            continue;
+        }
+        char code[8];
+        std::snprintf(code, sizeof code, "\\x%02x", byte);
+        printable += code;
+    }
+    return printable;
 }
 
 void Note(const std::string& file, const std::string& text) {
@@ -39,15 +54,19 @@ std::string SystemReason(int error) {
     std::string reason = std::strerror(error);
     switch (error) {
     case ENOENT:
+    case ENOTDIR:
+    case ENAMETOOLONG:
         return reason + "; check the name and its directory";
     case EACCES:
     case EPERM:
         return reason + "; see who may use it (ls -l)";
     case EISDIR:
         return reason + "; name the files in it, or list them (find DIR -type f | kfax ... -)";
+    case ELOOP:
+        return reason + "; see where the link leads (ls -l)";
     case ENOSPC:
     case EDQUOT:
-        return reason + "; make room, then go on (--skip-existing)";
+        return reason + "; make room and start again (--skip-existing goes on with a directory)";
     case EFBIG:
         return reason + "; raise the limit (ulimit -f)";
     case EMFILE:
@@ -55,6 +74,8 @@ std::string SystemReason(int error) {
         return reason + "; work with fewer --jobs, or raise the limit (ulimit -n)";
     case ENOMEM:
         return reason + "; work with fewer --jobs";
+    case EIO:
+        return reason + "; see whether the disk is in order, or fetch the file again";
     case EROFS:
         return reason + "; write to another directory";
     case EPIPE:

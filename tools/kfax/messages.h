@@ -14,6 +14,9 @@ void Complain(const std::string& file, const std::string& reason);
 // The same for what is good to know and no fault; nothing where kfax is to be quiet.
 void Note(const std::string& file, const std::string& text);
 
+// One line of it, whatever a file is called: control characters become \x0a and the like.
+std::string Printable(const std::string& text);
+
 // What an errno means, and what can be done about it.
 std::string SystemReason(int error);
 

@@ -77,7 +77,7 @@ void DeclareLoad(CLI::App& command, LoadCommandOptions& load) {
     AddRawInput(command, load.In);
     command.add_option("--page", load.In.Page, "Page of a TIFF file, from 1");
     command.add_flag("--all-pages", load.AllPages,
-                     "All pages: into one TIFF file, else into OUT-001.png and so on; --out-dir implies it");
+                     "All pages, into OUT-001.png and so on; a TIFF file and --out-dir take all anyway");
     command.add_flag("--mirror", load.In.Mirror, "Mirror the picture left to right");
     command.add_flag("--invert", load.In.Invert, "Exchange black and white");
     command.add_flag("--batch", load.In.Batch, "Decode in batches of 100 lines through a small buffer");
@@ -119,6 +119,7 @@ std::string TakeOutput(BatchOptions& run) {
 
 void DeclareOptions(CLI::App& app, Options& options) {
     app.require_subcommand(1);
+    app.set_version_flag("-V,--version", "kfax " KFAX_VERSION, "Print the version and exit");
     app.footer(
         "Exit codes: 0 good; 1 an error, of at least one file; 2 wrong command line; 3 no error, but damaged "
         "data (what could be decoded is written).");

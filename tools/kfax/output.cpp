@@ -3,13 +3,13 @@
 
 #include "API/Filters/Fax/Common/Tif_faxx.h"
 #include "tools/kfax/formats.h"
+#include "tools/kfax/messages.h"
 #include "tools/kfax/output_file.h"
 #include "tools/kfax/picture.h"
 #include "tools/kfax/progress.h"
 
 #include <algorithm>
 #include <cerrno>
-#include <cstring>
 
 namespace kfax {
 
@@ -41,8 +41,8 @@ OutputKind KindOfOutput(const std::string& file, const std::string& name, bool r
     if (!name.empty())
         throw UsageError("unknown --to " + name + "; known are raw, tif, png and pbm");
     if (!rawByDefault)
-        throw UsageError("the output must end in .png, .pbm, .tif, .g3, .g4 or .fax, or --to must say what "
-                         "it is");
+        throw UsageError(file + ": an output must end in .png, .pbm, .tif, .g3, .g4 or .fax, or --to must "
+                                "say what it is");
     return OutputKind::Raw;
 }
 
@@ -77,7 +77,7 @@ void SaveRaw(const standin::Filter& filter, const Output& output, _BITMAPHANDLE&
         const int status = standin::SaveFile(filter, name, bitmap, how);
         std::string reason = standin::StatusText(status);
         if ((status == ERROR_FILE_WRITE || status == ERROR_FILE_CREATE) && errno != 0)
-            reason += std::string(": ") + std::strerror(errno);
+            reason += ": " + SystemReason(errno);
         EndProgress(bar);
         if (status != SUCCESS)
             throw std::runtime_error(reason);

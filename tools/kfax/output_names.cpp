@@ -47,6 +47,8 @@ std::vector<std::string> NameOutputs(const std::vector<std::string>& inputs, con
         place += extension;
         outputs.push_back(path(naming.Directory) / place);
         const auto [other, isNew] = inputOf.emplace(Absolute(outputs.back()), &input);
+        if (!isNew && *other->second == input)
+            throw FileError(input, "is listed twice; name it once");
         if (!isNew)
             throw FileError(input, "would be " + outputs.back() + ", as would " + *other->second +
                                        "; --keep-tree keeps directories and --keep-ext extensions apart");

@@ -158,7 +158,7 @@ void VisitPages(const standin::Filter& filter, const std::string& name, const In
     if (!options.Page && wanted == WantedPages::First && pages > 1) {
         range.Last = 1;
         Note(name, "page 1 of " + std::to_string(pages) +
-                       " is taken (--page N takes another, --all-pages takes all)");
+                       " is taken; --page N takes another, and --out-dir or a TIFF file all");
     }
     for (unsigned number = range.First; number <= range.Last; ++number) {
         Page page = OnBehalfOf(name, [&] {

@@ -48,7 +48,7 @@ std::string HoursMinutesSeconds(double seconds) {
 
 ProgressBar StartProgress(const std::string& label) {
     const auto now = Clock::now();
-    return {ShownName(label), MayDraw(), now, now};
+    return {Printable(ShownName(label)), MayDraw(), now, now};
 }
 
 void ShowProgress(ProgressBar& bar, int done, int total) {

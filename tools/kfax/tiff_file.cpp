@@ -55,19 +55,24 @@ TiffFile::TiffFile(const std::string& name, const char* mode) : Name(name), Show
     errno = 0;
     Tiff.reset(TIFFOpenExt(name.c_str(), mode, options.get()));
     if (Tiff == nullptr)
-        throw std::runtime_error(TakeError(*this, "not a TIFF file"));
+        throw std::runtime_error(TakeError(*this, "not a TIFF file", DAMAGED_TIFF));
 }
 
-std::string TakeError(TiffFile& file, const char* otherwise) {
+std::string TakeError(TiffFile& file, const char* otherwise, const char* remedy) {
     std::string error = std::move(file.Error);
     file.Error.clear();
-    // The library says which call failed, and not why the system refused it.
-    const std::string reason = errno != 0 ? std::strerror(errno) : "";
     if (error.empty())
         error = otherwise;
-    if (!reason.empty() && error.find(reason) == std::string::npos)
-        error += ": " + reason;
-    return error;
+    const std::string name = file.Name + ": "; // which every message names already
+    if (error.starts_with(name))
+        error.erase(0, name.size());
+    if (errno == 0)
+        return error + remedy;
+    // The library says which call failed, and not always why the system refused it.
+    const std::string known = std::string(": ") + std::strerror(errno);
+    if (error.ends_with(known))
+        error.resize(error.size() - known.size());
+    return error + ": " + SystemReason(errno);
 }
 
 } // namespace kfax

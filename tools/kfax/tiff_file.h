@@ -27,8 +27,11 @@ struct TiffFile {
     std::unique_ptr<TIFF, CloseTiff> Tiff;
 };
 
-// The reason for the failure of the last call, or otherwise where the library gave none.
-std::string TakeError(TiffFile& file, const char* otherwise);
+constexpr const char* DAMAGED_TIFF = "; the file is damaged or cut off, fetch it again";
+
+// The reason for the failure of the last call, or otherwise where the library gave none; and where it was not
+// the system's refusal, what can be done about it.
+std::string TakeError(TiffFile& file, const char* otherwise, const char* remedy = "");
 
 // The value of a tag, or the library's default for it, or otherwise.
 template <class Value>

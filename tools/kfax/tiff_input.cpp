@@ -80,6 +80,7 @@ void ReadGrid(TiffFile& file, unsigned width, unsigned height, TiffPage& page) {
         throw std::runtime_error("the TIFF page is " + std::to_string(page.BlockWidth) +
                                  " pixels wide; at most " + std::to_string(MAX_IMAGE_WIDTH) +
                                  " can be loaded; cut or shrink it");
+    page.CodedHeight = page.BlockHeight;
     page.BlockHeight = std::min(page.BlockHeight, height);
 
     const uint64_t across = (uint64_t{width} + page.BlockWidth - 1) / page.BlockWidth;
@@ -172,6 +173,18 @@ std::string ReadBlocks(TiffFile& file, const TiffPage& page, standin::Blocks& bl
     return damage;
 }
 
+// What is wrong below the image is nobody's loss, but for data that is left over: it tells that there are
+// more lines than there should be, wherever these came in.
+void KeepRowsOfImage(std::vector<standin::FaultyLines>& faults, uint32_t count) {
+    std::erase_if(faults, [&](const standin::FaultyLines& lines) {
+        return lines.First >= count && lines.Fault != standin::LineFault::DataLeft;
+    });
+    for (standin::FaultyLines& lines : faults) {
+        lines.First = std::min(lines.First, count - 1);
+        lines.Last = std::min(lines.Last, count - 1);
+    }
+}
+
 std::vector<BlockFaults> InspectBlocks(const standin::Filter& filter, const TiffPage& page,
                                        standin::Blocks& blocks) {
     const _LOADINFO& info = page.Image.LoadInfo;
@@ -183,12 +196,13 @@ std::vector<BlockFaults> InspectBlocks(const standin::Filter& filter, const Tiff
                                           blocks.ByteCounts[number],
                                           info.Format,
                                           page.BlockWidth,
-                                          rows.Count,
+                                          page.Tiled ? page.CodedHeight : rows.Count,
                                           (info.Flags & LOADINFO_REVERSED_BITS) != 0};
         if (stream.Size == 0)
             block.Lines.push_back({standin::LineFault::DataEnds, 0, rows.Count - 1});
         else
             standin::InspectLines(filter, stream, block.Lines);
+        KeepRowsOfImage(block.Lines, rows.Count);
         if (!block.Lines.empty())
             faults.push_back(std::move(block));
     }
@@ -221,7 +235,7 @@ TiffPage OpenTiffPage(TiffFile& file, int64_t number) {
                                  std::to_string(pages));
     errno = 0;
     if (TIFFSetDirectory(tiff, static_cast<tdir_t>(number - 1)) != 1)
-        throw std::runtime_error(TakeError(file, "the TIFF directory is damaged; fetch the file again"));
+        throw std::runtime_error(TakeError(file, "no TIFF directory", DAMAGED_TIFF));
     file.Error.clear();
     if (TiffTag<uint16_t>(file, TIFFTAG_BITSPERSAMPLE, 1) != 1 ||
         TiffTag<uint16_t>(file, TIFFTAG_SAMPLESPERPIXEL, 1) != 1)

@@ -17,6 +17,7 @@ struct TiffPage {
     standin::Description Image; // Format 0: not compressed
     unsigned BlockWidth = 0;
     unsigned BlockHeight = 0; // at most the image's
+    unsigned CodedHeight = 0; // of a block; the last rows of a tile can lie below the image
     uint32_t BlockCount = 0;
     bool Tiled = false;
 };

@@ -2,6 +2,7 @@
 //
 // Whether a page is damaged is the filter's word, and that of the lines: a load takes any codes for a
 // one-dimensional line, so what damages one often shows only in where the line ends.
+#include "API/Filters/Fax/Common/Tif_faxx.h"
 #include "host/standin/standin.h"
 #include "tools/kfax/batch.h"
 #include "tools/kfax/commands.h"
@@ -57,6 +58,16 @@ PageVerdict VerdictOf(const std::string& file, const standin::LoadResult& trial,
     return verdict;
 }
 
+// A two-dimensional stream of no given format is described as a one-dimensional one, whose lines then hardly
+// ever end where they should.
+bool MayBeTwoDimensional(const PageVerdict& verdict) {
+    int64_t faulty = 0;
+    for (const BlockFaults& block : verdict.Blocks)
+        for (const standin::FaultyLines& lines : block.Lines)
+            faulty += int64_t{lines.Last} - lines.First + 1;
+    return faulty > verdict.Height / 2;
+}
+
 PageVerdict VerifyRaw(const standin::Filter& filter, const std::string& file, const InputOptions& options) {
     const standin::Description description = DescribeRaw(filter, file, options);
     standin::LoadOptions how;
@@ -75,6 +86,9 @@ PageVerdict VerifyRaw(const standin::Filter& filter, const std::string& file, co
     BlockFaults lines;
     if (standin::InspectLines(filter, stream, lines.Lines) == SUCCESS && !lines.Lines.empty())
         verdict.Blocks.push_back(std::move(lines));
+    if (options.Format.empty() && info.Format == FORMAT_FAX_G3_1D && MayBeTwoDimensional(verdict))
+        Note(file, "most lines are damaged; see whether it is two-dimensional (--format g3-2d --width N "
+                   "--height N)");
     return verdict;
 }
 
@@ -98,8 +112,8 @@ std::string LineRange(uint32_t first, uint32_t last) {
 
 std::string AsText(const PageVerdict& verdict) {
     std::string text;
-    const std::string page =
-        verdict.File + ": " + (verdict.Page != 0 ? "page " + std::to_string(verdict.Page) + ": " : "");
+    const std::string page = Printable(verdict.File) + ": " +
+                             (verdict.Page != 0 ? "page " + std::to_string(verdict.Page) + ": " : "");
     for (const BlockFaults& block : verdict.Blocks)
         for (const standin::FaultyLines& lines : block.Lines) {
             text += page + LineRange(block.FirstRow + lines.First, block.FirstRow + lines.Last);

@@ -42,7 +42,7 @@ _kfax() {
     load) options+=" $run $raw $output --code --page --all-pages --mirror --invert --batch --thumbnail" ;;
     save) options+=" $run $output --format --page --reverse-bits --align-eol --no-invert --threshold" ;;
     *)
-        options+=" --filter"
+        options+=" -V --version --filter"
         if [[ $cur != -* && $prev != --filter ]]; then
             mapfile -t COMPREPLY < <(compgen -W "info verify load save" -- "$cur")
             return

@@ -9,6 +9,7 @@ set -l save '__fish_seen_subcommand_from save'
 set -l formats 'g3 g3-2d g4 g3-all2d header g3-noeol'
 
 complete -c kfax -s h -l help -d 'Print a list of the options'
+complete -c kfax -n $none -s V -l version -d 'Print the version'
 complete -c kfax -n $none -l filter -r -d 'The filter library to use'
 complete -c kfax -n $none -f -a info -d 'Describe files'
 complete -c kfax -n $none -f -a verify -d 'Tell which lines are damaged'

@@ -85,7 +85,7 @@ constexpr auto kSingleCodes = [] {
 constexpr uint32_t kStepEntries = 16;
 
 // Codes done singly from one refill: vertical codes, passes, or horizontal codes with runs from the table.
-constexpr unsigned kSinglesInBlock = 3;
+constexpr unsigned kSinglesInBlock = 4;
 static_assert(kSinglesInBlock * (kHorizontalBits + kStepIndexBits) <= FastBits::kRefilled);
 
 // After a group that failed so many blocks are done singly, up to twice as many each time. A group that was
