@@ -29,7 +29,7 @@ std::shared_ptr<Case> MakeCase(PageKind kind, PageSize size, Coding coding) {
     Page page = MakePage(kind, size);
     const Layout whole{0, page.height};
     std::vector<Page> blocks{page};
-    const auto c = std::make_shared<Case>();
+    auto c = std::make_shared<Case>();
     c->peer.Encode(page, blocks, coding, whole);
     c->peer.OpenForDecoding();
     c->strip = c->peer.Compressed(0);

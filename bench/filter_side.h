@@ -15,6 +15,7 @@ struct Save {
     Save(Page source, int formatNumber);
     Save(const Save&) = delete;
     Save& operator=(const Save&) = delete;
+    ~Save() = default;
 
     Page page;
     int format;

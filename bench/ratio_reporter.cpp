@@ -40,8 +40,8 @@ public:
         double logs = 0;
         unsigned besideLibtiff = 0;
         for (const auto& [name, peer] : pairs_) {
-            const double ours = fastest_[name + "/" + kOurs];
-            const double theirs = fastest_[name + "/" + peer];
+            const double ours = fastest_[Joined(name, kOurs)];
+            const double theirs = fastest_[Joined(name, peer)];
             Print(name, ours, theirs, theirs / ours, peer);
             if (peer == kLibtiff) {
                 logs += std::log(theirs / ours);
@@ -56,6 +56,11 @@ public:
     bool Failed() const { return failed_; }
 
 private:
+    static std::string Joined(std::string name, const std::string& side) {
+        name += '/';
+        return name += side;
+    }
+
     void Add(const std::string& benchmark, double time) {
         const auto [entry, added] = fastest_.try_emplace(benchmark, std::numeric_limits<double>::max());
         entry->second = std::min(entry->second, time);
@@ -64,7 +69,8 @@ private:
             pairs_.emplace_back(benchmark.substr(0, slash), benchmark.substr(slash + 1));
     }
 
-    void Print(const std::string& name, double ours, double theirs, double ratio, const std::string& peer) {
+    void Print(const std::string& name, double ours, double theirs, double ratio,
+               const std::string& peer) const {
         if (json_)
             std::printf(
                 "%s\n",
