@@ -25,7 +25,8 @@ struct Steps {
     std::array<RunStep, 2 << kStepIndexBits> table;
 
     // Enters the codes read so far at every index that begins with them, and over that all codes that may
-    // follow and fit.
+    // follow and fit. Each takes at least two of the index's bits.
+    // NOLINTNEXTLINE(misc-no-recursion)
     constexpr void Enter(Colour start, CodeWord read, Colour due, const uint32_t (&run)[kMostRuns],
                          uint32_t runs) {
         const uint32_t spare = kStepIndexBits - read.length;
