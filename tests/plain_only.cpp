@@ -1,0 +1,29 @@
+// In place of the fast loops: none, so that the plain decoders do everything.
+#include "API/Filters/Fax/Common/Tif_faxx/g3_line.h"
+#include "API/Filters/Fax/Common/Tif_faxx/g4_fast.h"
+
+namespace faxx::g3 {
+
+bool ReadFast(Line&, Edge) {
+    return false;
+}
+
+BlankLineCode::BlankLineCode(const CCITTG34* record) : width(record->Width) {}
+
+BlankLines ReadBlankLines(Line&, const BlankLineCode&, uint32_t) {
+    return {};
+}
+
+} // namespace faxx::g3
+
+namespace faxx::g4 {
+
+After DecodeFast(Line&) {
+    return After::NextCode;
+}
+
+uint32_t ReadBlankLines(Line&, uint32_t) {
+    return 0;
+}
+
+} // namespace faxx::g4

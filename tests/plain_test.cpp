@@ -1,0 +1,184 @@
+// The library's decoders against the plain ones, which are linked into this program without the fast loops:
+// the same rows, fields and lists after every call, on pages of ordinary lines, with and without damage.
+#include "tests/code_stream.h"
+
+#include <gtest/gtest.h>
+
+#include <array>
+#include <dlfcn.h>
+
+#include "API/Filters/Fax/Common/Tif_faxx.h"
+#include "host/kernel.h"
+
+namespace {
+
+struct Decoders {
+    decltype(&InitDecodeG34) setUp;
+    decltype(&QuitDecodeG34) quit;
+    decltype(&DecodeG3) g3;
+    decltype(&DecodeG4) g4;
+    decltype(&InfoDecodeG3) probe;
+};
+
+constexpr Decoders kPlain{InitDecodeG34, QuitDecodeG34, DecodeG3, DecodeG4, InfoDecodeG3};
+
+template <typename Function>
+Function* entry(void* library, const char* name, Function*) {
+    return reinterpret_cast<Function*>(dlsym(library, name));
+}
+
+Decoders ofLibrary() {
+    void* library = dlopen(KFFAX_LIBRARY, RTLD_NOW | RTLD_LOCAL);
+    EXPECT_NE(library, nullptr) << dlerror();
+    return {entry(library, "InitDecodeG34", kPlain.setUp), entry(library, "QuitDecodeG34", kPlain.quit),
+            entry(library, "DecodeG3", kPlain.g3), entry(library, "DecodeG4", kPlain.g4),
+            entry(library, "InfoDecodeG3", kPlain.probe)};
+}
+
+class PageOfCodes {
+public:
+    PageOfCodes(std::mt19937& random, unsigned format, unsigned width)
+        : random_(random), format_(format), width_(width) {}
+
+    unsigned below(size_t limit) { return static_cast<unsigned>(random_() % limit); }
+
+    Bits lines(unsigned count, bool damaged) {
+        const bool tags = format_ == FORMAT_FAX_G3_2D || format_ == FORMAT_FAX_G3_2D_ALL2D;
+        const unsigned blanks = below(3);
+        Bits bits;
+        bool blankAbove = true;
+        for (unsigned line = 0; line < count; ++line) {
+            const bool tail = format_ == FORMAT_FAX_G3_2D_ALL2D && line > 1;
+            const bool two = format_ == FORMAT_FAX_G4 || tail || (tags && below(2) != 0);
+            if (format_ != FORMAT_FAX_G4 && format_ != FORMAT_FAX_G3_1D_NOEOL && !tail &&
+                (!damaged || below(20) != 0)) {
+                bits += repeated("0", below(10) == 0 ? below(9) : 0) + EOL;
+                bits += !tags ? "" : two ? "0" : "1";
+            }
+            const bool blank = below(4) < blanks * 2;
+            bits += two ? modes(blank && blankAbove) : runs(blank);
+            blankAbove = blank && (blankAbove || !two);
+            if (format_ == FORMAT_FAX_G3_1D_NOEOL)
+                bits += repeated("0", (8 - bits.size() % 8) % 8);
+            if (damaged && below(15) == 0)
+                bits += repeated(below(2) != 0 ? "1" : "0", below(12));
+        }
+        return bits;
+    }
+
+private:
+    Bits modes(bool blank) {
+        static const std::array<Bits, 8> kVertical = {V0, V0, VR1, VL1, VR2, VL2, VR3, VL3};
+        Bits bits;
+        for (unsigned codes = blank ? 0 : below(30); codes != 0; --codes) {
+            const unsigned kind = below(12);
+            if (kind < 8)
+                bits += kVertical[kind];
+            else if (kind < 10)
+                bits += PASS;
+            else
+                bits += (kind == 10 ? horizontal : horizontalBlack)(below(below(2) != 0 ? 8 : width_ + 1),
+                                                                    below(below(2) != 0 ? 8 : 100));
+        }
+        return bits + V0;
+    }
+
+    Bits runs(bool blank) {
+        std::vector<unsigned> lengths;
+        const unsigned longest = std::array{3u, 9u, 100u, 3000u}[below(4)];
+        for (unsigned left = width_; left != 0; left -= lengths.back())
+            lengths.push_back(blank ? left
+                                    : std::min(left, below(50) == 0 ? below(width_ + 1) : below(longest)));
+        const bool endsWhite = lengths.size() % 2 != 0;
+        return line1D(lengths) + (endsWhite && below(12) == 0 ? runBits(true, 0) : "");
+    }
+
+    std::mt19937& random_;
+    unsigned format_;
+    unsigned width_;
+};
+
+// One side's record and rows, on a stream in memory.
+struct Side {
+    const Decoders& decoders;
+    Bytes stream;
+    void* redirect = nullptr;
+    tagHANDLE* handle = nullptr;
+    _LOADDISPATCH dispatch{};
+    CCITTG34 record{};
+    std::vector<unsigned short> rows = std::vector<unsigned short>(250000);
+
+    Side(const Decoders& which, const Bytes& bytes, unsigned format, unsigned width, unsigned small,
+         unsigned limit)
+        : decoders(which), stream(bytes) {
+        stream.push_back(0); // an address for an empty one
+        K_StartRedirectToBuffer(&redirect, &handle, REDIRECT_READ, stream.data(), bytes.size());
+        decoders.setUp(&dispatch, &record, format, width, 0, handle, small, limit);
+    }
+    ~Side() {
+        decoders.quit(&record, 1);
+        K_StopRedirectToBuffer(redirect, nullptr, nullptr);
+    }
+    Side(const Side&) = delete;
+    Side& operator=(const Side&) = delete;
+
+    Rows decode(unsigned lines) {
+        const unsigned got =
+            (record.Format == FORMAT_FAX_G4 ? decoders.g4 : decoders.g3)(&record, rows.data(), lines);
+        return rowsFromWords(rows.data(), got);
+    }
+    std::vector<int64_t> fields() const {
+        return {record.NextLineTag,   record.Width,          record.BitAccumulator, record.BitCount,
+                record.BytesInBuffer, record.ReadPosition,   record.DecodeStatus,   record.BytesRead,
+                dispatch.Status,      record.RefillThreshold};
+    }
+    std::vector<uint32_t> reference() const {
+        size_t entries = 0;
+        while (record.ReferenceLine[entries] != 0)
+            ++entries;
+        return std::vector<uint32_t>(record.ReferenceLine, record.ReferenceLine + entries + 3);
+    }
+};
+
+class PlainDecoders : public testing::TestWithParam<int> {};
+
+TEST_P(PlainDecoders, AgreeWithTheFastLoops) {
+    const auto format = static_cast<unsigned>(GetParam());
+    const Decoders library = ofLibrary();
+    for (unsigned round = 0; round < 3000 && !HasFailure(); ++round) {
+        std::mt19937 random(round * 1000 + format);
+        const unsigned width = std::array{1u,    8u,    17u,   64u,    200u,   1000u, 1728u,
+                                          1729u, 2560u, 5130u, 20000u, 65535u, 66000u}[random() % 13];
+        PageOfCodes page(random, format, width);
+        const bool damaged = page.below(3) == 0;
+        const Bits bits = page.lines(page.below(60), damaged) + repeated(EOL, page.below(7)) +
+                          repeated("00000000", page.below(3) == 0 ? page.below(300) : 0);
+        Bytes stream = packed(bits);
+        for (unsigned faults = damaged && !stream.empty() ? page.below(4) : 0; faults != 0; --faults)
+            stream[page.below(stream.size())] ^= static_cast<uint8_t>(1 << page.below(8));
+
+        const unsigned small = page.below(2);
+        const unsigned limit = page.below(5) == 0 ? page.below(stream.size() + 5) : 0;
+        const bool probes = page.below(8) == 0 && format != FORMAT_FAX_G4;
+        Side plain(kPlain, stream, format, probes ? 0 : width, small, limit);
+        Side fast(library, stream, format, probes ? 0 : width, small, limit);
+        if (probes) {
+            EXPECT_EQ(fast.decoders.probe(&fast.record, fast.rows.data()),
+                      plain.decoders.probe(&plain.record, plain.rows.data()));
+            EXPECT_EQ(fast.fields(), plain.fields()) << "probe, round " << round;
+            continue;
+        }
+        const unsigned lines = std::array{1u, 1 + page.below(10), 500u}[page.below(3)];
+        for (unsigned call = 0; call < 80 && plain.record.DecodeStatus == 0 && !HasFailure(); ++call) {
+            ASSERT_EQ(fast.decode(lines), plain.decode(lines)) << "round " << round << ", call " << call;
+            EXPECT_EQ(fast.fields(), plain.fields()) << "round " << round << ", call " << call;
+            EXPECT_EQ(fast.reference(), plain.reference()) << "round " << round << ", call " << call;
+        }
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Formats, PlainDecoders,
+                         testing::Values(FORMAT_FAX_G3_1D, FORMAT_FAX_G3_2D, FORMAT_FAX_G4,
+                                         FORMAT_FAX_G3_2D_ALL2D, FORMAT_FAX_G3_1D_NOEOL));
+
+} // namespace
