@@ -137,7 +137,8 @@ BlankLineCode::BlankLineCode(const CCITTG34* record) : width(record->Width) {
 BlankLines ReadBlankLines(Line& line, const BlankLineCode& code, uint32_t most) {
     CCITTG34* const record = line.record;
     const int64_t start = line.input.Position();
-    const int64_t end = FastEnd(line.input, record);
+    // The fill behind a code may lead past the data further than a code does.
+    const int64_t end = std::min(FastEnd(line.input, record), line.input.PositionLimit() - code.length);
     if (code.length == 0 || start < 0 || start >= end)
         return {};
     const uint8_t* const buffer = record->Buffer;
