@@ -14,43 +14,17 @@
 #include "API/Filters/Fax/Common/Tif_faxx/b1_search.h"
 #include "API/Filters/Fax/Common/Tif_faxx/fast_bits.h"
 #include "API/Filters/Fax/Common/Tif_faxx/fast_runs.h"
+#include "API/Filters/Fax/Common/Tif_faxx/g4_groups.h"
 #include "API/Filters/Fax/Common/Tif_faxx/instructions.h"
 
-#include <emmintrin.h>
+#include <immintrin.h>
 
 #include <algorithm>
 
 namespace faxx::g4 {
 namespace {
 
-constexpr unsigned kLanes = 4;
-constexpr unsigned kGroupIndexBits = 10;
 constexpr unsigned kHorizontalBits = 3;
-
-// The vertical mode codes that begin an index, up to four; none where the first is another.
-struct alignas(16) CodeGroup {
-    int16_t offset[kLanes]; // of a1 from b1
-    uint8_t count;
-    uint8_t bits;  // of all of them
-    uint8_t lanes; // a bit for each
-};
-
-constexpr auto kCodeGroups = [] {
-    std::array<CodeGroup, 1 << kGroupIndexBits> table{};
-    for (unsigned index = 0; index < table.size(); ++index) {
-        CodeGroup& group = table[index];
-        while (group.count < kLanes) {
-            const unsigned rest = index << group.bits & ((1u << kGroupIndexBits) - 1);
-            const ModeCode code = kModeCodes[rest >> (kGroupIndexBits - kModeIndexBits)];
-            if (code.mode != Mode::Vertical || group.bits + code.length > kGroupIndexBits)
-                break;
-            group.offset[group.count++] = code.offset;
-            group.bits = static_cast<uint8_t>(group.bits + code.length);
-            group.lanes = static_cast<uint8_t>(group.lanes << 1 | 1);
-        }
-    }
-    return table;
-}();
 
 // One mode code. What it says of a change, a1 or b2, and of the next b1 is the same arithmetic for vertical
 // codes and passes.
@@ -84,50 +58,90 @@ constexpr auto kSingleCodes = [] {
 // Entries that a step may touch beyond the end of the reference line, and the three that close it.
 constexpr uint32_t kStepEntries = 16;
 
-// Codes done singly from one refill: vertical codes, passes, or horizontal codes with runs from the table.
-constexpr unsigned kSinglesInBlock = 4;
-static_assert(kSinglesInBlock * (kHorizontalBits + kStepIndexBits) <= FastBits::kRefilled);
+// Groups and single codes from one refill.
+constexpr unsigned kStepsInBlock = 4;
+static_assert(kStepsInBlock * (kHorizontalBits + kStepIndexBits) <= FastBits::kRefilled);
+static_assert(kGroupIndexBits <= kHorizontalBits + kStepIndexBits);
 
-// After a group that failed so many blocks are done singly, up to twice as many each time. A group that was
-// done takes a part of that off again.
-constexpr unsigned kFirstPenalty = 2;
-constexpr unsigned kMostPenalty = 64;
-constexpr unsigned kForgiven = 4;
+constexpr unsigned kAllLanes = (1u << kGroupLanes) - 1;
 
-__m128i LoadEntries(const uint32_t* entries) {
-    return _mm_loadu_si128(reinterpret_cast<const __m128i*>(entries));
+// Negative where a code does not take its course: its change must not be left of the one before, the next b1
+// right of it, and so left of the edge, the entry before that of the same colour not.
+constexpr uint32_t OffCourse(uint32_t change, uint32_t before, uint32_t nextB1, uint32_t notYet) {
+    return (std::min(before, notYet) - change) | ~(nextB1 - change) | nextB1;
 }
 
-// The vector one lane further to the right, with first in the lane that becomes free.
-__m128i ShiftIn(uint32_t first, __m128i vector) {
-    return _mm_or_si128(_mm_slli_si128(vector, 4), _mm_cvtsi32_si128(static_cast<int>(first)));
+// The change that was last, for the group that comes next.
+template <Form form>
+struct LastChange {
+    uint32_t a0;
+
+    explicit LastChange(uint32_t change) : a0(change) {}
+    uint32_t A0() const { return a0; }
+};
+
+template <>
+struct LastChange<Form::Faster> {
+    __m128i lanes; // the last of them
+
+    FAXX_FASTER_FORM explicit LastChange(uint32_t change) : lanes(_mm_set1_epi32(static_cast<int>(change))) {}
+    FAXX_FASTER_FORM explicit LastChange(__m128i changes) : lanes(changes) {}
+    FAXX_FASTER_FORM uint32_t A0() const { return static_cast<uint32_t>(_mm_extract_epi32(lanes, 3)); }
+};
+
+// Carries out a group: its changes are written at next, where as many places are touched as there are lanes.
+// Returns a bit for each lane that takes its course; where these are not all, last stays.
+template <Form form>
+[[gnu::always_inline]] inline unsigned DoGroup(const Course& course, const uint32_t* b1, uint32_t* next,
+                                               LastChange<form>& last) {
+    const uint32_t* const window = b1 - kBeforeB1;
+    uint32_t changes[kGroupLanes];
+    unsigned bad = 0;
+    for (unsigned lane = 0; lane < kGroupLanes; ++lane) {
+        const uint32_t before = lane == 0 ? last.a0 : changes[lane - 1];
+        changes[lane] = window[course.change[lane]] + static_cast<uint32_t>(course.offset[lane]);
+        bad |= OffCourse(changes[lane], before, window[course.nextB1[lane]], window[course.notYet[lane]]) >>
+               31 << lane;
+    }
+    for (unsigned lane = 0; lane < kGroupLanes; ++lane)
+        next[lane] = changes[course.order[lane]];
+    if (bad == 0)
+        last.a0 = changes[kGroupLanes - 1];
+    return bad ^ kAllLanes;
 }
 
-// The entry before b1, which a search to the left would try; before the first there is none.
-uint32_t EntryBefore(const uint32_t* b1, const uint32_t* reference) {
-    static constexpr uint32_t kNone = INT32_MAX;
-    return *(b1 == reference ? &kNone : b1 - 1);
+template <>
+FAXX_FASTER_FORM inline unsigned DoGroup<Form::Faster>(const Course& course, const uint32_t* b1,
+                                                       uint32_t* next, LastChange<Form::Faster>& last) {
+    const auto load = [](const void* at) __attribute__((always_inline)) {
+        return _mm_load_si128(static_cast<const __m128i*>(at));
+    };
+    const __m256i window = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(b1 - kBeforeB1));
+    const __m256i both = _mm256_permutevar8x32_epi32(
+        window, _mm256_load_si256(reinterpret_cast<const __m256i*>(course.change)));
+    const __m128i notYet = _mm256_castsi256_si128(
+        _mm256_permutevar8x32_epi32(window, _mm256_castsi128_si256(load(course.notYet))));
+    const __m128i change = _mm_add_epi32(_mm256_castsi256_si128(both), load(course.offset));
+    const __m128i nextB1 = _mm256_extracti128_si256(both, 1);
+    const __m128i before = _mm_alignr_epi8(change, last.lanes, 12);
+    const __m128i left = _mm_or_si128(_mm_sub_epi32(_mm_min_epu32(before, notYet), change), nextB1);
+    const __m128i right = _mm_andnot_si128(left, _mm_sub_epi32(nextB1, change));
+    _mm_storeu_ps(reinterpret_cast<float*>(next),
+                  _mm_permutevar_ps(_mm_castsi128_ps(change), load(course.order)));
+    const unsigned good = static_cast<unsigned>(_mm_movemask_ps(_mm_castsi128_ps(right)));
+    if (good == kAllLanes)
+        last.lanes = change;
+    return good;
 }
 
-// Writes the changes of a group's codes at next. False where not all of them take their ordinary course.
-[[gnu::always_inline]] inline bool DoGroup(const CodeGroup& group, const uint32_t* b1,
-                                           const uint32_t* reference, uint32_t a0, uint32_t* next) {
-    const __m128i packed = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(group.offset));
-    const __m128i offset = _mm_srai_epi32(_mm_unpacklo_epi16(packed, packed), 16);
-    const __m128i entries = LoadEntries(b1);
-    const __m128i a1 = _mm_add_epi32(entries, offset);
-    _mm_storeu_si128(reinterpret_cast<__m128i*>(next), a1);
-    // The next entry must lie right of a1; after V0 it becomes b1 in any case.
-    const __m128i isV0 = _mm_cmpeq_epi32(offset, _mm_setzero_si128());
-    const __m128i notLeft = _mm_sub_epi32(_mm_add_epi32(a1, _mm_set1_epi32(-1)), isV0);
-    __m128i bad = _mm_cmpgt_epi32(LoadEntries(b1 + 1), notLeft);
-    // a1 must not reach the edge, nor lie left of a0 or of the entry before b1.
-    bad = _mm_or_si128(bad, _mm_cmplt_epi32(a1, _mm_set1_epi32(1)));
-    bad = _mm_or_si128(bad, _mm_cmpgt_epi32(a1, ShiftIn(a0, a1)));
-    bad = _mm_or_si128(bad, _mm_cmpgt_epi32(a1, ShiftIn(EntryBefore(b1, reference), entries)));
-    return (_mm_movemask_ps(_mm_castsi128_ps(bad)) & group.lanes) == 0;
+// The spacing about b1, which is not the first entry.
+inline Spacing SpacingAt(const uint32_t* b1) {
+    const bool after = b1[0] - b1[1] == 1;
+    const bool before = b1[-1] - b1[0] == 1;
+    return static_cast<Spacing>((after ? 1 : 0) + (before ? 2 : 0));
 }
 
+template <Form form>
 [[gnu::always_inline]] inline After Decode(Line& line) {
     const int64_t start = line.input.Position();
     const int64_t end = FastEnd(line.input, line.record, line.limit - line.written);
@@ -135,59 +149,58 @@ uint32_t EntryBefore(const uint32_t* b1, const uint32_t* reference) {
         return After::NextCode;
 
     const uint32_t* const reference = line.reference;
+    const uint32_t* const firstB1 = reference + kBeforeB1;
     const uint32_t* b1 = reference + line.b1;
     uint32_t* next = line.coding + line.written;
-    uint32_t a0 = line.a0;
+    LastChange<form> last(line.a0);
     FastBits bits(line.record->Buffer, static_cast<uint64_t>(start), static_cast<uint64_t>(end));
-    unsigned singleBlocks = 0; // to come before a group is tried again
-    unsigned penalty = 0;      // grows with groups that failed
+    const CodeGroup* groups = GroupsFor(Spacing::Wide);
     After after = After::NextCode;
 
-    // Carries out one code; false where the line ends with it, or it is for the plain decoder.
+    // Carry out one code; false where the line ends with it, or it is for the plain decoder.
+    const auto doHorizontal = [&]() __attribute__((always_inline)) {
+        const uint32_t a0 = last.A0();
+        const Colour colour = static_cast<Colour>((b1 - reference) & 1);
+        const RunStep& step = StepsFor(colour)[bits.window << kHorizontalBits >> (64 - kStepIndexBits)];
+        uint32_t a1 = a0 - step.first;
+        uint32_t a2 = a0 - step.both;
+        uint32_t used = kHorizontalBits + step.bits;
+        const bool longer = step.runs != 2;
+        if (longer) [[unlikely]] {
+            bits.Refill();
+            used = kHorizontalBits;
+            uint32_t first;
+            uint32_t second;
+            if (!bits.Inside() || !ReadWindowRun(bits.window, colour, &first, &used) ||
+                !ReadWindowRun(bits.window, Opposite(colour), &second, &used))
+                return false;
+            a1 = a0 - first;
+            a2 = a1 - second;
+        }
+        if (!LeftOfEdge(a2)) [[unlikely]] {
+            if (a2 == 0) {
+                *next++ = a1;
+                bits.Consume(used);
+                after = After::LineEnd;
+            }
+            return false;
+        }
+        bits.Consume(used);
+        if (longer)
+            bits.Refill();
+        next[0] = a1;
+        next[1] = a2;
+        next += 2;
+        last = LastChange<form>(a2);
+        b1 = SeekB1(b1, a2);
+        return true;
+    };
     const auto doSingle = [&]() __attribute__((always_inline)) {
         const SingleCode& code = kSingleCodes[bits.Top(kModeIndexBits)];
-        if (code.mode > Mode::Pass) {
-            if (code.mode != Mode::Horizontal)
-                return false;
-            const Colour colour = static_cast<Colour>((b1 - reference) & 1);
-            const RunStep& step = StepsFor(colour)[bits.window << kHorizontalBits >> (64 - kStepIndexBits)];
-            uint32_t a1 = a0 - step.first;
-            uint32_t a2 = a0 - step.both;
-            uint32_t used = kHorizontalBits + step.bits;
-            const bool longer = step.runs != 2;
-            if (longer) [[unlikely]] {
-                bits.Refill();
-                used = kHorizontalBits;
-                uint32_t first;
-                uint32_t second;
-                if (!bits.Inside() || !ReadWindowRun(bits.window, colour, &first, &used) ||
-                    !ReadWindowRun(bits.window, Opposite(colour), &second, &used))
-                    return false;
-                a1 = a0 - first;
-                a2 = a1 - second;
-            }
-            if (!LeftOfEdge(a2)) [[unlikely]] {
-                if (a2 == 0) {
-                    *next++ = a1;
-                    bits.Consume(used);
-                    after = After::LineEnd;
-                }
-                return false;
-            }
-            bits.Consume(used);
-            if (longer)
-                bits.Refill();
-            next[0] = a1;
-            next[1] = a2;
-            next += 2;
-            a0 = a2;
-            b1 = SeekB1(b1, a0);
-            return true;
-        }
         const uint32_t from = b1[code.fromB1];
         const uint32_t change = from + static_cast<uint32_t>(int32_t{code.offset});
         const uint32_t notRight = from + static_cast<uint32_t>(int32_t{code.notRight});
-        if (change - 1 >= a0) [[unlikely]] {
+        if (change - 1 >= last.A0()) [[unlikely]] {
             if (change == 0) {
                 bits.Consume(code.bits);
                 after = After::LineEnd;
@@ -195,7 +208,7 @@ uint32_t EntryBefore(const uint32_t* b1, const uint32_t* reference) {
             return false;
         }
         bits.Consume(code.bits);
-        a0 = change;
+        last = LastChange<form>(change);
         *next = change;
         next += code.entries;
         if (b1 == reference) [[unlikely]]
@@ -204,34 +217,40 @@ uint32_t EntryBefore(const uint32_t* b1, const uint32_t* reference) {
         return true;
     };
 
-    for (bool goesOn = true; goesOn && bits.Inside();) {
+    while (bits.Inside()) {
         bits.Refill();
-        unsigned singles = kSinglesInBlock;
-        if (singleBlocks == 0) {
-            const CodeGroup& group = kCodeGroups[bits.Top(kGroupIndexBits)];
-            if (group.count != 0) {
-                if (DoGroup(group, b1, reference, a0, next)) [[likely]] {
-                    next += group.count;
-                    b1 += group.count;
-                    bits.Consume(group.bits);
-                    a0 = next[-1];
-                    penalty -= penalty / kForgiven;
+        unsigned steps = kStepsInBlock;
+        do {
+            const CodeGroup group = groups[bits.Top(kGroupIndexBits)];
+            if (group.course == kNoCourse) {
+                if (LengthOf(group) != kHorizontalBits || !doHorizontal())
+                    goto done;
+                continue;
+            }
+            unsigned singles = 1;
+            if (b1 >= firstB1) [[likely]] {
+                const Course& course = CourseOf(group);
+                const unsigned good = DoGroup<form>(course, b1, next, last);
+                if (good == kAllLanes) [[likely]] {
+                    next += course.entries;
+                    b1 += course.move;
+                    bits.Consume(LengthOf(group));
+                    groups = GroupsAfter(group);
                     continue;
                 }
-                penalty = std::min(penalty * 2 + kFirstPenalty, kMostPenalty);
-                singleBlocks = penalty;
-            } else {
-                singles = 1;
+                singles += static_cast<unsigned>(std::countr_one(good));
             }
-        } else {
-            --singleBlocks;
-        }
-        for (; goesOn && singles != 0; --singles)
-            goesOn = doSingle();
+            for (; singles != 0; --singles)
+                if (!doSingle())
+                    goto done;
+            if (b1 != reference)
+                groups = GroupsFor(SpacingAt(b1));
+        } while (--steps != 0);
     }
 
+done:
     line.written = static_cast<uint32_t>(next - line.coding);
-    line.a0 = a0;
+    line.a0 = last.A0();
     line.b1 = static_cast<uint32_t>(b1 - reference);
     line.input.MoveTo(bits.Position());
     return after;
@@ -240,11 +259,11 @@ uint32_t EntryBefore(const uint32_t* b1, const uint32_t* reference) {
 } // namespace
 
 After DecodeFastAnywhere(Line& line) {
-    return Decode(line);
+    return Decode<Form::Anywhere>(line);
 }
 
 FAXX_FASTER_FORM After DecodeFastFaster(Line& line) {
-    return Decode(line);
+    return Decode<Form::Faster>(line);
 }
 
 After DecodeFast(Line& line) {

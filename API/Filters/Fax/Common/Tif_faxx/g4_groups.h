@@ -1,0 +1,81 @@
+// Several vertical and pass mode codes from one look-up, and where their changing elements are found.
+//
+// What a1 and the next b1 of a code are depends on how close together the changing elements of the reference
+// line lie. As long as they are far apart, b1 moves on by one entry a vertical code. In dithered pictures
+// they are not, but nearly all of them belong to dots one pixel wide, and then the moves of b1 follow from
+// the codes as well: from b1 at the near edge of a dot, VR1 leaves the whole dot behind, and from the far
+// edge VL2 goes back to it. So there are groups for each such spacing. They only guess: whoever uses them
+// tests every code against the reference line.
+#pragma once
+
+#include "API/Filters/Fax/Common/Tif_faxx/g4_line.h"
+
+#include <array>
+
+namespace faxx::g4 {
+
+// What lies about b1.
+enum class Spacing : uint8_t {
+    Wide,      // no other changing element near
+    DotAfter,  // one a pixel after it, none near before it
+    DotBefore, // the other way round
+    Narrow,    // one a pixel before it and one a pixel after it, and so on
+};
+
+inline constexpr unsigned kSpacings = 4;
+inline constexpr unsigned kGroupLanes = 4;
+inline constexpr unsigned kGroupIndexBits = 12;
+
+// Groups look at so many entries of the reference line, the first of them this far before b1.
+inline constexpr unsigned kWindowEntries = 8;
+inline constexpr unsigned kBeforeB1 = 2;
+
+// The codes that begin an index, as many as are one course. Where the first is neither vertical nor a pass,
+// course is kNoCourse, and the length that of a horizontal mode code, or 0.
+struct CodeGroup {
+    uint16_t course; // index into kCourses, in kCourseUnits
+    uint16_t after; // the groups for the b1 that follows, as bytes of kCodeGroups; in its low bits the length
+};
+
+inline constexpr unsigned kGroupLengthBits = 6;
+static_assert(kGroupIndexBits < 1 << kGroupLengthBits);
+
+// What the codes of a group do. Entries are counted from the first of those looked at. Lanes without a code
+// repeat the last one.
+struct alignas(32) Course {
+    uint32_t change[kGroupLanes]; // the entry that the change is counted from
+    uint32_t nextB1[kGroupLanes]; // must lie right of the change
+    uint32_t notYet[kGroupLanes]; // must not: the entry of its colour before it
+    int32_t offset[kGroupLanes];  // of the change from its entry, as distances
+    uint32_t order[kGroupLanes];  // the lanes as they are written, passes left out; the last lane again last
+    int64_t entries;              // written
+    int64_t move;                 // of b1
+};
+
+inline constexpr uint16_t kNoCourse = 0;
+inline constexpr unsigned kCourseUnits = 3;
+inline constexpr size_t kCourseUnit = sizeof(Course) / kCourseUnits;
+inline constexpr unsigned kCourseCount = 1567;
+
+extern const std::array<CodeGroup, kSpacings << kGroupIndexBits> kCodeGroups;
+extern const std::array<Course, kCourseCount> kCourses;
+
+inline const CodeGroup* GroupsFor(Spacing spacing) {
+    return kCodeGroups.data() + (static_cast<size_t>(spacing) << kGroupIndexBits);
+}
+
+inline const CodeGroup* GroupsAfter(CodeGroup group) {
+    const size_t bytes = group.after >> kGroupLengthBits << kGroupLengthBits;
+    return reinterpret_cast<const CodeGroup*>(reinterpret_cast<const char*>(kCodeGroups.data()) + bytes);
+}
+
+inline unsigned LengthOf(CodeGroup group) {
+    return group.after & ((1u << kGroupLengthBits) - 1);
+}
+
+inline const Course& CourseOf(CodeGroup group) {
+    const char* const courses = reinterpret_cast<const char*>(kCourses.data());
+    return *reinterpret_cast<const Course*>(courses + group.course * kCourseUnit);
+}
+
+} // namespace faxx::g4
