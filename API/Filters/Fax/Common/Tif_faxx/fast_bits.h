@@ -33,7 +33,7 @@ struct FastBits {
     const uint8_t* const endByte;      // positions before it are inside
     const uint8_t* nextByte = nullptr; // the bits from here on are not counted in left
     uint64_t window = 0;               // the next bits, the first of them on top
-    unsigned left = 0;                 // how many of them count
+    unsigned left = 0;                 // how many of them count, in its low six bits
 
     FastBits(const uint8_t* data, uint64_t position, uint64_t end) : buffer(data), endByte(data + end / 8) {
         MoveTo(position);
@@ -41,12 +41,13 @@ struct FastBits {
 
     bool Inside() const { return nextByte < endByte; }
 
-    uint64_t Position() const { return static_cast<uint64_t>(nextByte - buffer) * 8 - left; }
+    uint64_t Position() const { return static_cast<uint64_t>(nextByte - buffer) * 8 - left % 64; }
 
     uint64_t Top(unsigned count) const { return window >> (64 - count); }
 
+    // The low six bits of count are what counts.
     void Consume(unsigned count) {
-        window <<= count;
+        window <<= count % 64;
         left -= count;
     }
 
@@ -60,8 +61,8 @@ struct FastBits {
     void Refill() {
         uint64_t bytes;
         std::memcpy(&bytes, nextByte, sizeof bytes);
-        window |= __builtin_bswap64(bytes) >> left;
-        nextByte += (63 - left) / 8;
+        window |= __builtin_bswap64(bytes) >> left % 64;
+        nextByte += ~left % 64 / 8;
         left |= kRefilled;
     }
 };

@@ -65,73 +65,84 @@ static_assert(kGroupIndexBits <= kHorizontalBits + kStepIndexBits);
 
 constexpr unsigned kAllLanes = (1u << kGroupLanes) - 1;
 
-// Negative where a code does not take its course: its change must not be left of the one before, the next b1
-// right of it, and so left of the edge, the entry before that of the same colour not.
-constexpr uint32_t OffCourse(uint32_t change, uint32_t before, uint32_t nextB1, uint32_t notYet) {
-    return (std::min(before, notYet) - change) | ~(nextB1 - change) | nextB1;
+// So many bytes further on.
+template <typename Entry>
+Entry* Bytes(Entry* entry, int64_t bytes) {
+    return reinterpret_cast<Entry*>(reinterpret_cast<uintptr_t>(entry) + static_cast<uintptr_t>(bytes));
 }
 
-// The change that was last, for the group that comes next.
+// What a group's codes came to, lane by lane.
 template <Form form>
-struct LastChange {
-    uint32_t a0;
+struct Changes {
+    uint32_t before[kGroupLanes + 1]; // the change that was last when a code came
 
-    explicit LastChange(uint32_t change) : a0(change) {}
-    uint32_t A0() const { return a0; }
+    explicit Changes(uint32_t a0) : before{a0} {}
+    uint32_t Before(unsigned lane) const { return before[lane]; }
+    // From then on the last one's change comes before the first.
+    void Next() { before[0] = before[kGroupLanes]; }
 };
 
 template <>
-struct LastChange<Form::Faster> {
-    __m128i lanes; // the last of them
+struct Changes<Form::Faster> {
+    __m256i before;  // the change that was last when a code came
+    __m256i rotated; // the last one's change comes first
 
-    FAXX_FASTER_FORM explicit LastChange(uint32_t change) : lanes(_mm_set1_epi32(static_cast<int>(change))) {}
-    FAXX_FASTER_FORM explicit LastChange(__m128i changes) : lanes(changes) {}
-    FAXX_FASTER_FORM uint32_t A0() const { return static_cast<uint32_t>(_mm_extract_epi32(lanes, 3)); }
+    FAXX_FASTER_FORM explicit Changes(uint32_t a0)
+        : before(_mm256_castsi128_si256(_mm_cvtsi32_si128(static_cast<int>(a0)))), rotated(before) {}
+    FAXX_FASTER_FORM uint32_t Before(unsigned lane) const {
+        const __m256i at = _mm256_castsi128_si256(_mm_cvtsi32_si128(static_cast<int>(lane)));
+        const __m128i change = _mm256_castsi256_si128(_mm256_permutevar8x32_epi32(before, at));
+        return static_cast<uint32_t>(_mm_cvtsi128_si32(change));
+    }
+    FAXX_FASTER_FORM void Next() { before = rotated; }
 };
 
-// Carries out a group: its changes are written at next, where as many places are touched as there are lanes.
-// Returns a bit for each lane that takes its course; where these are not all, last stays.
+// Carries out a group. A code takes its course where its change is not left of the one before, the next b1
+// right of it, and so left of the edge, and the entry before that of the same colour not. A bit is set for
+// each lane that does. Changes are written at next, where as many places are touched as there are lanes.
 template <Form form>
-[[gnu::always_inline]] inline unsigned DoGroup(const Course& course, const uint32_t* b1, uint32_t* next,
-                                               LastChange<form>& last) {
-    const uint32_t* const window = b1 - kBeforeB1;
-    uint32_t changes[kGroupLanes];
-    unsigned bad = 0;
+[[gnu::always_inline]] inline unsigned DoGroup(const CodeGroup& group, const Course& course, const uint32_t* b1,
+                                               uint32_t* next, Changes<form>& changes) {
+    const uint32_t* const window = Bytes(b1, course.window);
+    unsigned good = 0;
     for (unsigned lane = 0; lane < kGroupLanes; ++lane) {
-        const uint32_t before = lane == 0 ? last.a0 : changes[lane - 1];
-        changes[lane] = window[course.change[lane]] + static_cast<uint32_t>(course.offset[lane]);
-        bad |= OffCourse(changes[lane], before, window[course.nextB1[lane]], window[course.notYet[lane]]) >>
-               31 << lane;
+        const uint32_t before = changes.before[lane];
+        const int32_t offset = static_cast<int32_t>(group.offsets << (28 - 4 * lane)) >> 28;
+        const uint32_t change = window[course.change[lane]] + static_cast<uint32_t>(offset);
+        const uint32_t nextB1 = window[course.nextB1[lane]];
+        const uint32_t bad = (std::min(before, window[course.notYet[lane]]) - change) | nextB1;
+        good |= (~bad & (nextB1 - change)) >> 31 << lane;
+        changes.before[lane + 1] = change;
     }
     for (unsigned lane = 0; lane < kGroupLanes; ++lane)
-        next[lane] = changes[course.order[lane]];
-    if (bad == 0)
-        last.a0 = changes[kGroupLanes - 1];
-    return bad ^ kAllLanes;
+        next[lane] = changes.before[course.order[lane] + 1];
+    return good;
+}
+
+FAXX_FASTER_FORM inline __m256i LoadLanes(const uint32_t* lanes) {
+    return _mm256_load_si256(reinterpret_cast<const __m256i*>(lanes));
 }
 
 template <>
-FAXX_FASTER_FORM inline unsigned DoGroup<Form::Faster>(const Course& course, const uint32_t* b1,
-                                                       uint32_t* next, LastChange<Form::Faster>& last) {
-    const auto load = [](const void* at) __attribute__((always_inline)) {
-        return _mm_load_si128(static_cast<const __m128i*>(at));
-    };
-    const __m256i window = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(b1 - kBeforeB1));
-    const __m256i both = _mm256_permutevar8x32_epi32(
-        window, _mm256_load_si256(reinterpret_cast<const __m256i*>(course.change)));
-    const __m128i notYet = _mm256_castsi256_si128(
-        _mm256_permutevar8x32_epi32(window, _mm256_castsi128_si256(load(course.notYet))));
-    const __m128i change = _mm_add_epi32(_mm256_castsi256_si128(both), load(course.offset));
-    const __m128i nextB1 = _mm256_extracti128_si256(both, 1);
-    const __m128i before = _mm_alignr_epi8(change, last.lanes, 12);
-    const __m128i left = _mm_or_si128(_mm_sub_epi32(_mm_min_epu32(before, notYet), change), nextB1);
-    const __m128i right = _mm_andnot_si128(left, _mm_sub_epi32(nextB1, change));
-    _mm_storeu_ps(reinterpret_cast<float*>(next),
-                  _mm_permutevar_ps(_mm_castsi128_ps(change), load(course.order)));
-    const unsigned good = static_cast<unsigned>(_mm_movemask_ps(_mm_castsi128_ps(right)));
-    if (good == kAllLanes)
-        last.lanes = change;
-    return good;
+FAXX_FASTER_FORM inline unsigned DoGroup<Form::Faster>(const CodeGroup& group, const Course& course,
+                                                       const uint32_t* b1, uint32_t* next,
+                                                       Changes<Form::Faster>& changes) {
+    __m256i window = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(Bytes(b1, course.window)));
+    asm("" : "+x"(window)); // loaded once: every other time it lies in two cache lines
+    const __m256i offsets =
+        _mm256_srai_epi32(_mm256_sllv_epi32(_mm256_set1_epi32(static_cast<int>(group.offsets)),
+                                            _mm256_setr_epi32(28, 24, 20, 16, 12, 8, 4, 0)),
+                          28);
+    const __m256i change = _mm256_add_epi32(_mm256_permutevar8x32_epi32(window, LoadLanes(course.change)), offsets);
+    const __m256i nextB1 = _mm256_permutevar8x32_epi32(window, LoadLanes(course.nextB1));
+    const __m256i notYet = _mm256_permutevar8x32_epi32(window, LoadLanes(course.notYet));
+    changes.rotated = _mm256_permutevar8x32_epi32(change, _mm256_setr_epi32(7, 0, 1, 2, 3, 4, 5, 6));
+    changes.before = _mm256_blend_epi32(changes.rotated, changes.before, 1);
+    const __m256i bad =
+        _mm256_or_si256(_mm256_sub_epi32(_mm256_min_epu32(changes.before, notYet), change), nextB1);
+    const __m256i good = _mm256_andnot_si256(bad, _mm256_sub_epi32(nextB1, change));
+    _mm256_storeu_si256(reinterpret_cast<__m256i*>(next), _mm256_permutevar8x32_epi32(change, LoadLanes(course.order)));
+    return static_cast<unsigned>(_mm256_movemask_ps(_mm256_castsi256_ps(good)));
 }
 
 // The spacing about b1, which is not the first entry.
@@ -149,17 +160,17 @@ template <Form form>
         return After::NextCode;
 
     const uint32_t* const reference = line.reference;
-    const uint32_t* const firstB1 = reference + kBeforeB1;
+    const uint32_t* const firstB1 = reference + kMostBeforeB1;
     const uint32_t* b1 = reference + line.b1;
     uint32_t* next = line.coding + line.written;
-    LastChange<form> last(line.a0);
+    Changes<form> changes(line.a0);
     FastBits bits(line.record->Buffer, static_cast<uint64_t>(start), static_cast<uint64_t>(end));
     const CodeGroup* groups = GroupsFor(Spacing::Wide);
     After after = After::NextCode;
 
     // Carry out one code; false where the line ends with it, or it is for the plain decoder.
     const auto doHorizontal = [&]() __attribute__((always_inline)) {
-        const uint32_t a0 = last.A0();
+        const uint32_t a0 = changes.Before(0);
         const Colour colour = static_cast<Colour>((b1 - reference) & 1);
         const RunStep& step = StepsFor(colour)[bits.window << kHorizontalBits >> (64 - kStepIndexBits)];
         uint32_t a1 = a0 - step.first;
@@ -191,7 +202,7 @@ template <Form form>
         next[0] = a1;
         next[1] = a2;
         next += 2;
-        last = LastChange<form>(a2);
+        changes = Changes<form>(a2);
         b1 = SeekB1(b1, a2);
         return true;
     };
@@ -200,7 +211,7 @@ template <Form form>
         const uint32_t from = b1[code.fromB1];
         const uint32_t change = from + static_cast<uint32_t>(int32_t{code.offset});
         const uint32_t notRight = from + static_cast<uint32_t>(int32_t{code.notRight});
-        if (change - 1 >= last.A0()) [[unlikely]] {
+        if (change - 1 >= changes.Before(0)) [[unlikely]] {
             if (change == 0) {
                 bits.Consume(code.bits);
                 after = After::LineEnd;
@@ -208,7 +219,7 @@ template <Form form>
             return false;
         }
         bits.Consume(code.bits);
-        last = LastChange<form>(change);
+        changes = Changes<form>(change);
         *next = change;
         next += code.entries;
         if (b1 == reference) [[unlikely]]
@@ -221,28 +232,36 @@ template <Form form>
         bits.Refill();
         unsigned steps = kStepsInBlock;
         do {
-            const CodeGroup group = groups[bits.Top(kGroupIndexBits)];
-            if (group.course == kNoCourse) {
-                if (LengthOf(group) != kHorizontalBits || !doHorizontal())
+            const CodeGroup& group = groups[bits.Top(kGroupIndexBits)];
+            if (group.course <= kHorizontalCourse) {
+                if (group.course == kNoCourse || !doHorizontal())
                     goto done;
                 continue;
             }
-            unsigned singles = 1;
             if (b1 >= firstB1) [[likely]] {
                 const Course& course = CourseOf(group);
-                const unsigned good = DoGroup<form>(course, b1, next, last);
+                const unsigned good = DoGroup<form>(group, course, b1, next, changes);
                 if (good == kAllLanes) [[likely]] {
-                    next += course.entries;
-                    b1 += course.move;
-                    bits.Consume(LengthOf(group));
-                    groups = GroupsAfter(group);
+                    changes.Next();
+                    next = Bytes(next, course.written);
+                    b1 = Bytes(b1, course.move);
+                    bits.Consume(group.length);
+                    groups = GroupsFor(group.after);
                     continue;
                 }
-                singles += static_cast<unsigned>(std::countr_one(good));
+                // Those in front of the one that does not take its course are done.
+                const unsigned done = static_cast<unsigned>(std::countr_one(good));
+                if (done != 0)
+                    b1 = Bytes(b1, course.window) + course.nextB1[done - 1];
+                for (unsigned lane = 0; lane < done; ++lane) {
+                    const SingleCode& code = kSingleCodes[bits.Top(kModeIndexBits)];
+                    bits.Consume(code.bits);
+                    next += code.entries;
+                }
+                changes = Changes<form>(changes.Before(done));
             }
-            for (; singles != 0; --singles)
-                if (!doSingle())
-                    goto done;
+            if (!doSingle())
+                goto done;
             if (b1 != reference)
                 groups = GroupsFor(SpacingAt(b1));
         } while (--steps != 0);
@@ -250,7 +269,7 @@ template <Form form>
 
 done:
     line.written = static_cast<uint32_t>(next - line.coding);
-    line.a0 = last.A0();
+    line.a0 = changes.Before(0);
     line.b1 = static_cast<uint32_t>(b1 - reference);
     line.input.MoveTo(bits.Position());
     return after;

@@ -23,94 +23,175 @@ constexpr auto kGroupedCodes = [] {
     return codes;
 }();
 
-// How many entries a code moves b1 on.
-constexpr int MoveOf(ModeCode code, Spacing spacing) {
-    if (code.mode == Mode::Pass)
-        return 2;
-    if (code.offset < 0 && (spacing == Spacing::DotAfter || spacing == Spacing::Narrow))
-        return 3;
-    return code.offset > 1 && (spacing == Spacing::DotBefore || spacing == Spacing::Narrow) ? -1 : 1;
+// What a code does, but for its offset.
+enum class Step : uint8_t {
+    None,
+    Right, // of b1, or at it: b1 moves on by one
+    Left,
+    PastDot, // right, by a whole dot and one
+    Back,    // left, and b1 with it
+    Pass,
+};
+
+constexpr unsigned kSteps = 6;
+
+struct StepEntries {
+    int change; // entries from b1 to the one that the change is counted from
+    int nextB1;
+    int notYet; // one that is known not to lie right of the change, where it must not be tested
+};
+
+constexpr StepEntries EntriesOf(Step step) {
+    switch (step) {
+    case Step::Left:
+        return {0, 1, -1};
+    case Step::PastDot:
+        return {0, 3, 1};
+    case Step::Back:
+        return {0, -1, -2};
+    case Step::Pass:
+        return {1, 2, 1};
+    case Step::None:
+    case Step::Right:
+        break;
+    }
+    return {0, 1, 0};
 }
 
-constexpr Spacing SpacingAfter(Spacing spacing, int move) {
-    if (move % 2 == 0 || spacing == Spacing::Wide || spacing == Spacing::Narrow)
+constexpr Step StepOf(ModeCode code, Spacing spacing) {
+    if (code.mode == Mode::Pass)
+        return Step::Pass;
+    const bool after = spacing == Spacing::DotAfter || spacing == Spacing::Narrow;
+    const bool before = spacing == Spacing::DotBefore || spacing == Spacing::Narrow;
+    if (code.offset <= 0)
+        return code.offset < 0 && after ? Step::PastDot : Step::Right;
+    return code.offset > 1 && before ? Step::Back : Step::Left;
+}
+
+constexpr Spacing SpacingAfter(Spacing spacing, Step step) {
+    if (step == Step::Pass || spacing == Spacing::Wide || spacing == Spacing::Narrow)
         return spacing;
     return spacing == Spacing::DotAfter ? Spacing::DotBefore : Spacing::DotAfter;
 }
 
+// The steps taken so far.
+struct Steps {
+    std::array<Step, kGroupLanes> step;
+    unsigned count;
+    int b1;    // entries from the first b1
+    int first; // of all entries looked at
+    int last;
+
+    constexpr bool Append(Step next) {
+        const StepEntries entries = EntriesOf(next);
+        const int from = std::min({first, b1 + entries.notYet, b1 + entries.nextB1});
+        const int to = std::max({last, b1 + entries.change, b1 + entries.nextB1});
+        if (count == kGroupLanes || to - from >= static_cast<int>(kWindowEntries) ||
+            from < -static_cast<int>(kMostBeforeB1))
+            return false;
+        step[count++] = next;
+        b1 += entries.nextB1;
+        first = from;
+        last = to;
+        return true;
+    }
+
+    constexpr Course Draw() const {
+        constexpr int kEntryBytes = static_cast<int>(sizeof(uint32_t));
+        Course course{};
+        int at = -first;
+        unsigned entries = 0;
+        for (unsigned i = 0; i < count; ++i) {
+            const StepEntries of = EntriesOf(step[i]);
+            for (unsigned lane = i; lane < kGroupLanes; ++lane) {
+                course.change[lane] = static_cast<uint32_t>(at + of.change);
+                course.nextB1[lane] = static_cast<uint32_t>(at + of.nextB1);
+                course.notYet[lane] = static_cast<uint32_t>(at + of.notYet);
+            }
+            course.order[entries] = i;
+            entries += step[i] == Step::Pass ? 0U : 1U;
+            at += of.nextB1;
+        }
+        course.window = first * kEntryBytes;
+        course.written = static_cast<int64_t>(entries * sizeof(uint32_t));
+        course.move = b1 * kEntryBytes;
+        return course;
+    }
+};
+
+constexpr unsigned kOffsetBits = 32 / kGroupLanes;
+constexpr uint32_t kOffsetMask = (1u << kOffsetBits) - 1;
+
 // The codes read so far.
 struct Read {
     Spacing spacing;
-    unsigned codes;
     unsigned bits;
     unsigned length;
-    Course course;
+    uint32_t offsets;
+    unsigned course;
+    Steps steps;
 
     constexpr bool Append(const Code& next) {
-        const int move = MoveOf(next.code, spacing);
-        const int b1 = static_cast<int>(kBeforeB1 + course.move);
-        if (codes == kGroupLanes || length + next.code.length > kGroupIndexBits || b1 + move < 1 ||
-            b1 + move >= static_cast<int>(kWindowEntries))
+        const Step step = StepOf(next.code, spacing);
+        if (length + next.code.length > kGroupIndexBits || !steps.Append(step))
             return false;
-        const bool pass = next.code.mode == Mode::Pass;
-        for (unsigned lane = codes; lane < kGroupLanes; ++lane) {
-            course.change[lane] = static_cast<uint32_t>(b1 + pass);
-            course.nextB1[lane] = static_cast<uint32_t>(b1 + move);
-            // Back from the first b1 there is nothing to be tested.
-            course.notYet[lane] = static_cast<uint32_t>(std::max(b1 + move - 2, 0));
-            course.offset[lane] = next.code.offset;
-        }
-        course.order[course.entries] = codes;
-        course.order[kGroupLanes - 1] = codes;
-        course.entries += pass ? 0 : 1;
-        course.move += move;
-        ++codes;
+        const unsigned shift = (steps.count - 1) * kOffsetBits;
+        const uint32_t offset = static_cast<uint32_t>(next.code.offset) & kOffsetMask;
+        offsets = (offsets & ((1u << shift) - 1)) | offset * (UINT32_MAX / kOffsetMask) << shift;
         bits = bits << next.code.length | next.bits;
         length += next.code.length;
-        spacing = SpacingAfter(spacing, move);
+        spacing = SpacingAfter(spacing, step);
         return true;
     }
 };
 
-constexpr CodeGroup Group(unsigned course, unsigned length, Spacing after) {
-    const size_t bytes = (static_cast<size_t>(after) << kGroupIndexBits) * sizeof(CodeGroup);
-    return {static_cast<uint16_t>(course), static_cast<uint16_t>(bytes | length)};
-}
-
 struct Tables {
     std::array<CodeGroup, kSpacings << kGroupIndexBits> groups;
     std::array<Course, kCourseCount> courses;
+    std::array<std::array<unsigned, kSteps>, kCourseCount> longer; // the courses with a step more
     unsigned courseCount;
+
+    constexpr unsigned CourseFor(unsigned shorter, const Steps& steps) {
+        unsigned& course = longer[shorter][static_cast<unsigned>(steps.step[steps.count - 1])];
+        if (course == 0) {
+            course = courseCount++;
+            courses[course] = steps.Draw();
+        }
+        return course;
+    }
 
     // Enters the codes at every index that begins with them, and over that all codes that may follow.
     // NOLINTNEXTLINE(misc-no-recursion)
     constexpr void Enter(Spacing start, const Read& read) {
-        if (read.codes != 0) {
+        if (read.length != 0) {
             const unsigned spare = kGroupIndexBits - read.length;
-            std::fill_n(groups.begin() + (static_cast<size_t>(start) << kGroupIndexBits) +
-                            (read.bits << spare),
-                        1u << spare, Group(courseCount * kCourseUnits, read.length, read.spacing));
-            courses[courseCount++] = read.course;
+            const size_t course = read.course * (sizeof(Course) / kCourseUnit);
+            std::fill_n(groups.begin() + (static_cast<size_t>(start) << kGroupIndexBits) + (read.bits << spare),
+                        1u << spare,
+                        CodeGroup{static_cast<uint16_t>(course), static_cast<uint8_t>(read.length), read.spacing,
+                                  read.offsets});
         }
         for (const Code& code : kGroupedCodes) {
-            Read longer = read;
-            if (longer.Append(code))
-                Enter(start, longer);
+            Read more = read;
+            if (more.Append(code)) {
+                more.course = CourseFor(read.course, more.steps);
+                Enter(start, more);
+            }
         }
     }
 };
 
 constexpr Tables BuildTables() {
     Tables tables{};
-    tables.courseCount = kNoCourse + 1;
+    tables.courseCount = 1;
     for (unsigned i = 0; i < kSpacings; ++i) {
         const Spacing spacing = static_cast<Spacing>(i);
         for (unsigned index = 0; index < 1u << kGroupIndexBits; ++index) {
             const ModeCode code = kModeCodes[index >> (kGroupIndexBits - kModeIndexBits)];
             if (code.mode == Mode::Horizontal)
-                tables.groups[(i << kGroupIndexBits) + index] = Group(kNoCourse, code.length, spacing);
+                tables.groups[(i << kGroupIndexBits) + index] = {kHorizontalCourse, code.length, spacing, 0};
         }
-        tables.Enter(spacing, {spacing, 0, 0, 0, {}});
+        tables.Enter(spacing, {spacing, 0, 0, 0, 0, {}});
     }
     return tables;
 }

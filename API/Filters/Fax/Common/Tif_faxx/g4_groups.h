@@ -1,11 +1,11 @@
 // Several vertical and pass mode codes from one look-up, and where their changing elements are found.
 //
 // What a1 and the next b1 of a code are depends on how close together the changing elements of the reference
-// line lie. As long as they are far apart, b1 moves on by one entry a vertical code. In dithered pictures
-// they are not, but nearly all of them belong to dots one pixel wide, and then the moves of b1 follow from
-// the codes as well: from b1 at the near edge of a dot, VR1 leaves the whole dot behind, and from the far
-// edge VL2 goes back to it. So there are groups for each such spacing. They only guess: whoever uses them
-// tests every code against the reference line.
+// line lie. As long as they are far apart, b1 moves on by one entry a vertical code. In dithered pictures they
+// are not, but nearly all of them belong to dots one pixel wide, and then the moves of b1 follow from the
+// codes as well: from b1 at the near edge of a dot, VR1 leaves the whole dot behind, and from the far edge VL2
+// goes back to it. So there are groups for each such spacing. They only guess: whoever uses them tests every
+// code against the reference line.
 #pragma once
 
 #include "API/Filters/Fax/Common/Tif_faxx/g4_line.h"
@@ -23,39 +23,38 @@ enum class Spacing : uint8_t {
 };
 
 inline constexpr unsigned kSpacings = 4;
-inline constexpr unsigned kGroupLanes = 4;
+inline constexpr unsigned kGroupLanes = 8;
 inline constexpr unsigned kGroupIndexBits = 12;
 
-// Groups look at so many entries of the reference line, the first of them this far before b1.
+// Groups look at so many entries of the reference line, the first of them at most so far before b1.
 inline constexpr unsigned kWindowEntries = 8;
-inline constexpr unsigned kBeforeB1 = 2;
+inline constexpr unsigned kMostBeforeB1 = 2;
 
-// The codes that begin an index, as many as are one course. Where the first is neither vertical nor a pass,
-// course is kNoCourse, and the length that of a horizontal mode code, or 0.
-struct CodeGroup {
-    uint16_t course; // index into kCourses, in kCourseUnits
-    uint16_t after; // the groups for the b1 that follows, as bytes of kCodeGroups; in its low bits the length
+// The codes that begin an index, as many as make one course. Where the first is neither vertical nor a pass,
+// course is kHorizontalCourse or kNoCourse.
+struct alignas(8) CodeGroup {
+    uint16_t course;      // index into kCourses, in units of kCourseUnit bytes
+    uint8_t length;       // of all codes, in bits
+    Spacing after;        // about the b1 that follows
+    uint32_t offsets;     // of the changes from their entries, as distances: four bits a lane, the last on top
 };
 
-inline constexpr unsigned kGroupLengthBits = 6;
-static_assert(kGroupIndexBits < 1 << kGroupLengthBits);
-
-// What the codes of a group do. Entries are counted from the first of those looked at. Lanes without a code
-// repeat the last one.
+// What the codes of a group do, but for the offsets. Entries are counted from the first of those looked at.
+// Lanes without a code repeat the last one.
 struct alignas(32) Course {
     uint32_t change[kGroupLanes]; // the entry that the change is counted from
     uint32_t nextB1[kGroupLanes]; // must lie right of the change
-    uint32_t notYet[kGroupLanes]; // must not: the entry of its colour before it
-    int32_t offset[kGroupLanes];  // of the change from its entry, as distances
-    uint32_t order[kGroupLanes];  // the lanes as they are written, passes left out; the last lane again last
-    int64_t entries;              // written
-    int64_t move;                 // of b1
+    uint32_t notYet[kGroupLanes]; // must not: where it may, the entry of its colour before it
+    uint32_t order[kGroupLanes];  // the lanes as they are written, passes left out
+    int64_t window;               // bytes from b1 to the entries looked at
+    int64_t written;              // bytes of all entries written
+    int64_t move;                 // of b1, in bytes
 };
 
 inline constexpr uint16_t kNoCourse = 0;
-inline constexpr unsigned kCourseUnits = 3;
-inline constexpr size_t kCourseUnit = sizeof(Course) / kCourseUnits;
-inline constexpr unsigned kCourseCount = 1567;
+inline constexpr uint16_t kHorizontalCourse = 1;
+inline constexpr size_t kCourseUnit = 32;
+inline constexpr unsigned kCourseCount = 569;
 
 extern const std::array<CodeGroup, kSpacings << kGroupIndexBits> kCodeGroups;
 extern const std::array<Course, kCourseCount> kCourses;
@@ -64,16 +63,7 @@ inline const CodeGroup* GroupsFor(Spacing spacing) {
     return kCodeGroups.data() + (static_cast<size_t>(spacing) << kGroupIndexBits);
 }
 
-inline const CodeGroup* GroupsAfter(CodeGroup group) {
-    const size_t bytes = group.after >> kGroupLengthBits << kGroupLengthBits;
-    return reinterpret_cast<const CodeGroup*>(reinterpret_cast<const char*>(kCodeGroups.data()) + bytes);
-}
-
-inline unsigned LengthOf(CodeGroup group) {
-    return group.after & ((1u << kGroupLengthBits) - 1);
-}
-
-inline const Course& CourseOf(CodeGroup group) {
+inline const Course& CourseOf(const CodeGroup& group) {
     const char* const courses = reinterpret_cast<const char*>(kCourses.data());
     return *reinterpret_cast<const Course*>(courses + group.course * kCourseUnit);
 }
