@@ -174,8 +174,19 @@ uint32_t BlankLinesThatFit(const CCITTG34* record, const RowOutput& output, uint
 
 void FinishBlankLines(CCITTG34* record, RowOutput& output, uint32_t lines) {
     const uint16_t* const start = output.next;
-    for (uint32_t i = 0; i < lines; ++i)
-        WriteWhiteRow(&output.next, record->Width);
+    if (record->Width <= kRunPiece) [[likely]] {
+        const uint32_t runCount = 1;
+        const uint16_t run = static_cast<uint16_t>(record->Width);
+        uint16_t* row = output.next;
+        for (uint32_t i = 0; i < lines; ++i, row += kRowHeaderWords + 1) {
+            std::memcpy(row, &runCount, sizeof runCount);
+            row[kRowHeaderWords] = run;
+        }
+        output.next = row;
+    } else {
+        for (uint32_t i = 0; i < lines; ++i)
+            WriteWhiteRow(&output.next, record->Width);
+    }
     output.budget -= static_cast<int32_t>(output.next - start);
     output.linesLeft -= lines;
     CloseList(record->CodingLine, 0);
