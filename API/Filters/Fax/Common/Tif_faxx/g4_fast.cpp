@@ -2,12 +2,11 @@
 // leaves to it everything that is not a vertical, horizontal or pass mode code taking its ordinary course.
 //
 // - Bits come from a 64-bit window (fast_bits.h).
-// - One table look-up recognises up to four vertical mode codes in a row. They are carried out at once: with
-//   the changing elements of the reference line in the lanes of a vector, a1 is b1 plus an offset, and b1
-//   moves on by one entry a code. The lanes also show where that is not so: the edge is reached, or b1 must
-//   be sought.
-// - Such a code is done singly, and so are the next ones: in dithered pictures they come together. A single
-//   step has no branch that depends on the kind of vertical code, or on whether it is a pass.
+// - A single code is done without a branch that depends on the kind of vertical code, or on whether it is a
+//   pass.
+// - Where there are vectors of eight lanes, one look-up gives up to seven vertical codes and passes
+//   (g4_groups.h). They are done at once, a lane each, and tested at once. Those in front of one that fails
+//   are kept; that one is done singly, and tells what to expect from there on.
 // - Two short runs of a horizontal mode come from one look-up.
 #include "API/Filters/Fax/Common/Tif_faxx/g4_fast.h"
 
@@ -23,8 +22,6 @@
 
 namespace faxx::g4 {
 namespace {
-
-constexpr unsigned kHorizontalBits = 3;
 
 // One mode code. What it says of a change, a1 or b2, and of the next b1 is the same arithmetic for vertical
 // codes and passes.
@@ -71,78 +68,52 @@ Entry* Bytes(Entry* entry, int64_t bytes) {
     return reinterpret_cast<Entry*>(reinterpret_cast<uintptr_t>(entry) + static_cast<uintptr_t>(bytes));
 }
 
-// What a group's codes came to, lane by lane.
-template <Form form>
-struct Changes {
-    uint32_t before[kGroupLanes + 1]; // the change that was last when a code came
+// What the codes of a group came to, lane by lane.
+struct GroupChanges {
+    __m256i before; // the change that was last when a code came
+    __m256i after;  // in the first lane, the change that is last
+    unsigned good;  // a bit for each lane that took its course
 
-    explicit Changes(uint32_t a0) : before{a0} {}
-    uint32_t Before(unsigned lane) const { return before[lane]; }
-    // From then on the last one's change comes before the first.
-    void Next() { before[0] = before[kGroupLanes]; }
-};
+    FAXX_FASTER_FORM uint32_t After() const { return First(after); }
 
-template <>
-struct Changes<Form::Faster> {
-    __m256i before;  // the change that was last when a code came
-    __m256i rotated; // the last one's change comes first
-
-    FAXX_FASTER_FORM explicit Changes(uint32_t a0)
-        : before(_mm256_castsi128_si256(_mm_cvtsi32_si128(static_cast<int>(a0)))), rotated(before) {}
     FAXX_FASTER_FORM uint32_t Before(unsigned lane) const {
         const __m256i at = _mm256_castsi128_si256(_mm_cvtsi32_si128(static_cast<int>(lane)));
-        const __m128i change = _mm256_castsi256_si128(_mm256_permutevar8x32_epi32(before, at));
-        return static_cast<uint32_t>(_mm_cvtsi128_si32(change));
+        return First(_mm256_permutevar8x32_epi32(before, at));
     }
-    FAXX_FASTER_FORM void Next() { before = rotated; }
-};
 
-// Carries out a group. A code takes its course where its change is not left of the one before, the next b1
-// right of it, and so left of the edge, and the entry before that of the same colour not. A bit is set for
-// each lane that does. Changes are written at next, where as many places are touched as there are lanes.
-template <Form form>
-[[gnu::always_inline]] inline unsigned DoGroup(const CodeGroup& group, const Course& course, const uint32_t* b1,
-                                               uint32_t* next, Changes<form>& changes) {
-    const uint32_t* const window = Bytes(b1, course.window);
-    unsigned good = 0;
-    for (unsigned lane = 0; lane < kGroupLanes; ++lane) {
-        const uint32_t before = changes.before[lane];
-        const int32_t offset = static_cast<int32_t>(group.offsets << (28 - 4 * lane)) >> 28;
-        const uint32_t change = window[course.change[lane]] + static_cast<uint32_t>(offset);
-        const uint32_t nextB1 = window[course.nextB1[lane]];
-        const uint32_t bad = (std::min(before, window[course.notYet[lane]]) - change) | nextB1;
-        good |= (~bad & (nextB1 - change)) >> 31 << lane;
-        changes.before[lane + 1] = change;
+private:
+    FAXX_FASTER_FORM static uint32_t First(__m256i lanes) {
+        return static_cast<uint32_t>(_mm_cvtsi128_si32(_mm256_castsi256_si128(lanes)));
     }
-    for (unsigned lane = 0; lane < kGroupLanes; ++lane)
-        next[lane] = changes.before[course.order[lane] + 1];
-    return good;
-}
+};
 
 FAXX_FASTER_FORM inline __m256i LoadLanes(const uint32_t* lanes) {
     return _mm256_load_si256(reinterpret_cast<const __m256i*>(lanes));
 }
 
-template <>
-FAXX_FASTER_FORM inline unsigned DoGroup<Form::Faster>(const CodeGroup& group, const Course& course,
-                                                       const uint32_t* b1, uint32_t* next,
-                                                       Changes<Form::Faster>& changes) {
+// Carries out a group. A code takes its course where its change is not left of the one before, the next b1
+// right of it, and so left of the edge, and the entry before that of the same colour not. Changes are written
+// at next, where as many places are touched as there are lanes.
+FAXX_FASTER_FORM inline GroupChanges DoGroup(const CodeGroup& group, const Course& course, const uint32_t* b1,
+                                             uint32_t a0, uint32_t* next) {
     __m256i window = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(Bytes(b1, course.window)));
     asm("" : "+x"(window)); // loaded once: every other time it lies in two cache lines
     const __m256i offsets =
         _mm256_srai_epi32(_mm256_sllv_epi32(_mm256_set1_epi32(static_cast<int>(group.offsets)),
                                             _mm256_setr_epi32(28, 24, 20, 16, 12, 8, 4, 0)),
                           28);
-    const __m256i change = _mm256_add_epi32(_mm256_permutevar8x32_epi32(window, LoadLanes(course.change)), offsets);
+    const __m256i change =
+        _mm256_add_epi32(_mm256_permutevar8x32_epi32(window, LoadLanes(course.change)), offsets);
     const __m256i nextB1 = _mm256_permutevar8x32_epi32(window, LoadLanes(course.nextB1));
     const __m256i notYet = _mm256_permutevar8x32_epi32(window, LoadLanes(course.notYet));
-    changes.rotated = _mm256_permutevar8x32_epi32(change, _mm256_setr_epi32(7, 0, 1, 2, 3, 4, 5, 6));
-    changes.before = _mm256_blend_epi32(changes.rotated, changes.before, 1);
-    const __m256i bad =
-        _mm256_or_si256(_mm256_sub_epi32(_mm256_min_epu32(changes.before, notYet), change), nextB1);
+    const __m256i after = _mm256_permutevar8x32_epi32(change, _mm256_setr_epi32(7, 0, 1, 2, 3, 4, 5, 6));
+    const __m256i first = _mm256_castsi128_si256(_mm_cvtsi32_si128(static_cast<int>(a0)));
+    const __m256i before = _mm256_blend_epi32(after, first, 1);
+    const __m256i bad = _mm256_or_si256(_mm256_sub_epi32(_mm256_min_epu32(before, notYet), change), nextB1);
     const __m256i good = _mm256_andnot_si256(bad, _mm256_sub_epi32(nextB1, change));
-    _mm256_storeu_si256(reinterpret_cast<__m256i*>(next), _mm256_permutevar8x32_epi32(change, LoadLanes(course.order)));
-    return static_cast<unsigned>(_mm256_movemask_ps(_mm256_castsi256_ps(good)));
+    _mm256_storeu_si256(reinterpret_cast<__m256i*>(next),
+                        _mm256_permutevar8x32_epi32(change, LoadLanes(course.order)));
+    return {before, after, static_cast<unsigned>(_mm256_movemask_ps(_mm256_castsi256_ps(good)))};
 }
 
 // The spacing about b1, which is not the first entry.
@@ -163,14 +134,13 @@ template <Form form>
     const uint32_t* const firstB1 = reference + kMostBeforeB1;
     const uint32_t* b1 = reference + line.b1;
     uint32_t* next = line.coding + line.written;
-    Changes<form> changes(line.a0);
+    uint32_t a0 = line.a0;
     FastBits bits(line.record->Buffer, static_cast<uint64_t>(start), static_cast<uint64_t>(end));
     const CodeGroup* groups = GroupsFor(Spacing::Wide);
     After after = After::NextCode;
 
     // Carry out one code; false where the line ends with it, or it is for the plain decoder.
     const auto doHorizontal = [&]() __attribute__((always_inline)) {
-        const uint32_t a0 = changes.Before(0);
         const Colour colour = static_cast<Colour>((b1 - reference) & 1);
         const RunStep& step = StepsFor(colour)[bits.window << kHorizontalBits >> (64 - kStepIndexBits)];
         uint32_t a1 = a0 - step.first;
@@ -202,7 +172,7 @@ template <Form form>
         next[0] = a1;
         next[1] = a2;
         next += 2;
-        changes = Changes<form>(a2);
+        a0 = a2;
         b1 = SeekB1(b1, a2);
         return true;
     };
@@ -211,7 +181,7 @@ template <Form form>
         const uint32_t from = b1[code.fromB1];
         const uint32_t change = from + static_cast<uint32_t>(int32_t{code.offset});
         const uint32_t notRight = from + static_cast<uint32_t>(int32_t{code.notRight});
-        if (change - 1 >= changes.Before(0)) [[unlikely]] {
+        if (change - 1 >= a0) [[unlikely]] {
             if (change == 0) {
                 bits.Consume(code.bits);
                 after = After::LineEnd;
@@ -219,7 +189,7 @@ template <Form form>
             return false;
         }
         bits.Consume(code.bits);
-        changes = Changes<form>(change);
+        a0 = change;
         *next = change;
         next += code.entries;
         if (b1 == reference) [[unlikely]]
@@ -228,48 +198,55 @@ template <Form form>
         return true;
     };
 
-    while (bits.Inside()) {
-        bits.Refill();
-        unsigned steps = kStepsInBlock;
-        do {
-            const CodeGroup& group = groups[bits.Top(kGroupIndexBits)];
-            if (group.course <= kHorizontalCourse) {
-                if (group.course == kNoCourse || !doHorizontal())
-                    goto done;
-                continue;
-            }
-            if (b1 >= firstB1) [[likely]] {
-                const Course& course = CourseOf(group);
-                const unsigned good = DoGroup<form>(group, course, b1, next, changes);
-                if (good == kAllLanes) [[likely]] {
-                    changes.Next();
-                    next = Bytes(next, course.written);
-                    b1 = Bytes(b1, course.move);
-                    bits.Consume(group.length);
-                    groups = GroupsFor(group.after);
+    const auto doCodes = [&]() __attribute__((always_inline)) {
+        while (bits.Inside()) {
+            bits.Refill();
+            unsigned steps = kStepsInBlock;
+            do {
+                if constexpr (form == Form::Anywhere) {
+                    const Mode mode = kSingleCodes[bits.Top(kModeIndexBits)].mode;
+                    if (mode > Mode::Pass ? mode != Mode::Horizontal || !doHorizontal() : !doSingle())
+                        return;
                     continue;
                 }
-                // Those in front of the one that does not take its course are done.
-                const unsigned done = static_cast<unsigned>(std::countr_one(good));
-                if (done != 0)
-                    b1 = Bytes(b1, course.window) + course.nextB1[done - 1];
-                for (unsigned lane = 0; lane < done; ++lane) {
-                    const SingleCode& code = kSingleCodes[bits.Top(kModeIndexBits)];
-                    bits.Consume(code.bits);
-                    next += code.entries;
+                const CodeGroup& group = groups[bits.Top(kGroupIndexBits)];
+                if (group.course <= kHorizontalCourse) {
+                    if (group.course == kNoCourse || !doHorizontal())
+                        return;
+                    continue;
                 }
-                changes = Changes<form>(changes.Before(done));
-            }
-            if (!doSingle())
-                goto done;
-            if (b1 != reference)
-                groups = GroupsFor(SpacingAt(b1));
-        } while (--steps != 0);
-    }
+                if (b1 >= firstB1) [[likely]] {
+                    const Course& course = CourseOf(group);
+                    const GroupChanges changes = DoGroup(group, course, b1, a0, next);
+                    if (changes.good == kAllLanes) [[likely]] {
+                        a0 = changes.After();
+                        next = Bytes(next, course.written);
+                        b1 = Bytes(b1, course.move);
+                        bits.Consume(group.length);
+                        groups = GroupsFor(group.after);
+                        continue;
+                    }
+                    const unsigned done = static_cast<unsigned>(std::countr_one(changes.good));
+                    if (done != 0)
+                        b1 = Bytes(b1, course.window) + course.nextB1[done - 1];
+                    for (unsigned lane = 0; lane < done; ++lane) {
+                        const SingleCode& code = kSingleCodes[bits.Top(kModeIndexBits)];
+                        bits.Consume(code.bits);
+                        next += code.entries;
+                    }
+                    a0 = changes.Before(done);
+                }
+                if (!doSingle())
+                    return;
+                if (b1 != reference)
+                    groups = GroupsFor(SpacingAt(b1));
+            } while (--steps != 0);
+        }
+    };
+    doCodes();
 
-done:
     line.written = static_cast<uint32_t>(next - line.coding);
-    line.a0 = changes.Before(0);
+    line.a0 = a0;
     line.b1 = static_cast<uint32_t>(b1 - reference);
     line.input.MoveTo(bits.Position());
     return after;

@@ -84,8 +84,8 @@ struct Steps {
 
     constexpr bool Append(Step next) {
         const StepEntries entries = EntriesOf(next);
-        const int from = std::min({first, b1 + entries.notYet, b1 + entries.nextB1});
-        const int to = std::max({last, b1 + entries.change, b1 + entries.nextB1});
+        const int from = std::min(first, b1 + std::min(entries.notYet, entries.nextB1));
+        const int to = std::max(last, b1 + std::max(entries.change, entries.nextB1));
         if (count == kGroupLanes || to - from >= static_cast<int>(kWindowEntries) ||
             from < -static_cast<int>(kMostBeforeB1))
             return false;
@@ -133,7 +133,7 @@ struct Read {
 
     constexpr bool Append(const Code& next) {
         const Step step = StepOf(next.code, spacing);
-        if (length + next.code.length > kGroupIndexBits || !steps.Append(step))
+        if (!steps.Append(step))
             return false;
         const unsigned shift = (steps.count - 1) * kOffsetBits;
         const uint32_t offset = static_cast<uint32_t>(next.code.offset) & kOffsetMask;
@@ -166,12 +166,15 @@ struct Tables {
         if (read.length != 0) {
             const unsigned spare = kGroupIndexBits - read.length;
             const size_t course = read.course * (sizeof(Course) / kCourseUnit);
-            std::fill_n(groups.begin() + (static_cast<size_t>(start) << kGroupIndexBits) + (read.bits << spare),
+            std::fill_n(groups.begin() + (static_cast<size_t>(start) << kGroupIndexBits) +
+                            (read.bits << spare),
                         1u << spare,
-                        CodeGroup{static_cast<uint16_t>(course), static_cast<uint8_t>(read.length), read.spacing,
-                                  read.offsets});
+                        CodeGroup{static_cast<uint16_t>(course), static_cast<uint8_t>(read.length),
+                                  read.spacing, read.offsets});
         }
         for (const Code& code : kGroupedCodes) {
+            if (read.length + code.code.length > kGroupIndexBits)
+                continue;
             Read more = read;
             if (more.Append(code)) {
                 more.course = CourseFor(read.course, more.steps);
@@ -186,11 +189,10 @@ constexpr Tables BuildTables() {
     tables.courseCount = 1;
     for (unsigned i = 0; i < kSpacings; ++i) {
         const Spacing spacing = static_cast<Spacing>(i);
-        for (unsigned index = 0; index < 1u << kGroupIndexBits; ++index) {
-            const ModeCode code = kModeCodes[index >> (kGroupIndexBits - kModeIndexBits)];
-            if (code.mode == Mode::Horizontal)
-                tables.groups[(i << kGroupIndexBits) + index] = {kHorizontalCourse, code.length, spacing, 0};
-        }
+        std::fill_n(tables.groups.begin() + (i << kGroupIndexBits) +
+                        (1u << (kGroupIndexBits - kHorizontalBits)),
+                    1u << (kGroupIndexBits - kHorizontalBits),
+                    CodeGroup{kHorizontalCourse, kHorizontalBits, spacing, 0});
         tables.Enter(spacing, {spacing, 0, 0, 0, 0, {}});
     }
     return tables;

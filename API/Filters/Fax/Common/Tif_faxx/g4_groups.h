@@ -1,11 +1,11 @@
 // Several vertical and pass mode codes from one look-up, and where their changing elements are found.
 //
 // What a1 and the next b1 of a code are depends on how close together the changing elements of the reference
-// line lie. As long as they are far apart, b1 moves on by one entry a vertical code. In dithered pictures they
-// are not, but nearly all of them belong to dots one pixel wide, and then the moves of b1 follow from the
-// codes as well: from b1 at the near edge of a dot, VR1 leaves the whole dot behind, and from the far edge VL2
-// goes back to it. So there are groups for each such spacing. They only guess: whoever uses them tests every
-// code against the reference line.
+// line lie. As long as they are far apart, b1 moves on by one entry a vertical code. In dithered pictures
+// they are not, but nearly all of them belong to dots one pixel wide, and then the moves of b1 follow from
+// the codes as well: from b1 at the near edge of a dot, VR1 leaves the whole dot behind, and from the far
+// edge VL2 goes back to it. So there are groups for each such spacing. They only guess: whoever uses them
+// tests every code against the reference line.
 #pragma once
 
 #include "API/Filters/Fax/Common/Tif_faxx/g4_line.h"
@@ -22,6 +22,7 @@ enum class Spacing : uint8_t {
     Narrow,    // one a pixel before it and one a pixel after it, and so on
 };
 
+inline constexpr unsigned kHorizontalBits = 3; // of the mode code, 001
 inline constexpr unsigned kSpacings = 4;
 inline constexpr unsigned kGroupLanes = 8;
 inline constexpr unsigned kGroupIndexBits = 12;
@@ -33,10 +34,10 @@ inline constexpr unsigned kMostBeforeB1 = 2;
 // The codes that begin an index, as many as make one course. Where the first is neither vertical nor a pass,
 // course is kHorizontalCourse or kNoCourse.
 struct alignas(8) CodeGroup {
-    uint16_t course;      // index into kCourses, in units of kCourseUnit bytes
-    uint8_t length;       // of all codes, in bits
-    Spacing after;        // about the b1 that follows
-    uint32_t offsets;     // of the changes from their entries, as distances: four bits a lane, the last on top
+    uint16_t course;  // index into kCourses, in units of kCourseUnit bytes
+    uint8_t length;   // of all codes, in bits
+    Spacing after;    // about the b1 that follows
+    uint32_t offsets; // of the changes from their entries, as distances: four bits a lane, the last on top
 };
 
 // What the codes of a group do, but for the offsets. Entries are counted from the first of those looked at.
