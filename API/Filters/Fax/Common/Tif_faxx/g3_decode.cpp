@@ -79,13 +79,13 @@ void AcceptCodedWidth(const Line& line) {
 }
 
 // Hands over to the G4 decoder: one line between EOLs, or all that are left where none follow.
-unsigned DecodeTwoDimensional(CCITTG34* record, RowOutput& output) {
+unsigned DecodeTwoDimensional(CCITTG34* record, RowOutput& output, uint32_t referenceEntries) {
     RowOutput handedOver = output;
     if (record->Format != FORMAT_FAX_G3_2D_ALL2D) {
         record->NextLineTag = kNextLineOneDimensional;
         handedOver.linesLeft = 1;
     }
-    return DecodeG4Lines(record, handedOver);
+    return DecodeG4Lines(record, handedOver, referenceEntries);
 }
 
 // A line is begun while the budget holds so many words more than Width, and may take one more than that.
@@ -111,19 +111,21 @@ unsigned DecodeG3(CCITTG34* record, unsigned short* rows, unsigned lines) {
     SetLineWords(output);
     Line line(record);
     BlankLineCode blankLine(record);
+    uint32_t referenceEntries = kEntriesUnknown;
     for (;;) {
         BlankLines blank;
         if (record->NextLineTag < 0)
             blank = ReadBlankLines(line, blankLine, BlankLinesThatFit(record, output, kLeastExtraWords));
         if (blank.count != 0) {
             FinishBlankLines(record, output, blank.count);
+            referenceEntries = 0;
         } else {
             line.Begin(record->Width, output.lineWords);
             LineRead read = ReadLine(line);
             if (read == LineRead::TwoDimensional) {
                 line.input.Store();
                 const unsigned decoded = lines - output.linesLeft;
-                return decoded + DecodeTwoDimensional(record, output);
+                return decoded + DecodeTwoDimensional(record, output, referenceEntries);
             }
             if (read == LineRead::Complete && record->Format == FORMAT_FAX_G3_1D_NOEOL &&
                 !line.input.AlignToByte())
@@ -134,6 +136,7 @@ unsigned DecodeG3(CCITTG34* record, unsigned short* rows, unsigned lines) {
                 blankLine = BlankLineCode(record);
 
             FinishLine(record, output, line.written);
+            referenceEntries = line.written;
             if (read == LineRead::NoData) {
                 line.input.StoreExhausted();
                 return lines - output.linesLeft;

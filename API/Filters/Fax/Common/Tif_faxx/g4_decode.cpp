@@ -195,10 +195,12 @@ After DecodeModeCode(Line& line) {
 
 } // namespace
 
-unsigned DecodeG4Lines(CCITTG34* record, RowOutput& output) {
+unsigned DecodeG4Lines(CCITTG34* record, RowOutput& output, uint32_t referenceEntries) {
     const unsigned lines = output.linesLeft;
     Line line(record);
-    line.Begin(output, ListLength(record->ReferenceLine));
+    if (referenceEntries == kEntriesUnknown)
+        referenceEntries = ListLength(record->ReferenceLine);
+    line.Begin(output, referenceEntries);
     for (;;) {
         After after = After::LineEnd;
         uint32_t blankLines = 0;
@@ -247,5 +249,5 @@ unsigned DecodeG4(CCITTG34* record, unsigned short* rows, unsigned lines) {
     if (record->DecodeStatus != DECODE_STATUS_OK)
         return WriteWhiteRows(rows, record->Width, lines);
     RowOutput output{rows, kRowBudget, static_cast<uint32_t>(kRowBudget), lines};
-    return DecodeG4Lines(record, output);
+    return DecodeG4Lines(record, output, kEntriesUnknown);
 }

@@ -97,7 +97,7 @@ struct Steps {
     }
 
     constexpr Course Draw() const {
-        constexpr int kEntryBytes = static_cast<int>(sizeof(uint32_t));
+        constexpr int64_t kEntryBytes = sizeof(uint32_t);
         Course course{};
         int at = -first;
         unsigned entries = 0;
@@ -113,7 +113,7 @@ struct Steps {
             at += of.nextB1;
         }
         course.window = first * kEntryBytes;
-        course.written = static_cast<int64_t>(entries * sizeof(uint32_t));
+        course.written = entries * kEntryBytes;
         course.move = b1 * kEntryBytes;
         return course;
     }
