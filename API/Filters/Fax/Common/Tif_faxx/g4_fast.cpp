@@ -19,6 +19,7 @@
 #include <immintrin.h>
 
 #include <algorithm>
+#include <type_traits>
 
 namespace faxx::g4 {
 namespace {
@@ -65,7 +66,8 @@ constexpr unsigned kAllLanes = (1u << kGroupLanes) - 1;
 // So many bytes further on.
 template <typename Entry>
 Entry* Bytes(Entry* entry, int64_t bytes) {
-    return reinterpret_cast<Entry*>(reinterpret_cast<uintptr_t>(entry) + static_cast<uintptr_t>(bytes));
+    using Byte = std::conditional_t<std::is_const_v<Entry>, const char, char>;
+    return reinterpret_cast<Entry*>(reinterpret_cast<Byte*>(entry) + bytes);
 }
 
 // What the codes of a group came to, lane by lane.
