@@ -12,6 +12,8 @@ namespace {
 constexpr unsigned kStepsInBlock = FastBits::kRefilled / kStepIndexBits;
 
 constexpr int kEolZeros = 8; // no run code begins with so many
+// An EOL and the tag of a one-dimensional line.
+constexpr CodeWord kTaggedEol{kEol.bits << 1 | 1, kEol.length + 1};
 // An EOL, the tag of a two-dimensional line and V0: a blank line below a blank one.
 constexpr CodeWord kBlankTwoDimensional{kEol.bits << 2 | 0b01, kEol.length + 2};
 
@@ -118,16 +120,15 @@ BlankLineCode::BlankLineCode(const CCITTG34* record) : width(record->Width) {
     };
     const bool alignedRows = record->Format == FORMAT_FAX_G3_1D_NOEOL;
     if (!alignedRows)
-        append(kEol);
-    if (HasTagBits(record))
-        append(UnpackCode(kTagOneDimensional));
+        append(HasTagBits(record) ? kTaggedEol : kEol);
     uint32_t run = width;
     for (; run >= kLongestCodeRun && length <= kWindowBits; run -= kLongestCodeRun)
-        append(UnpackCode(kLongestRunCode));
-    if (length <= kWindowBits && run >= kTerminatingCodes)
-        append(UnpackCode(WhiteMakeupCodes[run / 64]));
-    if (length <= kWindowBits)
+        [[unlikely]] append(UnpackCode(kLongestRunCode));
+    if (length <= kWindowBits) {
+        if (run >= kTerminatingCodes)
+            append(UnpackCode(WhiteMakeupCodes[run / 64]));
         append(kTermWords<Colour::White>[run % 64]);
+    }
     if (alignedRows)
         append({0, (0 - length) % 8});
     if (length > kWindowBits)
@@ -144,12 +145,13 @@ BlankLines ReadBlankLines(Line& line, const BlankLineCode& code, uint32_t most) 
     const uint8_t* const buffer = record->Buffer;
     uint64_t position = static_cast<uint64_t>(start);
     uint32_t count = 0;
+    uint64_t window = WindowAt(buffer, position);
     while (count < most && static_cast<int64_t>(position) < end &&
-           WindowAt(buffer, position) >> (64 - code.length) == code.bits) {
+           window >> (64 - code.length) == code.bits) {
         position += code.length;
         ++count;
+        window = WindowAt(buffer, position);
     }
-    const uint64_t window = WindowAt(buffer, position);
     bool endTwoDimensional = false;
     if (count != 0 && window >> (64 - kEmptyBlackRunBits) == kEmptyBlackRun &&
         record->Format != FORMAT_FAX_G3_1D_NOEOL) [[unlikely]] {

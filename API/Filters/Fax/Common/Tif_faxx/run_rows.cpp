@@ -13,11 +13,6 @@
 namespace faxx {
 namespace {
 
-// The words that a run of this length takes.
-uint32_t RunWords(uint32_t run) {
-    return run <= kRunPiece ? 1 : 1 + (run - 1) / kRunPiece * 2;
-}
-
 uint16_t* PutRun(uint16_t* word, uint32_t run) {
     while (run > kRunPiece) {
         *word++ = static_cast<uint16_t>(kRunPiece);
@@ -161,15 +156,6 @@ uint32_t ListLength(const uint32_t* list) {
         if (zeros != 0)
             return i + static_cast<uint32_t>(std::countr_zero(static_cast<unsigned>(zeros)));
     }
-}
-
-uint32_t BlankLinesThatFit(const CCITTG34* record, const RowOutput& output, uint32_t extraWords) {
-    const int32_t words = static_cast<int32_t>(kRowHeaderWords + RunWords(record->Width));
-    const int32_t spare = output.budget - static_cast<int32_t>(record->Width + extraWords);
-    if (spare >= int64_t{words} * output.linesLeft) [[likely]]
-        return output.linesLeft; // as for all but the last lines of a call: no need to divide
-    const uint32_t fit = spare < 0 ? 1 : static_cast<uint32_t>(spare / words) + 1;
-    return fit < output.linesLeft ? fit : output.linesLeft;
 }
 
 void FinishBlankLines(CCITTG34* record, RowOutput& output, uint32_t lines) {

@@ -13,6 +13,11 @@ namespace faxx {
 inline constexpr uint32_t kRunPiece = 65534;
 inline constexpr uint32_t kRowHeaderWords = 2; // RunCount
 
+// The words that a run of this length takes.
+inline uint32_t RunWords(uint32_t run) {
+    return run <= kRunPiece ? 1 : 1 + (run - 1) / kRunPiece * 2;
+}
+
 // Appends one all-white row at *rows and advances *rows past it.
 void WriteWhiteRow(uint16_t** rows, uint32_t width);
 
@@ -58,7 +63,14 @@ inline void CloseList(uint32_t* list, uint32_t entries) {
 
 // How many blank lines the call may begin and end now, each a row of the fewest words, where a line is begun
 // while the budget holds so many words more than the width.
-uint32_t BlankLinesThatFit(const CCITTG34* record, const RowOutput& output, uint32_t extraWords);
+inline uint32_t BlankLinesThatFit(const CCITTG34* record, const RowOutput& output, uint32_t extraWords) {
+    const int32_t words = static_cast<int32_t>(kRowHeaderWords + RunWords(record->Width));
+    const int32_t spare = output.budget - static_cast<int32_t>(record->Width + extraWords);
+    if (spare >= int64_t{words} * output.linesLeft) [[likely]]
+        return output.linesLeft; // as for all but the last lines of a call: no need to divide
+    const uint32_t fit = spare < 0 ? 1 : static_cast<uint32_t>(spare / words) + 1;
+    return fit < output.linesLeft ? fit : output.linesLeft;
+}
 
 // Ends so many blank lines, at least 1.
 void FinishBlankLines(CCITTG34* record, RowOutput& output, uint32_t lines);
