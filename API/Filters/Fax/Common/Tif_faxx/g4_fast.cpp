@@ -70,6 +70,10 @@ Entry* Bytes(Entry* entry, int64_t bytes) {
     return reinterpret_cast<Entry*>(reinterpret_cast<Byte*>(entry) + bytes);
 }
 
+inline int64_t BytesBetween(const uint32_t* from, const uint32_t* to) {
+    return reinterpret_cast<const char*>(to) - reinterpret_cast<const char*>(from);
+}
+
 // What the codes of a group came to, lane by lane.
 struct GroupChanges {
     __m256i before; // the change that was last when a code came
@@ -143,13 +147,16 @@ template <Form form>
 
     // Carry out one code; false where the line ends with it, or it is for the plain decoder.
     const auto doHorizontal = [&]() __attribute__((always_inline)) {
-        const Colour colour = static_cast<Colour>((b1 - reference) & 1);
-        const RunStep& step = StepsFor(colour)[bits.window << kHorizontalBits >> (64 - kStepIndexBits)];
+        // White's steps, or black's behind them, by the parity of b1: taken from its distance in bytes.
+        const size_t odd = static_cast<size_t>(BytesBetween(reference, b1)) % (2 * sizeof *b1);
+        const RunStep& step = kRunSteps[(odd << kStepIndexBits) / sizeof *b1 +
+                                        (bits.window << kHorizontalBits >> (64 - kStepIndexBits))];
         uint32_t a1 = a0 - step.first;
         uint32_t a2 = a0 - step.both;
         uint32_t used = kHorizontalBits + step.bits;
         const bool longer = step.runs != 2;
         if (longer) [[unlikely]] {
+            const Colour colour = static_cast<Colour>((b1 - reference) & 1);
             bits.Refill();
             used = kHorizontalBits;
             uint32_t first;
