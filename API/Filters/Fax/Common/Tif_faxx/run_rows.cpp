@@ -23,6 +23,28 @@ uint16_t* PutRun(uint16_t* word, uint32_t run) {
     return word;
 }
 
+uint32_t PutRunCount(uint16_t* row, const uint16_t* end) {
+    const uint32_t words = static_cast<uint32_t>(end - row);
+    const uint32_t runCount = words - kRowHeaderWords;
+    std::memcpy(row, &runCount, sizeof runCount);
+    return words;
+}
+
+// Rows of one white run each. Returns where they end.
+uint16_t* PutWhiteRows(uint16_t* row, uint32_t width, uint32_t lines) {
+    if (width <= kRunPiece) [[likely]] {
+        constexpr uint32_t kWords = kRowHeaderWords + 1;
+        for (uint16_t* const end = row + size_t{lines} * kWords; row != end; row += kWords) {
+            row[kRowHeaderWords] = static_cast<uint16_t>(width);
+            PutRunCount(row, row + kWords);
+        }
+        return row;
+    }
+    for (uint32_t i = 0; i < lines; ++i)
+        row += PutRunCount(row, PutRun(row + kRowHeaderWords, width));
+    return row;
+}
+
 constexpr uint32_t kLanes = 8;
 
 // Eight entries of a list, and the runs that they end. Ordinary where they neither rise nor stand at or past
@@ -84,13 +106,6 @@ template <Form form>
     return done;
 }
 
-uint32_t PutRunCount(uint16_t* row, const uint16_t* end) {
-    const uint32_t words = static_cast<uint32_t>(end - row);
-    const uint32_t runCount = words - kRowHeaderWords;
-    std::memcpy(row, &runCount, sizeof runCount);
-    return words;
-}
-
 } // namespace
 
 uint32_t WriteRunsAnywhere(const uint32_t* list, uint32_t entries, uint32_t width, uint16_t* word) {
@@ -103,15 +118,14 @@ FAXX_FASTER_FORM uint32_t WriteRunsFaster(const uint32_t* list, uint32_t entries
 }
 
 void WriteWhiteRow(uint16_t** rows, uint32_t width) {
-    *rows += PutRunCount(*rows, PutRun(*rows + kRowHeaderWords, width));
+    *rows = PutWhiteRows(*rows, width, 1);
 }
 
 unsigned WriteWhiteRows(uint16_t* rows, uint32_t width, unsigned lines) {
     const uint32_t fit = static_cast<uint32_t>(kRowBudget) / (kRowHeaderWords + RunWords(width));
     if (lines > fit)
         lines = fit;
-    for (unsigned i = 0; i < lines; ++i)
-        WriteWhiteRow(&rows, width);
+    PutWhiteRows(rows, width, lines);
     return lines;
 }
 
@@ -159,21 +173,9 @@ uint32_t ListLength(const uint32_t* list) {
 }
 
 void FinishBlankLines(CCITTG34* record, RowOutput& output, uint32_t lines) {
-    const uint16_t* const start = output.next;
-    if (record->Width <= kRunPiece) [[likely]] {
-        const uint32_t runCount = 1;
-        const uint16_t run = static_cast<uint16_t>(record->Width);
-        uint16_t* row = output.next;
-        for (uint32_t i = 0; i < lines; ++i, row += kRowHeaderWords + 1) {
-            std::memcpy(row, &runCount, sizeof runCount);
-            row[kRowHeaderWords] = run;
-        }
-        output.next = row;
-    } else {
-        for (uint32_t i = 0; i < lines; ++i)
-            WriteWhiteRow(&output.next, record->Width);
-    }
-    output.budget -= static_cast<int32_t>(output.next - start);
+    uint16_t* const end = PutWhiteRows(output.next, record->Width, lines);
+    output.budget -= static_cast<int32_t>(end - output.next);
+    output.next = end;
     output.linesLeft -= lines;
     CloseList(record->CodingLine, 0);
     if (lines > 1)
