@@ -44,7 +44,7 @@ void AddRun(unsigned char* packed, size_t first, size_t last) {
 
 } // namespace
 
-bool CanAddDenseRuns() {
+bool HasBmiAndAvx2() {
     static const bool can = __builtin_cpu_supports("avx2") && __builtin_cpu_supports("bmi2");
     return can;
 }

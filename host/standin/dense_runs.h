@@ -6,8 +6,8 @@
 
 namespace standin {
 
-// Whether the processor has what AddDenseRuns needs.
-bool CanAddDenseRuns();
+// Whether the processor has what AddDenseRuns and the faster form of the row expansion need.
+bool HasBmiAndAvx2();
 
 // Adds the runs' black pixels to a cleared packed row of width pixels, as long as 64 pixels of the row and
 // eight runs remain. Returns how many runs were done, a multiple of eight, and the column behind them in *x.
