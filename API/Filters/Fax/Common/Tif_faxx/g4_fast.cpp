@@ -74,22 +74,40 @@ inline int64_t BytesBetween(const uint32_t* from, const uint32_t* to) {
     return reinterpret_cast<const char*>(to) - reinterpret_cast<const char*>(from);
 }
 
+// The change that was last, a0.
+template <Form form>
+struct LastChange {
+    uint32_t at;
+
+    explicit LastChange(uint32_t change) : at(change) {}
+    uint32_t At() const { return at; }
+};
+
+// In the first of eight lanes, where the next group takes it from.
+template <>
+struct LastChange<Form::Faster> {
+    __m256i lanes;
+
+    FAXX_FASTER_FORM explicit LastChange(uint32_t change)
+        : lanes(_mm256_castsi128_si256(_mm_cvtsi32_si128(static_cast<int>(change)))) {}
+    FAXX_FASTER_FORM explicit LastChange(__m256i changes) : lanes(changes) {}
+    FAXX_FASTER_FORM uint32_t At() const {
+        return static_cast<uint32_t>(_mm_cvtsi128_si32(_mm256_castsi256_si128(lanes)));
+    }
+};
+
+using LastOfLanes = LastChange<Form::Faster>;
+
 // What the codes of a group came to, lane by lane.
 struct GroupChanges {
-    __m256i before; // the change that was last when a code came
-    __m256i after;  // in the first lane, the change that is last
-    unsigned good;  // a bit for each lane that took its course
+    __m256i before;    // the change that was last when a code came
+    LastOfLanes after; // all of them
+    unsigned good;     // a bit for each lane that took its course
 
-    FAXX_FASTER_FORM uint32_t After() const { return First(after); }
-
-    FAXX_FASTER_FORM uint32_t Before(unsigned lane) const {
+    // The change that was last when the code of a lane came.
+    FAXX_FASTER_FORM LastOfLanes Before(unsigned lane) const {
         const __m256i at = _mm256_castsi128_si256(_mm_cvtsi32_si128(static_cast<int>(lane)));
-        return First(_mm256_permutevar8x32_epi32(before, at));
-    }
-
-private:
-    FAXX_FASTER_FORM static uint32_t First(__m256i lanes) {
-        return static_cast<uint32_t>(_mm_cvtsi128_si32(_mm256_castsi256_si128(lanes)));
+        return LastOfLanes(_mm256_permutevar8x32_epi32(before, at));
     }
 };
 
@@ -97,12 +115,13 @@ FAXX_FASTER_FORM inline __m256i LoadLanes(const uint32_t* lanes) {
     return _mm256_load_si256(reinterpret_cast<const __m256i*>(lanes));
 }
 
-// Carries out a group. A code takes its course where its change is not left of the one before, the next b1
-// right of it, and so left of the edge, and the entry before that of the same colour not. Changes are written
-// at next, where as many places are touched as there are lanes.
-FAXX_FASTER_FORM inline GroupChanges DoGroup(const CodeGroup& group, const Course& course, const uint32_t* b1,
-                                             uint32_t a0, uint32_t* next) {
-    __m256i window = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(Bytes(b1, course.window)));
+// Carries out a group, on the entries that its course looks at. A code takes its course where its change is
+// not left of the one before, the next b1 right of it, and so left of the edge, and the entry before that of
+// the same colour not. What lies behind the zeros of a list may be anything: a negative next b1 is none.
+// Changes are written at next, where as many places are touched as there are lanes.
+FAXX_FASTER_FORM inline GroupChanges DoGroup(const CodeGroup& group, const Course& course,
+                                             const uint32_t* entries, LastOfLanes a0, uint32_t* next) {
+    __m256i window = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(entries));
     asm("" : "+x"(window)); // loaded once: every other time it lies in two cache lines
     const __m256i offsets =
         _mm256_srai_epi32(_mm256_sllv_epi32(_mm256_set1_epi32(static_cast<int>(group.offsets)),
@@ -113,13 +132,12 @@ FAXX_FASTER_FORM inline GroupChanges DoGroup(const CodeGroup& group, const Cours
     const __m256i nextB1 = _mm256_permutevar8x32_epi32(window, LoadLanes(course.nextB1));
     const __m256i notYet = _mm256_permutevar8x32_epi32(window, LoadLanes(course.notYet));
     const __m256i after = _mm256_permutevar8x32_epi32(change, _mm256_setr_epi32(7, 0, 1, 2, 3, 4, 5, 6));
-    const __m256i first = _mm256_castsi128_si256(_mm_cvtsi32_si128(static_cast<int>(a0)));
-    const __m256i before = _mm256_blend_epi32(after, first, 1);
+    const __m256i before = _mm256_blend_epi32(after, a0.lanes, 1);
     const __m256i bad = _mm256_or_si256(_mm256_sub_epi32(_mm256_min_epu32(before, notYet), change), nextB1);
-    const __m256i good = _mm256_andnot_si256(bad, _mm256_sub_epi32(nextB1, change));
+    const __m256i good = _mm256_andnot_si256(bad, _mm256_cmpgt_epi32(change, nextB1));
     _mm256_storeu_si256(reinterpret_cast<__m256i*>(next),
                         _mm256_permutevar8x32_epi32(change, LoadLanes(course.order)));
-    return {before, after, static_cast<unsigned>(_mm256_movemask_ps(_mm256_castsi256_ps(good)))};
+    return {before, LastOfLanes(after), static_cast<unsigned>(_mm256_movemask_ps(_mm256_castsi256_ps(good)))};
 }
 
 // The spacing about b1, which is not the first entry.
@@ -137,22 +155,23 @@ template <Form form>
         return After::NextCode;
 
     const uint32_t* const reference = line.reference;
-    const uint32_t* const firstB1 = reference + kMostBeforeB1;
     const uint32_t* b1 = reference + line.b1;
     uint32_t* next = line.coding + line.written;
-    uint32_t a0 = line.a0;
+    LastChange<form> a0(line.a0);
     FastBits bits(line.record->Buffer, static_cast<uint64_t>(start), static_cast<uint64_t>(end));
     const CodeGroup* groups = GroupsFor(Spacing::Wide);
     After after = After::NextCode;
 
-    // Carry out one code; false where the line ends with it, or it is for the plain decoder.
+    // Carry out one code, a step one or a group; false where the line ends with it, or it is for the plain
+    // decoder.
     const auto doHorizontal = [&]() __attribute__((always_inline)) {
         // The parity of b1, taken from its distance in bytes: less to do than with entries.
         const size_t odd = static_cast<size_t>(BytesBetween(reference, b1)) / sizeof *b1 % 2;
         const RunStep& step =
             StepsFor(static_cast<Colour>(odd))[bits.window << kHorizontalBits >> (64 - kStepIndexBits)];
-        uint32_t a1 = a0 - step.first;
-        uint32_t a2 = a0 - step.both;
+        const uint32_t from = a0.At();
+        uint32_t a1 = from - step.first;
+        uint32_t a2 = from - step.both;
         uint32_t used = kHorizontalBits + step.bits;
         const bool longer = step.runs != 2;
         if (longer) [[unlikely]] {
@@ -164,7 +183,7 @@ template <Form form>
             if (!bits.Inside() || !ReadWindowRun(bits.window, colour, &first, &used) ||
                 !ReadWindowRun(bits.window, Opposite(colour), &second, &used))
                 return false;
-            a1 = a0 - first;
+            a1 = from - first;
             a2 = a1 - second;
         }
         if (!LeftOfEdge(a2)) [[unlikely]] {
@@ -181,16 +200,18 @@ template <Form form>
         next[0] = a1;
         next[1] = a2;
         next += 2;
-        a0 = a2;
+        a0 = LastChange<form>(a2);
         b1 = SeekB1(b1, a2);
         return true;
     };
     const auto doSingle = [&]() __attribute__((always_inline)) {
         const SingleCode& code = kSingleCodes[bits.Top(kModeIndexBits)];
+        if (code.mode > Mode::Pass) [[unlikely]]
+            return false;
         const uint32_t from = b1[code.fromB1];
         const uint32_t change = from + static_cast<uint32_t>(int32_t{code.offset});
         const uint32_t notRight = from + static_cast<uint32_t>(int32_t{code.notRight});
-        if (change - 1 >= a0) [[unlikely]] {
+        if (change - 1 >= a0.At()) [[unlikely]] {
             if (change == 0) {
                 bits.Consume(code.bits);
                 after = After::LineEnd;
@@ -198,7 +219,7 @@ template <Form form>
             return false;
         }
         bits.Consume(code.bits);
-        a0 = change;
+        a0 = LastChange<form>(change);
         *next = change;
         next += code.entries;
         if (b1 == reference) [[unlikely]]
@@ -207,55 +228,62 @@ template <Form form>
         return true;
     };
 
+    // Keeps what is in front of the first code of a group that did not take its course.
+    const auto keepGood = [&](const auto& changes, const Course& course, const uint32_t* entries)
+        __attribute__((always_inline)) {
+        const unsigned done = static_cast<unsigned>(std::countr_one(changes.good));
+        if (done != 0)
+            b1 = entries + course.nextB1[done - 1];
+        for (unsigned lane = 0; lane < done; ++lane) {
+            const SingleCode& code = kSingleCodes[bits.Top(kModeIndexBits)];
+            bits.Consume(code.bits);
+            next += code.entries;
+        }
+        a0 = changes.Before(done);
+    };
+
     const auto doCodes = [&]() __attribute__((always_inline)) {
         while (bits.Inside()) {
             bits.Refill();
             unsigned steps = kStepsInBlock;
             do {
                 if constexpr (form == Form::Anywhere) {
-                    const Mode mode = kSingleCodes[bits.Top(kModeIndexBits)].mode;
-                    if (mode > Mode::Pass ? mode != Mode::Horizontal || !doHorizontal() : !doSingle())
+                    const bool horizontal = bits.Top(kHorizontalBits) == kHorizontal;
+                    if (horizontal ? !doHorizontal() : !doSingle())
                         return;
-                    continue;
-                }
-                const CodeGroup& group = groups[bits.Top(kGroupIndexBits)];
-                if (group.course <= kHorizontalCourse) {
-                    if (group.course == kNoCourse || !doHorizontal())
-                        return;
-                    continue;
-                }
-                if (b1 >= firstB1) [[likely]] {
-                    const Course& course = CourseOf(group);
-                    const GroupChanges changes = DoGroup(group, course, b1, a0, next);
-                    if (changes.good == kAllLanes) [[likely]] {
-                        a0 = changes.After();
-                        next = Bytes(next, course.written);
-                        b1 = Bytes(b1, course.move);
-                        bits.Consume(group.length);
-                        groups = GroupsFor(group.after);
+                } else {
+                    const CodeGroup& group = groups[bits.Top(kGroupIndexBits)];
+                    if (group.course == kHorizontalCourse) {
+                        if (!doHorizontal())
+                            return;
                         continue;
                     }
-                    const unsigned done = static_cast<unsigned>(std::countr_one(changes.good));
-                    if (done != 0)
-                        b1 = Bytes(b1, course.window) + course.nextB1[done - 1];
-                    for (unsigned lane = 0; lane < done; ++lane) {
-                        const SingleCode& code = kSingleCodes[bits.Top(kModeIndexBits)];
-                        bits.Consume(code.bits);
-                        next += code.entries;
+                    const Course& course = CourseOf(group);
+                    const uint32_t* const entries = Bytes(b1, course.window);
+                    if (entries >= reference) [[likely]] {
+                        const GroupChanges changes = DoGroup(group, course, entries, a0, next);
+                        if (changes.good == kAllLanes) [[likely]] {
+                            a0 = changes.after;
+                            next = Bytes(next, course.written);
+                            b1 = Bytes(b1, course.move);
+                            bits.Consume(group.length);
+                            groups = GroupsFor(group.after);
+                            continue;
+                        }
+                        keepGood(changes, course, entries);
                     }
-                    a0 = changes.Before(done);
+                    if (!doSingle())
+                        return;
+                    if (b1 != reference)
+                        groups = GroupsFor(SpacingAt(b1));
                 }
-                if (!doSingle())
-                    return;
-                if (b1 != reference)
-                    groups = GroupsFor(SpacingAt(b1));
             } while (--steps != 0);
         }
     };
     doCodes();
 
     line.written = static_cast<uint32_t>(next - line.coding);
-    line.a0 = a0;
+    line.a0 = a0.At();
     line.b1 = static_cast<uint32_t>(b1 - reference);
     line.input.MoveTo(bits.Position());
     return after;

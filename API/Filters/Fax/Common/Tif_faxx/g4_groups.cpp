@@ -86,8 +86,7 @@ struct Steps {
         const StepEntries entries = EntriesOf(next);
         const int from = std::min(first, b1 + std::min(entries.notYet, entries.nextB1));
         const int to = std::max(last, b1 + std::max(entries.change, entries.nextB1));
-        if (count == kGroupLanes || to - from >= static_cast<int>(kWindowEntries) ||
-            from < -static_cast<int>(kMostBeforeB1))
+        if (count == kGroupLanes || to - from >= static_cast<int>(kWindowEntries))
             return false;
         step[count++] = next;
         b1 += entries.nextB1;

@@ -22,17 +22,17 @@ enum class Spacing : uint8_t {
     Narrow,    // one a pixel before it and one a pixel after it, and so on
 };
 
-inline constexpr unsigned kHorizontalBits = 3; // of the mode code, 001
+inline constexpr unsigned kHorizontal = 0b001; // the mode code
+inline constexpr unsigned kHorizontalBits = 3;
 inline constexpr unsigned kSpacings = 4;
 inline constexpr unsigned kGroupLanes = 8;
 inline constexpr unsigned kGroupIndexBits = 12;
 
-// Groups look at so many entries of the reference line, the first of them at most so far before b1.
+// Groups look at so many entries of the reference line.
 inline constexpr unsigned kWindowEntries = 8;
-inline constexpr unsigned kMostBeforeB1 = 2;
 
-// The codes that begin an index, as many as make one course. Where the first is neither vertical nor a pass,
-// course is kHorizontalCourse or kNoCourse.
+// The codes that begin an index, as many as make one course. A horizontal mode code in front has
+// kHorizontalCourse, where there is nothing to carry out; codes that are neither, kFailingCourse.
 struct alignas(8) CodeGroup {
     uint16_t course;  // index into kCourses, in units of kCourseUnit bytes
     uint8_t length;   // of all codes, in bits
@@ -52,10 +52,10 @@ struct alignas(32) Course {
     int64_t move;                 // of b1, in bytes
 };
 
-inline constexpr uint16_t kNoCourse = 0;
+inline constexpr uint16_t kFailingCourse = 0; // fails in every lane: the change is where the next b1 is
 inline constexpr uint16_t kHorizontalCourse = 1;
 inline constexpr size_t kCourseUnit = 32;
-inline constexpr unsigned kCourseCount = 569;
+inline constexpr unsigned kCourseCount = 570;
 
 extern const std::array<CodeGroup, kSpacings << kGroupIndexBits> kCodeGroups;
 extern const std::array<Course, kCourseCount> kCourses;
