@@ -114,6 +114,9 @@ bool ReadFast(Line& line, Edge edge) {
 }
 
 BlankLineCode::BlankLineCode(const CCITTG34* record) : width(record->Width) {
+    constexpr uint32_t kTooWide = kWindowBits / UnpackCode(kLongestRunCode).length * kLongestCodeRun;
+    if (width >= kTooWide)
+        return;
     const auto append = [&](CodeWord code) {
         bits = bits << code.length | code.bits;
         length += code.length;
@@ -122,13 +125,10 @@ BlankLineCode::BlankLineCode(const CCITTG34* record) : width(record->Width) {
     if (!alignedRows)
         append(HasTagBits(record) ? kTaggedEol : kEol);
     uint32_t run = width;
-    for (; run >= kLongestCodeRun && length <= kWindowBits; run -= kLongestCodeRun)
+    for (; run >= kLongestCodeRun; run -= kLongestCodeRun)
         [[unlikely]] append(UnpackCode(kLongestRunCode));
-    if (length <= kWindowBits) {
-        if (run >= kTerminatingCodes)
-            append(UnpackCode(WhiteMakeupCodes[run / 64]));
-        append(kTermWords<Colour::White>[run % 64]);
-    }
+    append(UnpackCode(WhiteMakeupCodes[run / 64]));
+    append(kTermWords<Colour::White>[run % 64]);
     if (alignedRows)
         append({0, (0 - length) % 8});
     if (length > kWindowBits)

@@ -30,18 +30,22 @@ uint32_t PutRunCount(uint16_t* row, const uint16_t* end) {
     return words;
 }
 
-// Rows of one white run each. Returns where they end.
-uint16_t* PutWhiteRows(uint16_t* row, uint32_t width, uint32_t lines) {
-    if (width <= kRunPiece) [[likely]] {
-        constexpr uint32_t kWords = kRowHeaderWords + 1;
-        for (uint16_t* const end = row + size_t{lines} * kWords; row != end; row += kWords) {
-            row[kRowHeaderWords] = static_cast<uint16_t>(width);
-            PutRunCount(row, row + kWords);
-        }
-        return row;
-    }
+// Out of the way of the rows of one word: blank two-dimensional lines come two to a call.
+[[gnu::noinline]] uint16_t* PutWideWhiteRows(uint16_t* row, uint32_t width, uint32_t lines) {
     for (uint32_t i = 0; i < lines; ++i)
         row += PutRunCount(row, PutRun(row + kRowHeaderWords, width));
+    return row;
+}
+
+// Rows of one white run each. Returns where they end.
+inline uint16_t* PutWhiteRows(uint16_t* row, uint32_t width, uint32_t lines) {
+    if (width > kRunPiece) [[unlikely]]
+        return PutWideWhiteRows(row, width, lines);
+    constexpr uint32_t kWords = kRowHeaderWords + 1;
+    for (uint16_t* const end = row + size_t{lines} * kWords; row != end; row += kWords) {
+        row[kRowHeaderWords] = static_cast<uint16_t>(width);
+        PutRunCount(row, row + kWords);
+    }
     return row;
 }
 
