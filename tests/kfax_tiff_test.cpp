@@ -112,7 +112,7 @@ class KfaxTiff : public KfaxRuns {};
 
 // All layouts, bit orders and polarities of a coding are the pages of one file.
 TEST_F(KfaxTiff, ReadsWhatLibtiffWrites) {
-    const Pixels picture = testPicture(301, 200);
+    const Pixels picture = testPicture(301, 70);
     for (const Coding& coding : CODINGS)
         for (const char* mode : {"wl", "w8b"}) {
             SCOPED_TRACE(std::string(coding.name) + " " + std::to_string(coding.options) + mode);
