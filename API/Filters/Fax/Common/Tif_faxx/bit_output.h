@@ -49,7 +49,7 @@ public:
           pending_(static_cast<unsigned>(16 - record->BitCount)),
           next_(record->Buffer + record->BufferCount) {}
 
-    // Appends 1 to 32 bits, given right-aligned.
+    // Appends up to 32 bits, given right-aligned.
     void Put(uint32_t bits, unsigned length) {
         bits_ = bits_ << length | bits;
         pending_ += length;
@@ -69,7 +69,8 @@ public:
     // Appends 0 to 15 zero bits.
     void PutFill(unsigned count) { Put(0, count); }
 
-    void PutEol() { PutBits(kEolCode); }
+    // Appends an EOL behind so many zero bits, up to 15.
+    void PutEol(unsigned fill = 0) { Put(kEol.bits, fill + kEol.length); }
 
     // Bits that the 16-bit word in progress still takes, 1 to 16.
     unsigned BitsFree() const { return 16 - pending_ % 16; }
@@ -94,18 +95,21 @@ private:
     uint8_t* next_;
 };
 
-// Writes the code of one run (T.4 § 4.1.2): as many 2560 make-up codes as fit, a make-up code for the rest if
-// it has 64 pixels or more, and always one terminating code.
+// Writes the code of one run (T.4 § 4.1.2), with the bits in front of it, up to 3: as many 2560 make-up codes
+// as fit, a make-up code for the rest if it has 64 pixels or more, and always one terminating code.
 template <Colour colour>
-inline void PutRun(BitOutput& output, uint32_t run) {
+inline void PutRun(BitOutput& output, uint32_t run, CodeWord front = {0, 0}) {
     while (run >= kLongestCodeRun)
         [[unlikely]] {
+            output.Put(front);
             output.PutBits(kLongestRunCode);
+            front = {0, 0};
             run -= kLongestCodeRun;
         }
-    if (run >= kTerminatingCodes)
-        output.PutBits(kMakeupCodes<colour>[run / 64]);
-    output.Put(kTermWords<colour>[run % 64]);
+    const CodeWord makeUp = kMakeupWords<colour>[run / 64];
+    const CodeWord term = kTermWords<colour>[run % 64];
+    output.Put((front.bits << makeUp.length | makeUp.bits) << term.length | term.bits,
+               front.length + makeUp.length + term.length);
 }
 
 // Writes a run and the one after it. Two short ones go out at once, with the bits in front of them, up to 3.
@@ -118,9 +122,7 @@ inline void PutRunPair(BitOutput& output, uint32_t run, uint32_t nextRun, CodeWo
                    front.length + code.length + nextCode.length);
         return;
     }
-    if (front.length != 0)
-        output.Put(front);
-    PutRun<first>(output, run);
+    PutRun<first>(output, run, front);
     PutRun<Opposite(first)>(output, nextRun);
 }
 

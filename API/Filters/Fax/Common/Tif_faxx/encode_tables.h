@@ -41,12 +41,20 @@ inline constexpr auto kMakeupCodes = [] {
     return table;
 }();
 
-// The terminating codes right-aligned, as they go out.
+// The codes right-aligned, as they go out.
 template <Colour colour>
 inline constexpr auto kTermWords = [] {
     std::array<CodeWord, kTerminatingCodes> table{};
     for (uint32_t run = 0; run < table.size(); ++run)
         table[run] = RunCode(colour, run);
+    return table;
+}();
+
+template <Colour colour>
+inline constexpr auto kMakeupWords = [] {
+    std::array<CodeWord, kMakeUpEntries> table{}; // none for less than 64 pixels
+    for (uint32_t index = 1; index < table.size(); ++index)
+        table[index] = RunCode(colour, index * 64);
     return table;
 }();
 

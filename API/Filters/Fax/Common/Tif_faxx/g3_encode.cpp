@@ -32,8 +32,7 @@ void PutLineEnd(BitOutput& output, const CCITTG34* record) {
     if (record->Format == FORMAT_FAX_G3_1D_NOEOL) {
         output.PutFill(output.BitsFree() % 8);
     } else {
-        output.PutFill((output.BitsFree() + 4) % 8);
-        output.PutEol();
+        output.PutEol((output.BitsFree() + 4) % 8);
     }
 }
 

@@ -127,7 +127,7 @@ BlankLineCode::BlankLineCode(const CCITTG34* record) : width(record->Width) {
     uint32_t run = width;
     for (; run >= kLongestCodeRun; run -= kLongestCodeRun)
         [[unlikely]] append(UnpackCode(kLongestRunCode));
-    append(UnpackCode(WhiteMakeupCodes[run / 64]));
+    append(kMakeupWords<Colour::White>[run / 64]);
     append(kTermWords<Colour::White>[run % 64]);
     if (alignedRows)
         append({0, (0 - length) % 8});
