@@ -1,36 +1,82 @@
-// Where the eight runs end within 64 pixels from the byte that they begin in, they become one word: a change
-// at column p turns all pixels from p on, ~0 >> p, and the changes' words are combined by exclusive or. Eight
-// runs begin and end in white, so that the word is complete. What it has in the byte that the next eight
-// begin in goes on with them.
+// Where eight or sixteen runs end within 64 pixels from the byte that they begin in, they become one word: a
+// change at column p turns all pixels from p on, ~0 >> p, and the changes' words are combined by exclusive
+// or. An even number of runs begins and ends in white, so that the word is complete. What it has in the byte
+// that the next runs begin in goes on with them.
 #include "host/standin/dense_runs.h"
 
 #include <immintrin.h>
 
 #include <cstring>
 
+#define STANDIN_FASTER __attribute__((target("avx2,bmi2")))
+
 namespace standin {
 
 namespace {
 
-constexpr size_t GROUP = 8;
+// The ends of so many runs, counted from where the first begins.
+template <size_t RUNS>
+struct RunEnds;
 
-// The ends of eight runs, counted from where the first begins; 65535 where they lie further away.
-__m128i RunEnds(const unsigned short* runs) {
-    __m128i ends = _mm_loadu_si128(reinterpret_cast<const __m128i*>(runs));
-    ends = _mm_adds_epu16(ends, _mm_slli_si128(ends, 2));
-    ends = _mm_adds_epu16(ends, _mm_slli_si128(ends, 4));
-    return _mm_adds_epu16(ends, _mm_slli_si128(ends, 8));
-}
+// In words; 65535 where they lie further away.
+template <>
+struct RunEnds<8> {
+    __m128i Ends;
 
-// The pixels of a word, the leftmost on top, between the changes; those at 64 and beyond do not count.
-__attribute__((target("avx2"))) uint64_t PixelsBetween(__m128i changes) {
-    const __m256i all = _mm256_set1_epi64x(-1);
-    const __m256i low = _mm256_srlv_epi64(all, _mm256_cvtepu16_epi64(changes));
-    const __m256i high = _mm256_srlv_epi64(all, _mm256_cvtepu16_epi64(_mm_srli_si128(changes, 8)));
-    const __m256i four = _mm256_xor_si256(low, high);
-    const __m128i two = _mm_xor_si128(_mm256_castsi256_si128(four), _mm256_extracti128_si256(four, 1));
-    return static_cast<uint64_t>(_mm_cvtsi128_si64(_mm_xor_si128(two, _mm_unpackhi_epi64(two, two))));
-}
+    STANDIN_FASTER explicit RunEnds(const unsigned short* runs) {
+        Ends = _mm_loadu_si128(reinterpret_cast<const __m128i*>(runs));
+        Ends = _mm_adds_epu16(Ends, _mm_slli_si128(Ends, 2));
+        Ends = _mm_adds_epu16(Ends, _mm_slli_si128(Ends, 4));
+        Ends = _mm_adds_epu16(Ends, _mm_slli_si128(Ends, 8));
+    }
+
+    STANDIN_FASTER size_t Last() const { return static_cast<size_t>(_mm_extract_epi16(Ends, 7)); }
+
+    // The pixels of a word, the leftmost on top, between the changes that lie so many pixels behind its
+    // start.
+    STANDIN_FASTER uint64_t PixelsBetween(size_t before) const {
+        const __m256i all = _mm256_set1_epi64x(-1);
+        const __m128i changes = _mm_add_epi16(Ends, _mm_set1_epi16(static_cast<short>(before)));
+        const __m256i low = _mm256_srlv_epi64(all, _mm256_cvtepu16_epi64(changes));
+        const __m256i high = _mm256_srlv_epi64(all, _mm256_cvtepu16_epi64(_mm_srli_si128(changes, 8)));
+        return Combined(_mm256_xor_si256(low, high));
+    }
+
+    STANDIN_FASTER static uint64_t Combined(__m256i four) {
+        const __m128i two = _mm_xor_si128(_mm256_castsi256_si128(four), _mm256_extracti128_si256(four, 1));
+        return static_cast<uint64_t>(_mm_cvtsi128_si64(_mm_xor_si128(two, _mm_unpackhi_epi64(two, two))));
+    }
+};
+
+// In bytes; 255 where they lie further away.
+template <>
+struct RunEnds<16> {
+    __m128i Ends;
+
+    STANDIN_FASTER explicit RunEnds(const unsigned short* runs) {
+        const __m128i most = _mm_set1_epi16(255);
+        const auto* eight = reinterpret_cast<const __m128i*>(runs);
+        Ends = _mm_packus_epi16(_mm_min_epu16(_mm_loadu_si128(eight), most),
+                                _mm_min_epu16(_mm_loadu_si128(eight + 1), most));
+        Ends = _mm_adds_epu8(Ends, _mm_slli_si128(Ends, 1));
+        Ends = _mm_adds_epu8(Ends, _mm_slli_si128(Ends, 2));
+        Ends = _mm_adds_epu8(Ends, _mm_slli_si128(Ends, 4));
+        Ends = _mm_adds_epu8(Ends, _mm_slli_si128(Ends, 8));
+    }
+
+    STANDIN_FASTER size_t Last() const { return static_cast<size_t>(_mm_extract_epi8(Ends, 15)); }
+
+    STANDIN_FASTER uint64_t PixelsBetween(size_t before) const {
+        const __m256i all = _mm256_set1_epi64x(-1);
+        const __m128i changes = _mm_add_epi8(Ends, _mm_set1_epi8(static_cast<char>(before)));
+        const __m256i four0 = _mm256_srlv_epi64(all, _mm256_cvtepu8_epi64(changes));
+        const __m256i four1 = _mm256_srlv_epi64(all, _mm256_cvtepu8_epi64(_mm_srli_si128(changes, 4)));
+        const __m256i four2 = _mm256_srlv_epi64(all, _mm256_cvtepu8_epi64(_mm_srli_si128(changes, 8)));
+        const __m256i four3 = _mm256_srlv_epi64(all, _mm256_cvtepu8_epi64(_mm_srli_si128(changes, 12)));
+        return RunEnds<8>::Combined(
+            _mm256_xor_si256(_mm256_xor_si256(four0, four1), _mm256_xor_si256(four2, four3)));
+    }
+};
 
 void AddRun(unsigned char* packed, size_t first, size_t last) {
     for (; first < last && first % 8 != 0; ++first)
@@ -42,46 +88,67 @@ void AddRun(unsigned char* packed, size_t first, size_t last) {
         packed[last / 8] |= static_cast<unsigned char>(~(0xFF >> last % 8));
 }
 
+// A packed row, and how far it is done.
+struct Row {
+    unsigned char* Packed;
+    size_t Column = 0;
+    uint64_t Begun = 0; // the pixels from the start of Column's byte on that are known, the first on top
+
+    // Adds so many runs, or nothing where they do not end within the word.
+    template <size_t RUNS>
+    STANDIN_FASTER bool Add(const unsigned short* runs) {
+        const RunEnds<RUNS> ends(runs);
+        const size_t pixels = ends.Last();
+        const size_t bit = Column % 8;
+        const size_t last = bit + pixels;
+        if (last >= 64)
+            return false;
+        Begun |= ends.PixelsBetween(bit);
+        const uint64_t inMemory = __builtin_bswap64(Begun);
+        std::memcpy(Packed + Column / 8, &inMemory, sizeof inMemory);
+        Begun <<= last & ~size_t{7};
+        Column += pixels;
+        return true;
+    }
+
+    // Adds eight runs wherever they end; false where that is not 64 pixels in front of the row's end.
+    bool AddLong(const unsigned short* runs, size_t width) {
+        size_t end = Column;
+        for (size_t i = 0; i < 8; ++i)
+            end += runs[i];
+        if (end + 64 > width)
+            return false;
+        for (size_t i = 0; i < 8; i += 2) {
+            const size_t first = Column + runs[i];
+            Column = first + runs[i + 1];
+            AddRun(Packed, first, Column);
+        }
+        Begun = uint64_t{Packed[Column / 8]} << 56;
+        return true;
+    }
+};
+
 } // namespace
 
 bool HasBmiAndAvx2() {
-    static const bool can = __builtin_cpu_supports("avx2") && __builtin_cpu_supports("bmi2");
-    return can;
+    static const bool has = __builtin_cpu_supports("avx2") && __builtin_cpu_supports("bmi2");
+    return has;
 }
 
-__attribute__((target("avx2,bmi2"))) size_t AddDenseRuns(const unsigned short* runs, size_t count,
-                                                         unsigned char* packed, size_t width, size_t* x) {
-    size_t column = 0;
-    uint64_t begun = 0; // the pixels from the start of column's byte on that are known, the first on top
+STANDIN_FASTER size_t AddDenseRuns(const unsigned short* runs, size_t count, unsigned char* packed,
+                                   size_t width, size_t* x) {
+    Row row{packed};
     size_t done = 0;
-    while (done + GROUP <= count && column + 64 <= width) {
-        const __m128i ends = RunEnds(runs + done);
-        const size_t pixels = static_cast<size_t>(_mm_extract_epi16(ends, GROUP - 1));
-        const size_t bit = column % 8;
-        unsigned char* const byte = packed + column / 8;
-        const size_t last = bit + pixels;
-        if (last < 64) [[likely]] {
-            begun |= PixelsBetween(_mm_add_epi16(ends, _mm_set1_epi16(static_cast<short>(bit))));
-            const uint64_t inMemory = __builtin_bswap64(begun);
-            std::memcpy(byte, &inMemory, sizeof inMemory);
-            begun <<= last & ~size_t{7};
-            column += pixels;
-        } else {
-            size_t end = column;
-            for (size_t i = done; i < done + GROUP; i += 2)
-                end += size_t{runs[i]} + runs[i + 1];
-            if (end + 64 > width)
-                break;
-            for (size_t i = done; i < done + GROUP; i += 2) {
-                const size_t first = column + runs[i];
-                column = first + runs[i + 1];
-                AddRun(packed, first, column);
-            }
-            begun = uint64_t{packed[column / 8]} << 56;
+    while (done + 8 <= count && row.Column + 64 <= width) {
+        if (done + 16 <= count && row.Add<16>(runs + done)) {
+            done += 16;
+            continue;
         }
-        done += GROUP;
+        if (!row.Add<8>(runs + done) && !row.AddLong(runs + done, width))
+            break;
+        done += 8;
     }
-    *x = column;
+    *x = row.Column;
     return done;
 }
 
