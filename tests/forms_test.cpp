@@ -86,7 +86,7 @@ TEST_F(Forms, OfTheCodersWriteTheSameBits) {
 
 TEST_F(Forms, OfTheRowWriterWriteTheSameRuns) {
     std::mt19937 random(6);
-    for (const uint32_t entries : {1u, 8u, 9u, 15u, 16u, 17u, 24u, 25u, 400u})
+    for (const uint32_t entries : {1u, 8u, 9u, 15u, 16u, 17u, 24u, 25u, 33u, 400u})
         for (unsigned round = 0; round < 200; ++round) {
             std::vector<uint32_t> list(entries + 3);
             uint32_t left = 65534;

@@ -55,8 +55,9 @@ constexpr uint32_t kLanes = 8;
 // the edge.
 template <Form form>
 struct EightRuns {
-    __m128i runs;
-    bool ordinary;
+    __m128i run0;
+    __m128i run1;
+    __m128i below; // a negative lane: not ordinary
 
     explicit EightRuns(const uint32_t* entries) {
         const __m128i one = _mm_set1_epi32(1);
@@ -65,29 +66,56 @@ struct EightRuns {
         };
         const __m128i entry0 = load(entries);
         const __m128i entry1 = load(entries + 4);
-        const __m128i run0 = _mm_sub_epi32(load(entries - 1), entry0);
-        const __m128i run1 = _mm_sub_epi32(load(entries + 3), entry1);
-        const __m128i below = _mm_or_si128(_mm_or_si128(run0, _mm_sub_epi32(entry0, one)),
-                                           _mm_or_si128(run1, _mm_sub_epi32(entry1, one)));
-        ordinary = _mm_movemask_ps(_mm_castsi128_ps(below)) == 0;
+        run0 = _mm_sub_epi32(load(entries - 1), entry0);
+        run1 = _mm_sub_epi32(load(entries + 3), entry1);
+        below = _mm_or_si128(_mm_or_si128(run0, _mm_sub_epi32(entry0, one)),
+                             _mm_or_si128(run1, _mm_sub_epi32(entry1, one)));
+    }
+
+    bool Ordinary() const { return _mm_movemask_ps(_mm_castsi128_ps(below)) == 0; }
+
+    bool OrdinaryWith(const EightRuns& next) const {
+        return _mm_movemask_ps(_mm_castsi128_ps(_mm_or_si128(below, next.below))) == 0;
+    }
+
+    void Store(uint16_t* words) const {
         // Packing saturates as signed: sign-extended low halves pass unchanged.
         const auto low = [](__m128i run) { return _mm_srai_epi32(_mm_slli_epi32(run, 16), 16); };
-        runs = _mm_packs_epi32(low(run0), low(run1));
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(words), _mm_packs_epi32(low(run0), low(run1)));
+    }
+
+    void StoreWith(const EightRuns& next, uint16_t* words) const {
+        Store(words);
+        next.Store(words + kLanes);
     }
 };
 
 template <>
 struct EightRuns<Form::Faster> {
-    __m128i runs;
-    bool ordinary;
+    __m256i run;
+    __m256i below;
 
     FAXX_FASTER_FORM explicit EightRuns(const uint32_t* entries) {
         const __m256i entry = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(entries));
-        const __m256i run =
-            _mm256_sub_epi32(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(entries - 1)), entry);
-        const __m256i below = _mm256_or_si256(run, _mm256_sub_epi32(entry, _mm256_set1_epi32(1)));
-        ordinary = _mm256_movemask_ps(_mm256_castsi256_ps(below)) == 0;
-        runs = _mm_packus_epi32(_mm256_castsi256_si128(run), _mm256_extracti128_si256(run, 1));
+        run = _mm256_sub_epi32(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(entries - 1)), entry);
+        below = _mm256_or_si256(run, _mm256_sub_epi32(entry, _mm256_set1_epi32(1)));
+    }
+
+    FAXX_FASTER_FORM bool Ordinary() const { return _mm256_movemask_ps(_mm256_castsi256_ps(below)) == 0; }
+
+    FAXX_FASTER_FORM bool OrdinaryWith(const EightRuns& next) const {
+        return _mm256_movemask_ps(_mm256_castsi256_ps(_mm256_or_si256(below, next.below))) == 0;
+    }
+
+    FAXX_FASTER_FORM void Store(uint16_t* words) const {
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(words),
+                         _mm_packus_epi32(_mm256_castsi256_si128(run), _mm256_extracti128_si256(run, 1)));
+    }
+
+    FAXX_FASTER_FORM void StoreWith(const EightRuns& next, uint16_t* words) const {
+        constexpr int kHalvesInOrder = 0b11'01'10'00; // packing goes by halves
+        _mm256_storeu_si256(reinterpret_cast<__m256i*>(words),
+                            _mm256_permute4x64_epi64(_mm256_packus_epi32(run, next.run), kHalvesInOrder));
     }
 };
 
@@ -98,15 +126,22 @@ template <Form form>
         return 0;
     word[0] = static_cast<uint16_t>(width - list[0]);
     uint32_t done = 1;
-    do {
+    for (; done + 2 * kLanes <= entries; done += 2 * kLanes) {
+        const EightRuns<form> eight(list + done);
+        const EightRuns<form> next(list + done + kLanes);
+        if (!eight.OrdinaryWith(next))
+            break;
+        eight.StoreWith(next, word + done);
+    }
+    while (done < entries) {
         // The last eight overlap with those before.
         const uint32_t first = std::min(done, entries - kLanes);
         const EightRuns<form> eight(list + first);
-        if (!eight.ordinary)
+        if (!eight.Ordinary())
             break;
-        _mm_storeu_si128(reinterpret_cast<__m128i*>(word + first), eight.runs);
+        eight.Store(word + first);
         done = first + kLanes;
-    } while (done < entries);
+    }
     return done;
 }
 
