@@ -60,6 +60,7 @@ constexpr uint32_t kStepEntries = 16;
 constexpr unsigned kStepsInBlock = 4;
 static_assert(kStepsInBlock * (kHorizontalBits + kStepIndexBits) <= FastBits::kRefilled);
 static_assert(kGroupIndexBits <= kHorizontalBits + kStepIndexBits);
+static_assert(kStepsInBlock * (kHorizontalBits + 2 * kStepIndexBits) <= kFastMargin); // with make-up codes
 
 constexpr unsigned kAllLanes = (1u << kGroupLanes) - 1;
 
@@ -177,14 +178,21 @@ template <Form form>
         if (longer) [[unlikely]] {
             const Colour colour = static_cast<Colour>((b1 - reference) & 1);
             bits.Refill();
-            used = kHorizontalBits;
-            uint32_t first;
-            uint32_t second;
-            if (!bits.Inside() || !ReadWindowRun(bits.window, colour, &first, &used) ||
-                !ReadWindowRun(bits.window, Opposite(colour), &second, &used))
-                return false;
-            a1 = from - first;
-            a2 = a1 - second;
+            const RunStep& rest = StepsFor(colour)[bits.window << used >> (64 - kStepIndexBits)];
+            if (step.runs == 0 && rest.runs == 2) { // a make-up code, as it comes with a far speck
+                a1 = a2 - rest.first;
+                a2 -= rest.both;
+                used += rest.bits;
+            } else {
+                used = kHorizontalBits;
+                uint32_t first;
+                uint32_t second;
+                if (!bits.Inside() || !ReadWindowRun(bits.window, colour, &first, &used) ||
+                    !ReadWindowRun(bits.window, Opposite(colour), &second, &used))
+                    return false;
+                a1 = from - first;
+                a2 = a1 - second;
+            }
         }
         if (!LeftOfEdge(a2)) [[unlikely]] {
             if (a2 == 0) {
