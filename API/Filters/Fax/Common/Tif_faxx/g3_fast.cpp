@@ -113,9 +113,24 @@ bool ReadFast(Line& line, Edge edge) {
     return kForm(line, edge);
 }
 
+namespace {
+
+// The codes of white runs below kLongestCodeRun, make-up and terminating code in one.
+constexpr auto kWhiteRuns = [] {
+    std::array<CodeWord, kLongestCodeRun> table{};
+    for (uint32_t run = 0; run < table.size(); ++run) {
+        const CodeWord makeUp = kMakeupWords<Colour::White>[run / 64];
+        const CodeWord term = kTermWords<Colour::White>[run % 64];
+        table[run] = {makeUp.bits << term.length | term.bits, makeUp.length + term.length};
+    }
+    return table;
+}();
+
+} // namespace
+
 BlankLineCode::BlankLineCode(const CCITTG34* record) : width(record->Width) {
-    constexpr uint32_t kTooWide = kWindowBits / UnpackCode(kLongestRunCode).length * kLongestCodeRun;
-    if (width >= kTooWide)
+    constexpr CodeWord kLongest = UnpackCode(kLongestRunCode);
+    if (width >= kWindowBits / kLongest.length * kLongestCodeRun)
         return;
     const auto append = [&](CodeWord code) {
         bits = bits << code.length | code.bits;
@@ -126,9 +141,8 @@ BlankLineCode::BlankLineCode(const CCITTG34* record) : width(record->Width) {
         append(HasTagBits(record) ? kTaggedEol : kEol);
     uint32_t run = width;
     for (; run >= kLongestCodeRun; run -= kLongestCodeRun)
-        [[unlikely]] append(UnpackCode(kLongestRunCode));
-    append(kMakeupWords<Colour::White>[run / 64]);
-    append(kTermWords<Colour::White>[run % 64]);
+        [[unlikely]] append(kLongest);
+    append(kWhiteRuns[run]);
     if (alignedRows)
         append({0, (0 - length) % 8});
     if (length > kWindowBits)
@@ -144,36 +158,35 @@ BlankLines ReadBlankLines(Line& line, const BlankLineCode& code, uint32_t most) 
         return {};
     const uint8_t* const buffer = record->Buffer;
     uint64_t position = static_cast<uint64_t>(start);
-    uint32_t count = 0;
     uint64_t window = WindowAt(buffer, position);
-    while (count < most && static_cast<int64_t>(position) < end &&
-           window >> (64 - code.length) == code.bits) {
+    uint32_t count = 0;
+    while (window >> (64 - code.length) == code.bits) {
         position += code.length;
         ++count;
         window = WindowAt(buffer, position);
+        if (count == most || static_cast<int64_t>(position) >= end)
+            break;
     }
-    bool endTwoDimensional = false;
+    if (record->Format == FORMAT_FAX_G3_2D && count < most &&
+        window >> (64 - kBlankTwoDimensional.length) == kBlankTwoDimensional.bits &&
+        (count != 0 || record->ReferenceLine[0] == 0)) {
+        line.input.MoveTo(position + kBlankTwoDimensional.length);
+        record->NextLineTag = kNextLineOneDimensional;
+        return {count + 1, true};
+    }
     if (count != 0 && window >> (64 - kEmptyBlackRunBits) == kEmptyBlackRun &&
         record->Format != FORMAT_FAX_G3_1D_NOEOL) [[unlikely]] {
         // It belongs to the last line, which is the plain decoder's then.
         position -= code.length;
         --count;
-    } else if (record->Format == FORMAT_FAX_G3_2D && count < most &&
-               (count != 0 || record->ReferenceLine[0] == 0) &&
-               window >> (64 - kBlankTwoDimensional.length) == kBlankTwoDimensional.bits) {
-        position += kBlankTwoDimensional.length;
-        ++count;
-        endTwoDimensional = true;
     }
     if (count == 0)
         return {};
     if (HasTagBits(record))
         record->NextLineTag =
-            endTwoDimensional
-                ? kNextLineOneDimensional
-                : static_cast<int32_t>(AccumulatorAt(buffer, position - code.length + kEol.length));
+            static_cast<int32_t>(AccumulatorAt(buffer, position - code.length + kEol.length));
     line.input.MoveTo(position);
-    return {count, endTwoDimensional};
+    return {count, false};
 }
 
 } // namespace faxx::g3
