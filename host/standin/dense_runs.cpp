@@ -90,7 +90,7 @@ void AddRun(unsigned char* packed, size_t first, size_t last) {
 
 // A packed row, and how far it is done.
 struct Row {
-    unsigned char* Packed;
+    unsigned char* Packed = nullptr;
     size_t Column = 0;
     uint64_t Begun = 0; // the pixels from the start of Column's byte on that are known, the first on top
 
