@@ -60,7 +60,7 @@ constexpr uint32_t kStepEntries = 16;
 constexpr unsigned kStepsInBlock = 4;
 static_assert(kStepsInBlock * (kHorizontalBits + kStepIndexBits) <= FastBits::kRefilled);
 static_assert(kGroupIndexBits <= kHorizontalBits + kStepIndexBits);
-static_assert(int64_t{kStepsInBlock} * (kHorizontalBits + 2 * kStepIndexBits) <= kFastMargin); // make-up codes
+static_assert(int64_t{kStepsInBlock} * (kHorizontalBits + 2 * kStepIndexBits) <= kFastMargin);
 
 constexpr unsigned kAllLanes = (1u << kGroupLanes) - 1;
 
