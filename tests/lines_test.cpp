@@ -103,6 +103,10 @@ TEST(G4Lines, Damage) {
           horizontal(4, 4) + HORIZONTAL + runBits(false, 0u - 3) + runBits(true, 4) +
               repeated(horizontal(1, 1), 4) + V0,
           1, "4 4 92"},
+         {"a run back to the left, of many", 100,
+          horizontal(4, 4) + HORIZONTAL + runBits(false, 0u - 3) + runBits(true, 4) +
+              repeated(horizontal(1, 1), 12) + V0,
+          1, "4 4 92"},
          {"no black code, nothing skipped", 10, HORIZONTAL + runBits(false, 4) + "00000001" + V0 + V0, 2,
           "4 6|4 6", ERROR_FAX_DATA_CORRUPT, 0, 0, FORMAT_FAX_G3_1D_NOEOL}});
 }
