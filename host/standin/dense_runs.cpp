@@ -78,16 +78,6 @@ struct RunEnds<16> {
     }
 };
 
-void AddRun(unsigned char* packed, size_t first, size_t last) {
-    for (; first < last && first % 8 != 0; ++first)
-        packed[first / 8] |= static_cast<unsigned char>(0x80 >> first % 8);
-    if (first >= last)
-        return;
-    std::memset(packed + first / 8, 0xFF, (last - first) / 8);
-    if (last % 8 != 0)
-        packed[last / 8] |= static_cast<unsigned char>(~(0xFF >> last % 8));
-}
-
 // A packed row, and how far it is done.
 struct Row {
     unsigned char* Packed = nullptr;
@@ -121,7 +111,7 @@ struct Row {
         for (size_t i = 0; i < 8; i += 2) {
             const size_t first = Column + runs[i];
             Column = first + runs[i + 1];
-            AddRun(Packed, first, Column);
+            FillBlack(Packed, first, Column);
         }
         Begun = uint64_t{Packed[Column / 8]} << 56;
         return true;
@@ -129,6 +119,23 @@ struct Row {
 };
 
 } // namespace
+
+void FillBlack(unsigned char* packed, size_t first, size_t last) {
+    if (first >= last)
+        return;
+    const size_t firstByte = first / 8;
+    const size_t lastByte = last / 8;
+    const auto head = static_cast<unsigned char>(0xFF >> (first % 8));
+    const auto tail = static_cast<unsigned char>(~(0xFF >> (last % 8)));
+    if (firstByte == lastByte) {
+        packed[firstByte] |= head & tail;
+        return;
+    }
+    packed[firstByte] |= head;
+    std::memset(packed + firstByte + 1, 0xFF, lastByte - firstByte - 1);
+    if (tail != 0)
+        packed[lastByte] |= tail;
+}
 
 bool HasBmiAndAvx2() {
     static const bool has = __builtin_cpu_supports("avx2") && __builtin_cpu_supports("bmi2");

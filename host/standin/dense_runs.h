@@ -6,6 +6,9 @@
 
 namespace standin {
 
+// Sets the pixels first <= x < last; any row, any length.
+void FillBlack(unsigned char* packed, size_t first, size_t last);
+
 // Whether the processor has what AddDenseRuns and the faster form of the row expansion need.
 bool HasBmiAndAvx2();
 

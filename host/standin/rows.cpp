@@ -44,24 +44,6 @@ void StoreWord(unsigned char* bytes, uint64_t word) {
     std::memcpy(bytes, &word, sizeof word);
 }
 
-// Sets the pixels first <= x < last; any row, any length.
-void FillBlack(unsigned char* packed, size_t first, size_t last) {
-    if (first >= last)
-        return;
-    const size_t firstByte = first / 8;
-    const size_t lastByte = last / 8;
-    const auto head = static_cast<unsigned char>(0xFF >> (first % 8));
-    const auto tail = static_cast<unsigned char>(~(0xFF >> (last % 8)));
-    if (firstByte == lastByte) {
-        packed[firstByte] |= head & tail;
-        return;
-    }
-    packed[firstByte] |= head;
-    std::memset(packed + firstByte + 1, 0xFF, lastByte - firstByte - 1);
-    if (tail != 0)
-        packed[lastByte] |= tail;
-}
-
 // The bytes of a row's incomplete last word, left-aligned.
 uint64_t LoadTail(const unsigned char* bytes, size_t count) {
     uint64_t word = 0;

@@ -106,20 +106,14 @@ inline void PutRun(BitOutput& output, uint32_t run, CodeWord front = {0, 0}) {
             front = {0, 0};
             run -= kLongestCodeRun;
         }
-    const CodeWord makeUp = kMakeupWords<colour>[run / 64];
-    const CodeWord term = kTermWords<colour>[run % 64];
-    output.Put((front.bits << makeUp.length | makeUp.bits) << term.length | term.bits,
-               front.length + makeUp.length + term.length);
+    output.Put(Joined(Joined(front, kMakeupWords<colour>[run / 64]), kTermWords<colour>[run % 64]));
 }
 
 // Writes a run and the one after it. Two short ones go out at once, with the bits in front of them, up to 3.
 template <Colour first>
 inline void PutRunPair(BitOutput& output, uint32_t run, uint32_t nextRun, CodeWord front = {0, 0}) {
     if ((run | nextRun) < kTerminatingCodes) {
-        const CodeWord code = kTermWords<first>[run];
-        const CodeWord nextCode = kTermWords<Opposite(first)>[nextRun];
-        output.Put((front.bits << code.length | code.bits) << nextCode.length | nextCode.bits,
-                   front.length + code.length + nextCode.length);
+        output.Put(Joined(Joined(front, kTermWords<first>[run]), kTermWords<Opposite(first)>[nextRun]));
         return;
     }
     PutRun<first>(output, run, front);

@@ -23,6 +23,10 @@ constexpr CodeWord UnpackCode(uint32_t entry) {
     return {(entry & 0xFFFF) >> (16 - length), length};
 }
 
+constexpr CodeWord Joined(CodeWord first, CodeWord second) {
+    return {first.bits << second.length | second.bits, first.length + second.length};
+}
+
 inline constexpr uint32_t kMakeUpEntries = 40; // run length / 64; 2560 is not in the table
 
 template <Colour colour>

@@ -118,11 +118,8 @@ namespace {
 // The codes of white runs below kLongestCodeRun, make-up and terminating code in one.
 constexpr auto kWhiteRuns = [] {
     std::array<CodeWord, kLongestCodeRun> table{};
-    for (uint32_t run = 0; run < table.size(); ++run) {
-        const CodeWord makeUp = kMakeupWords<Colour::White>[run / 64];
-        const CodeWord term = kTermWords<Colour::White>[run % 64];
-        table[run] = {makeUp.bits << term.length | term.bits, makeUp.length + term.length};
-    }
+    for (uint32_t run = 0; run < table.size(); ++run)
+        table[run] = Joined(kMakeupWords<Colour::White>[run / 64], kTermWords<Colour::White>[run % 64]);
     return table;
 }();
 
@@ -131,7 +128,7 @@ constexpr auto kWhiteRuns = [] {
 BlankLineCode::BlankLineCode(const CCITTG34* record) : width(record->Width) {
     constexpr CodeWord kLongest = UnpackCode(kLongestRunCode);
     if (width >= kWindowBits / kLongest.length * kLongestCodeRun)
-        return;
+        return; // make-up codes alone would fill a window
     const auto append = [&](CodeWord code) {
         bits = bits << code.length | code.bits;
         length += code.length;

@@ -256,8 +256,8 @@ template <Form form>
             unsigned steps = kStepsInBlock;
             do {
                 if constexpr (form == Form::Anywhere) {
-                    const bool horizontal = bits.Top(kHorizontalBits) == kHorizontal;
-                    if (horizontal ? !doHorizontal() : !doSingle())
+                    const Mode mode = kSingleCodes[bits.Top(kModeIndexBits)].mode;
+                    if (mode == Mode::Horizontal ? !doHorizontal() : !doSingle())
                         return;
                 } else {
                     const CodeGroup& group = groups[bits.Top(kGroupIndexBits)];

@@ -22,8 +22,7 @@ enum class Spacing : uint8_t {
     Narrow,    // one a pixel before it and one a pixel after it, and so on
 };
 
-inline constexpr unsigned kHorizontal = 0b001; // the mode code
-inline constexpr unsigned kHorizontalBits = 3;
+inline constexpr unsigned kHorizontalBits = 3; // of the mode code, 001
 inline constexpr unsigned kSpacings = 4;
 inline constexpr unsigned kGroupLanes = 8;
 inline constexpr unsigned kGroupIndexBits = 12;
