@@ -68,16 +68,6 @@ unsigned short* PutRun(unsigned short* out, size_t run) {
     return out;
 }
 
-} // namespace
-
-uint32_t RunCount(const unsigned short* row) {
-    uint32_t count;
-    std::memcpy(&count, row, sizeof count);
-    return count;
-}
-
-namespace {
-
 // Adds the runs that begin at column x; pixels is what the byte at x has already. Compiled twice: BMI2's
 // shifts by any register are one step instead of three.
 [[gnu::always_inline]] inline void AddRuns(const unsigned short* run, const unsigned short* end,

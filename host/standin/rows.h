@@ -6,13 +6,18 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 
 namespace standin {
 
 inline constexpr uint32_t MAX_RUN = 65534;
 inline constexpr size_t ROW_HEADER_WORDS = 2;
 
-uint32_t RunCount(const unsigned short* row);
+inline uint32_t RunCount(const unsigned short* row) {
+    uint32_t count;
+    std::memcpy(&count, row, sizeof count);
+    return count;
+}
 
 inline size_t PackedRowBytes(size_t width) {
     return (width + 7) / 8;
