@@ -10,8 +10,12 @@ bool ReadFast(Line&, Edge) {
 
 BlankLineCode::BlankLineCode(const CCITTG34* record) : width(record->Width) {}
 
-BlankLines ReadBlankLines(Line&, const BlankLineCode&, uint32_t) {
-    return {};
+uint32_t ReadBlankLines(Line&, const BlankLineCode&, uint32_t) {
+    return 0;
+}
+
+unsigned ReadBlankPair(CCITTG34*, unsigned) {
+    return 0;
 }
 
 } // namespace faxx::g3

@@ -189,6 +189,38 @@ TEST(PlainDecoders, AgreeWhereTheFillIsMissing) {
     }
 }
 
+// Hundreds of blank lines over several fills of the small buffer, one bit wrong at one place after the other.
+TEST(PlainDecoders, AgreeWhereAStretchOfBlankLinesBreaks) {
+    const Decoders library = ofLibrary();
+    const struct {
+        int format;
+        unsigned width;
+        Bits line;
+    } kStretches[] = {
+        {FORMAT_FAX_G3_1D, 1728, EOL + line1D({1728})},
+        {FORMAT_FAX_G3_1D, 4960, EOL + line1D({4960})},
+        {FORMAT_FAX_G3_1D_NOEOL, 76, alignedToByte(line1D({76}))},
+        {FORMAT_FAX_G3_2D, 1728, EOL + "1" + line1D({1728})},
+        {FORMAT_FAX_G3_2D, 2480, EOL + "1" + line1D({2480}) + EOL + "0" + V0},
+    };
+    for (const auto& stretch : kStretches) {
+        const Bytes whole = packed(repeated(stretch.line, 700) + EOL);
+        const size_t step = whole.size() / 32 | 1; // odd: every bit of a byte gets its turn
+        for (size_t wrong = 0; wrong < whole.size() * 8 && !HasFailure(); wrong += step) {
+            Bytes stream = whole;
+            stream[wrong / 8] ^= static_cast<uint8_t>(0x80 >> wrong % 8);
+            const auto format = static_cast<unsigned>(stretch.format);
+            Side plain(kPlain, stream, format, stretch.width, 1, 0);
+            Side fast(library, stream, format, stretch.width, 1, 0);
+            for (const unsigned lines : {100u, 900u, 900u}) {
+                ASSERT_EQ(fast.decode(lines), plain.decode(lines)) << format << ", bit " << wrong;
+                EXPECT_EQ(fast.fields(), plain.fields()) << format << ", bit " << wrong;
+                EXPECT_EQ(fast.reference(), plain.reference()) << format << ", bit " << wrong;
+            }
+        }
+    }
+}
+
 INSTANTIATE_TEST_SUITE_P(Formats, PlainLines,
                          testing::Values(FORMAT_FAX_G3_1D, FORMAT_FAX_G3_2D, FORMAT_FAX_G4,
                                          FORMAT_FAX_G3_2D_ALL2D, FORMAT_FAX_G3_1D_NOEOL));

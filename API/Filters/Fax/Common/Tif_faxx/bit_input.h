@@ -152,8 +152,12 @@ inline RunRead ReadRun(BitInput& input, Colour colour, uint32_t& remaining) {
 }
 
 // Formats whose EOLs are followed by a tag bit: 1, the next line is one-dimensional (T.4 § 4.2.2).
+inline bool HasTagBits(uint32_t format) {
+    return format == FORMAT_FAX_G3_2D || format == FORMAT_FAX_G3_2D_ALL2D;
+}
+
 inline bool HasTagBits(const CCITTG34* record) {
-    return record->Format == FORMAT_FAX_G3_2D || record->Format == FORMAT_FAX_G3_2D_ALL2D;
+    return HasTagBits(record->Format);
 }
 
 inline constexpr int32_t kNextLineOneDimensional = INT32_MIN;

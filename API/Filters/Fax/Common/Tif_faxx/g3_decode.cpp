@@ -95,29 +95,18 @@ void SetLineWords(RowOutput& output) {
     output.lineWords = static_cast<uint32_t>(output.budget) + 1;
 }
 
-} // namespace
-} // namespace faxx
-
-unsigned DecodeG3(CCITTG34* record, unsigned short* rows, unsigned lines) {
-    using namespace faxx;
-    if (lines == 0)
-        return 0;
-    if (record->DecodeStatus != DECODE_STATUS_OK) {
-        ReportDataError(record, ERROR_FAX_DATA_CORRUPT);
-        return WriteWhiteRows(rows, record->Width, lines);
-    }
-
-    RowOutput output{rows, kRowBudget, 0, lines};
+[[gnu::noinline]] unsigned DecodeLines(CCITTG34* record, RowOutput output) {
+    const unsigned lines = output.linesLeft;
     SetLineWords(output);
     Line line(record);
     BlankLineCode blankLine(record);
     uint32_t referenceEntries = kEntriesUnknown;
     for (;;) {
-        BlankLines blank;
+        uint32_t blank = 0;
         if (record->NextLineTag < 0)
             blank = ReadBlankLines(line, blankLine, BlankLinesThatFit(record, output, kLeastExtraWords));
-        if (blank.count != 0) {
-            FinishBlankLines(record, output, blank.count);
+        if (blank != 0) {
+            FinishBlankLines(record, output, blank);
             referenceEntries = 0;
         } else {
             line.Begin(record->Width, output.lineWords);
@@ -142,11 +131,30 @@ unsigned DecodeG3(CCITTG34* record, unsigned short* rows, unsigned lines) {
                 return lines - output.linesLeft;
             }
         }
-        if (blank.endTwoDimensional || output.linesLeft == 0 ||
-            output.budget < static_cast<int32_t>(record->Width + kLeastExtraWords)) {
+        if (output.linesLeft == 0 || output.budget < static_cast<int32_t>(record->Width + kLeastExtraWords)) {
             line.input.Store();
             return lines - output.linesLeft;
         }
         SetLineWords(output);
     }
+}
+
+} // namespace
+} // namespace faxx
+
+unsigned DecodeG3(CCITTG34* record, unsigned short* rows, unsigned lines) {
+    using namespace faxx;
+    if (lines == 0)
+        return 0;
+    if (record->DecodeStatus != DECODE_STATUS_OK) {
+        ReportDataError(record, ERROR_FAX_DATA_CORRUPT);
+        return WriteWhiteRows(rows, record->Width, lines);
+    }
+
+    RowOutput output{rows, kRowBudget, 0, lines};
+    if (const unsigned blank = ReadBlankPair(record, lines); blank != 0) {
+        FinishBlankLines(record, output, blank);
+        return blank;
+    }
+    return DecodeLines(record, output);
 }

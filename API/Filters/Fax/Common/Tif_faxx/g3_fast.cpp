@@ -6,6 +6,8 @@
 #include "API/Filters/Fax/Common/Tif_faxx/g3_line.h"
 #include "API/Filters/Fax/Common/Tif_faxx/instructions.h"
 
+#include <immintrin.h>
+
 namespace faxx::g3 {
 namespace {
 
@@ -125,7 +127,8 @@ constexpr auto kWhiteRuns = [] {
 
 } // namespace
 
-BlankLineCode::BlankLineCode(const CCITTG34* record) : width(record->Width) {
+[[gnu::always_inline]] inline BlankLineCode::BlankLineCode(uint32_t lineWidth, uint32_t format)
+    : width(lineWidth) {
     constexpr CodeWord kLongest = UnpackCode(kLongestRunCode);
     if (width >= kWindowBits / kLongest.length * kLongestCodeRun)
         return; // make-up codes alone would fill a window
@@ -133,9 +136,9 @@ BlankLineCode::BlankLineCode(const CCITTG34* record) : width(record->Width) {
         bits = bits << code.length | code.bits;
         length += code.length;
     };
-    const bool alignedRows = record->Format == FORMAT_FAX_G3_1D_NOEOL;
+    const bool alignedRows = format == FORMAT_FAX_G3_1D_NOEOL;
     if (!alignedRows)
-        append(HasTagBits(record) ? kTaggedEol : kEol);
+        append(HasTagBits(format) ? kTaggedEol : kEol);
     uint32_t run = width;
     for (; run >= kLongestCodeRun; run -= kLongestCodeRun)
         [[unlikely]] append(kLongest);
@@ -146,44 +149,98 @@ BlankLineCode::BlankLineCode(const CCITTG34* record) : width(record->Width) {
         length = 0;
 }
 
-BlankLines ReadBlankLines(Line& line, const BlankLineCode& code, uint32_t most) {
+BlankLineCode::BlankLineCode(const CCITTG34* record) : BlankLineCode(record->Width, record->Format) {}
+
+unsigned ReadBlankPair(CCITTG34* record, unsigned lines) {
+    if (record->Format != FORMAT_FAX_G3_2D || record->NextLineTag >= 0)
+        return 0;
+    const BlankLineCode code(record->Width, FORMAT_FAX_G3_2D);
+    BitInput input(record);
+    const int64_t start = input.Position();
+    const int64_t end = input.PositionLimit() - code.length - kBlankTwoDimensional.length;
+    if (code.length == 0 || start < 0 || start >= end)
+        return 0;
+    uint64_t position = static_cast<uint64_t>(start);
+    uint64_t window = WindowAt(record->Buffer, position);
+    unsigned count = 1;
+    if (window >> (64 - code.length) == code.bits) {
+        position += code.length;
+        window = WindowAt(record->Buffer, position);
+        count = 2;
+    }
+    if (window >> (64 - kBlankTwoDimensional.length) != kBlankTwoDimensional.bits || count > lines ||
+        (count == 1 && record->ReferenceLine[0] != 0))
+        return 0;
+    input.MoveTo(position + kBlankTwoDimensional.length);
+    input.Store();
+    record->NextLineTag = kNextLineOneDimensional;
+    return count;
+}
+
+namespace {
+
+// So many codes end on the bit of a byte that they began on: from there on, further ones repeat the bytes
+// that stand a code's length in bytes in front of them.
+constexpr uint32_t kLinesToWholeBytes = 8;
+
+// How far from position, and no further than end, the bits are those that stand distance bytes in front.
+uint64_t RepeatedUpTo(const uint8_t* buffer, uint64_t position, uint64_t end, unsigned distance) {
+    const uint64_t other = WindowAt(buffer, position) ^ WindowAt(buffer, position - uint64_t{distance} * 8);
+    uint64_t repeated = position + static_cast<unsigned>(std::countl_zero(other));
+    if (other >> (64 - kWindowBits) == 0) {
+        const auto equalBytes = [&](const uint8_t* at) {
+            const auto load = [](const uint8_t* bytes) {
+                return _mm_loadu_si128(reinterpret_cast<const __m128i*>(bytes));
+            };
+            return static_cast<uint16_t>(_mm_movemask_epi8(_mm_cmpeq_epi8(load(at), load(at - distance))));
+        };
+        const uint8_t* at = buffer + position / 8 + 1;
+        const uint8_t* const last = buffer + end / 8;
+        uint16_t equal = equalBytes(at);
+        while (equal == 0xFFFF && at < last)
+            equal = equalBytes(at += sizeof(__m128i));
+        repeated = static_cast<uint64_t>(at - buffer + std::countr_one(equal)) * 8;
+    }
+    return std::min(repeated, end);
+}
+
+} // namespace
+
+uint32_t ReadBlankLines(Line& line, const BlankLineCode& code, uint32_t most) {
     CCITTG34* const record = line.record;
     const int64_t start = line.input.Position();
     // The fill behind a code may lead past the data further than a code does.
-    const int64_t end = std::min(FastEnd(line.input, record), line.input.PositionLimit() - code.length);
-    if (code.length == 0 || start < 0 || start >= end)
-        return {};
+    const int64_t limit = std::min(FastEnd(line.input, record), line.input.PositionLimit() - code.length);
+    if (code.length == 0 || start < 0 || start >= limit)
+        return 0;
     const uint8_t* const buffer = record->Buffer;
+    const uint64_t end = static_cast<uint64_t>(limit);
     uint64_t position = static_cast<uint64_t>(start);
-    uint64_t window = WindowAt(buffer, position);
     uint32_t count = 0;
-    while (window >> (64 - code.length) == code.bits) {
+    while (count < most && position < end && WindowAt(buffer, position) >> (64 - code.length) == code.bits) {
         position += code.length;
         ++count;
-        window = WindowAt(buffer, position);
-        if (count == most || static_cast<int64_t>(position) >= end)
-            break;
-    }
-    if (record->Format == FORMAT_FAX_G3_2D && count < most &&
-        window >> (64 - kBlankTwoDimensional.length) == kBlankTwoDimensional.bits &&
-        (count != 0 || record->ReferenceLine[0] == 0)) {
-        line.input.MoveTo(position + kBlankTwoDimensional.length);
-        record->NextLineTag = kNextLineOneDimensional;
-        return {count + 1, true};
-    }
-    if (count != 0 && window >> (64 - kEmptyBlackRunBits) == kEmptyBlackRun &&
-        record->Format != FORMAT_FAX_G3_1D_NOEOL) [[unlikely]] {
-        // It belongs to the last line, which is the plain decoder's then.
-        position -= code.length;
-        --count;
+        if (count == kLinesToWholeBytes && position < end) {
+            const uint64_t repeated = RepeatedUpTo(buffer, position, end, code.length) - position;
+            const uint32_t more = std::min(static_cast<uint32_t>(repeated) / code.length, most - count);
+            count += more;
+            position += uint64_t{more} * code.length;
+        }
     }
     if (count == 0)
-        return {};
+        return 0;
+    if (record->Format != FORMAT_FAX_G3_1D_NOEOL &&
+        WindowAt(buffer, position) >> (64 - kEmptyBlackRunBits) == kEmptyBlackRun) [[unlikely]] {
+        // It belongs to the last line, which is the plain decoder's then.
+        position -= code.length;
+        if (--count == 0)
+            return 0;
+    }
     if (HasTagBits(record))
         record->NextLineTag =
             static_cast<int32_t>(AccumulatorAt(buffer, position - code.length + kEol.length));
     line.input.MoveTo(position);
-    return {count, false};
+    return count;
 }
 
 } // namespace faxx::g3

@@ -62,15 +62,16 @@ struct BlankLineCode {
     uint32_t width;
 
     explicit BlankLineCode(const CCITTG34* record);
+    BlankLineCode(uint32_t lineWidth, uint32_t format);
 };
 
-struct BlankLines {
-    uint32_t count = 0;
-    bool endTwoDimensional = false; // the last is a two-dimensional line
-};
+// At the start of a line with no tag pending: consumes the lines of this code that the next bits hold, most
+// in all, and returns how many.
+uint32_t ReadBlankLines(Line& line, const BlankLineCode& code, uint32_t most);
 
-// At the start of a line with no tag pending: consumes the lines of this code that the next bits hold and,
-// where the format has both kinds, the two-dimensional blank line behind them; most in all.
-BlankLines ReadBlankLines(Line& line, const BlankLineCode& code, uint32_t most);
+// At the start of a call, in the format that has lines of both kinds: consumes the two-dimensional blank line
+// that ends the call, and the one-dimensional one in front of it if there is one. Returns how many, 0 where
+// something else comes or more than lines.
+unsigned ReadBlankPair(CCITTG34* record, unsigned lines);
 
 } // namespace faxx::g3

@@ -6,6 +6,7 @@
 #include <immintrin.h>
 
 #include <algorithm>
+#include <array>
 #include <bit>
 #include <cstring>
 #include <utility>
@@ -30,21 +31,32 @@ uint32_t PutRunCount(uint16_t* row, const uint16_t* end) {
     return words;
 }
 
-// Out of the way of the rows of one word: blank two-dimensional lines come two to a call.
-[[gnu::noinline]] uint16_t* PutWideWhiteRows(uint16_t* row, uint32_t width, uint32_t lines) {
-    for (uint32_t i = 0; i < lines; ++i)
+constexpr uint32_t kWhiteRowWords = kRowHeaderWords + 1;
+constexpr uint32_t kRowsTogether = 8; // of one word each: they fill whole vectors
+
+// Out of the way of a few rows of one word: blank two-dimensional lines come two to a call.
+[[gnu::noinline]] uint16_t* PutManyWhiteRows(uint16_t* row, uint32_t width, uint32_t lines) {
+    if (width <= kRunPiece && lines >= kRowsTogether) {
+        std::array<uint16_t, kRowsTogether * kWhiteRowWords> together;
+        for (uint32_t i = 0; i < together.size(); i += kWhiteRowWords)
+            PutRunCount(&together[i], PutRun(&together[i] + kRowHeaderWords, width));
+        for (; lines >= kRowsTogether; lines -= kRowsTogether) {
+            std::memcpy(row, together.data(), sizeof together);
+            row += together.size();
+        }
+    }
+    for (; lines != 0; --lines)
         row += PutRunCount(row, PutRun(row + kRowHeaderWords, width));
     return row;
 }
 
 // Rows of one white run each. Returns where they end.
 inline uint16_t* PutWhiteRows(uint16_t* row, uint32_t width, uint32_t lines) {
-    if (width > kRunPiece) [[unlikely]]
-        return PutWideWhiteRows(row, width, lines);
-    constexpr uint32_t kWords = kRowHeaderWords + 1;
-    for (uint16_t* const end = row + size_t{lines} * kWords; row != end; row += kWords) {
+    if (width > kRunPiece || lines >= kRowsTogether) [[unlikely]]
+        return PutManyWhiteRows(row, width, lines);
+    for (uint16_t* const end = row + size_t{lines} * kWhiteRowWords; row != end; row += kWhiteRowWords) {
         row[kRowHeaderWords] = static_cast<uint16_t>(width);
-        PutRunCount(row, row + kWords);
+        PutRunCount(row, row + kWhiteRowWords);
     }
     return row;
 }
