@@ -221,6 +221,50 @@ TEST(G3Lines, TwoDimensional) {
             "2 3 5|2 3 5|3 2 5|3 2 5")});
 }
 
+// A stretch of blank lines ends where another line comes, or where no more lines are asked for.
+TEST(G3Lines, StretchesOfBlankLines) {
+    resetTestKernel();
+    const struct {
+        unsigned format;
+        unsigned width;
+        Bits blank;
+        Bits other; // 100 pixels of white, the rest black
+    } cases[] = {
+        {66, 1728, EOL + line1D({1728}), EOL + line1D({100, 1628})},
+        {66, 4960, EOL + line1D({4960}), EOL + line1D({100, 4860})},
+        {67, 2480, EOL + "1" + line1D({2480}), EOL + "1" + line1D({100, 2380})},
+        {162, 1728, alignedToByte(line1D({1728})), alignedToByte(line1D({100, 1628}))},
+    };
+    for (const auto& c : cases)
+        for (const unsigned count : {7u, 8u, 9u, 10u, 40u, 700u})
+            for (const unsigned asked : {count - 1, count, count + 1, count + 3}) {
+                SCOPED_TRACE(testing::Message() << c.format << ": " << asked << " of " << count);
+                const Bits stream = repeated(c.blank, count) + c.other + repeated(c.blank, 2);
+                CodecRun run(packed(stream + repeated("1", 512)), {.format = c.format, .width = c.width});
+                Rows rows(count + 3, Row{static_cast<unsigned short>(c.width)});
+                rows[count] = {100, static_cast<unsigned short>(c.width - 100)};
+                rows.resize(asked);
+                EXPECT_EQ(run.decode(asked), rows);
+                const bool pastOther = asked > count;
+                EXPECT_EQ(run.bitPosition(),
+                          (asked - pastOther) * c.blank.size() + pastOther * c.other.size());
+            }
+}
+
+// A call that ends with a two-dimensional line leaves no trace of the tags it met.
+TEST(G3Lines, TheTagAfterATwoDimensionalLine) {
+    resetTestKernel();
+    const Bits oneDimensional = EOL + "1";
+    for (const Bits& line : {oneDimensional + line1D({2, 3, 5}), oneDimensional + line1D({10})}) {
+        CodecRun run(packed(line + oneDimensional + line1D({10}) + EOL + "0" + V0 + repeated("1", 512)),
+                     {.format = 67, .width = 10});
+        EXPECT_EQ(run.decode(1).size(), 1u);
+        EXPECT_NE(run.record.NextLineTag, INT32_MIN);
+        EXPECT_EQ(run.decode(9), rowsFromText("10|10"));
+        EXPECT_EQ(run.record.NextLineTag, INT32_MIN);
+    }
+}
+
 TEST(G3Decoder, BudgetEndsACallAtALineBoundary) {
     std::vector<unsigned> runs(100, 1);
     runs.back() = 1629;
