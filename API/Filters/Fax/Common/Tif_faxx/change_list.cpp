@@ -1,6 +1,6 @@
 // The row scan looks at 64 pixels at a time: a word xored with itself shifted by one pixel has a bit set at
-// every changing element. After a word without changes, stretches of 256 pixels of the same colour are
-// skipped whole.
+// every changing element. From a word without changes on, stretches of 256 pixels of the same colour are
+// skipped whole, one or four at a time.
 //
 // The scan is compiled twice (instructions.h): counting and clearing bits in one instruction is worth a tenth
 // of a text page's coding time, and wider vectors halve that of blank rows.
@@ -26,10 +26,13 @@ uint64_t LoadPixels(const uint8_t* row) {
     return __builtin_bswap64(word);
 }
 
-// The last pixels of a row, 1 to 63 of them, white behind.
-uint64_t LoadLastPixels(const uint8_t* row, uint32_t pixels) {
+// The last pixels of a row of this width, 1 to 63 of them, and others behind them.
+uint64_t LoadLastPixels(const uint8_t* row, uint32_t pixels, uint32_t width) {
+    const uint32_t bytes = (pixels + 7) / 8;
+    if (width >= kWordPixels) [[likely]]
+        return LoadPixels(row + bytes - sizeof(uint64_t)) << (kWordPixels - 8 * bytes);
     uint64_t word = 0;
-    for (uint32_t i = 0; i < (pixels + 7) / 8; ++i)
+    for (uint32_t i = 0; i < bytes; ++i)
         word |= uint64_t{row[i]} << (56 - 8 * i);
     return word;
 }
@@ -58,6 +61,7 @@ template <Form form>
 }
 
 constexpr uint32_t kStretchPixels = 256;
+constexpr uint32_t kStretchBytes = kStretchPixels / 8;
 
 // Tells stretches of one colour: that of the pixels it was made of.
 template <Form form>
@@ -66,11 +70,19 @@ struct Stretch {
 
     explicit Stretch(uint64_t pixels) : fill(_mm_set1_epi8(static_cast<char>(pixels))) {}
 
-    bool Holds(const uint8_t* row) const {
-        const __m128i* vectors = reinterpret_cast<const __m128i*>(row);
-        const __m128i both = _mm_and_si128(_mm_cmpeq_epi8(_mm_loadu_si128(vectors), fill),
-                                           _mm_cmpeq_epi8(_mm_loadu_si128(vectors + 1), fill));
-        return _mm_movemask_epi8(both) == 0xFFFF;
+    __m128i Equal(const uint8_t* row) const {
+        const __m128i* const vectors = reinterpret_cast<const __m128i*>(row);
+        return _mm_and_si128(_mm_cmpeq_epi8(_mm_loadu_si128(vectors), fill),
+                             _mm_cmpeq_epi8(_mm_loadu_si128(vectors + 1), fill));
+    }
+
+    bool Holds(const uint8_t* row) const { return _mm_movemask_epi8(Equal(row)) == 0xFFFF; }
+
+    // Four stretches, one behind the other.
+    bool HoldsFour(const uint8_t* row) const {
+        const __m128i first = _mm_and_si128(Equal(row), Equal(row + kStretchBytes));
+        const __m128i last = _mm_and_si128(Equal(row + 2 * kStretchBytes), Equal(row + 3 * kStretchBytes));
+        return _mm_movemask_epi8(_mm_and_si128(first, last)) == 0xFFFF;
     }
 };
 
@@ -80,11 +92,42 @@ struct Stretch<Form::Faster> {
 
     FAXX_FASTER_FORM explicit Stretch(uint64_t pixels) : fill(_mm256_set1_epi8(static_cast<char>(pixels))) {}
 
-    FAXX_FASTER_FORM bool Holds(const uint8_t* row) const {
-        const __m256i pixels = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(row));
-        return _mm256_movemask_epi8(_mm256_cmpeq_epi8(pixels, fill)) == -1;
+    FAXX_FASTER_FORM __m256i Equal(const uint8_t* row) const {
+        return _mm256_cmpeq_epi8(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(row)), fill);
+    }
+
+    FAXX_FASTER_FORM bool Holds(const uint8_t* row) const { return _mm256_movemask_epi8(Equal(row)) == -1; }
+
+    FAXX_FASTER_FORM bool HoldsFour(const uint8_t* row) const {
+        const __m256i first = _mm256_and_si256(Equal(row), Equal(row + kStretchBytes));
+        const __m256i last = _mm256_and_si256(Equal(row + 2 * kStretchBytes), Equal(row + 3 * kStretchBytes));
+        return _mm256_movemask_epi8(_mm256_and_si256(first, last)) == -1;
     }
 };
+
+// The first address behind this one that a stretch is aligned at.
+const uint8_t* NextAligned(const uint8_t* row) {
+    return row + (kStretchBytes - reinterpret_cast<uintptr_t>(row) % kStretchBytes);
+}
+
+// How many bytes from row on are known to be of the colour that its first word is of, a whole stretch or
+// more, or none. From the first stretch on they are read at aligned addresses: rows come freshly copied, and
+// a load that straddles two stores waits for both to reach the cache.
+template <Form form>
+[[gnu::always_inline]] inline size_t SkipStretches(const uint8_t* row, size_t bytes, uint64_t pixels) {
+    const Stretch<form> stretch(pixels);
+    if (bytes < kStretchBytes || !stretch.Holds(row))
+        return 0;
+    const uint8_t* const last = row + bytes - kStretchBytes;
+    const uint8_t* next = NextAligned(row);
+    while (last - next >= ptrdiff_t{3 * kStretchBytes} && stretch.HoldsFour(next))
+        next += 4 * kStretchBytes;
+    while (next <= last && stretch.Holds(next))
+        next += kStretchBytes;
+    if (next > last && stretch.Holds(last))
+        return bytes;
+    return static_cast<size_t>(next - row);
+}
 
 template <Form form>
 [[gnu::always_inline]] inline void List(CCITTG34* record, const uint8_t* row) {
@@ -97,17 +140,16 @@ template <Form form>
         if (changes != 0) {
             entry = AppendChanges<form>(entry, changes, remaining);
             before = pixels << 63;
-        } else {
-            const Stretch<form> stretch(pixels);
-            for (; remaining >= kStretchPixels + kWordPixels && stretch.Holds(row + kWordPixels / 8);
-                 remaining -= kStretchPixels)
-                row += kStretchPixels / 8;
+        } else if (const size_t skipped = SkipStretches<form>(row, remaining / 8, pixels); skipped != 0) {
+            remaining -= static_cast<uint32_t>(skipped * 8);
+            row += skipped;
+            continue;
         }
         remaining -= kWordPixels;
         row += kWordPixels / 8;
     }
     if (remaining != 0) {
-        const uint64_t pixels = LoadLastPixels(row, remaining);
+        const uint64_t pixels = LoadLastPixels(row, remaining, record->Width);
         const uint64_t inside = ~uint64_t{0} << (kWordPixels - remaining);
         entry = AppendChanges<form>(entry, (pixels ^ (pixels >> 1 | before)) & inside, remaining);
     }

@@ -28,7 +28,7 @@ void PutTag(CCITTG34* record, uint32_t tag) {
 }
 
 // An EOL that ends on a byte boundary, or the byte boundary alone.
-void PutLineEnd(BitOutput& output, const CCITTG34* record) {
+[[gnu::always_inline]] inline void PutLineEnd(BitOutput& output, const CCITTG34* record) {
     if (record->Format == FORMAT_FAX_G3_1D_NOEOL) {
         output.PutFill(output.BitsFree() % 8);
     } else {
