@@ -14,7 +14,7 @@ uint32_t ReadBlankLines(Line&, const BlankLineCode&, uint32_t) {
     return 0;
 }
 
-unsigned ReadBlankPair(CCITTG34*, unsigned) {
+unsigned DecodeBlankPair(CCITTG34*, uint16_t*, unsigned) {
     return 0;
 }
 

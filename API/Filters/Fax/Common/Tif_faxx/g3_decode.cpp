@@ -95,8 +95,8 @@ void SetLineWords(RowOutput& output) {
     output.lineWords = static_cast<uint32_t>(output.budget) + 1;
 }
 
-[[gnu::noinline]] unsigned DecodeLines(CCITTG34* record, RowOutput output) {
-    const unsigned lines = output.linesLeft;
+[[gnu::noinline]] unsigned DecodeLines(CCITTG34* record, uint16_t* rows, unsigned lines) {
+    RowOutput output{rows, kRowBudget, 0, lines};
     SetLineWords(output);
     Line line(record);
     BlankLineCode blankLine(record);
@@ -151,10 +151,7 @@ unsigned DecodeG3(CCITTG34* record, unsigned short* rows, unsigned lines) {
         return WriteWhiteRows(rows, record->Width, lines);
     }
 
-    RowOutput output{rows, kRowBudget, 0, lines};
-    if (const unsigned blank = ReadBlankPair(record, lines); blank != 0) {
-        FinishBlankLines(record, output, blank);
+    if (const unsigned blank = DecodeBlankPair(record, rows, lines); blank != 0)
         return blank;
-    }
-    return DecodeLines(record, output);
+    return DecodeLines(record, rows, lines);
 }

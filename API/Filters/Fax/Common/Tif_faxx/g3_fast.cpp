@@ -151,7 +151,7 @@ constexpr auto kWhiteRuns = [] {
 
 BlankLineCode::BlankLineCode(const CCITTG34* record) : BlankLineCode(record->Width, record->Format) {}
 
-unsigned ReadBlankPair(CCITTG34* record, unsigned lines) {
+unsigned DecodeBlankPair(CCITTG34* record, uint16_t* rows, unsigned lines) {
     if (record->Format != FORMAT_FAX_G3_2D || record->NextLineTag >= 0)
         return 0;
     const BlankLineCode code(record->Width, FORMAT_FAX_G3_2D);
@@ -174,6 +174,8 @@ unsigned ReadBlankPair(CCITTG34* record, unsigned lines) {
     input.MoveTo(position + kBlankTwoDimensional.length);
     input.Store();
     record->NextLineTag = kNextLineOneDimensional;
+    RowOutput output{rows, kRowBudget, 0, count};
+    FinishBlankLines(record, output, count);
     return count;
 }
 

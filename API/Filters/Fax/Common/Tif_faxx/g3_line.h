@@ -69,9 +69,9 @@ struct BlankLineCode {
 // in all, and returns how many.
 uint32_t ReadBlankLines(Line& line, const BlankLineCode& code, uint32_t most);
 
-// At the start of a call, in the format that has lines of both kinds: consumes the two-dimensional blank line
+// At the start of a call, in the format that has lines of both kinds: decodes the two-dimensional blank line
 // that ends the call, and the one-dimensional one in front of it if there is one. Returns how many, 0 where
 // something else comes or more than lines.
-unsigned ReadBlankPair(CCITTG34* record, unsigned lines);
+unsigned DecodeBlankPair(CCITTG34* record, uint16_t* rows, unsigned lines);
 
 } // namespace faxx::g3

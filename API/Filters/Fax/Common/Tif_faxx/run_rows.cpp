@@ -24,43 +24,6 @@ uint16_t* PutRun(uint16_t* word, uint32_t run) {
     return word;
 }
 
-uint32_t PutRunCount(uint16_t* row, const uint16_t* end) {
-    const uint32_t words = static_cast<uint32_t>(end - row);
-    const uint32_t runCount = words - kRowHeaderWords;
-    std::memcpy(row, &runCount, sizeof runCount);
-    return words;
-}
-
-constexpr uint32_t kWhiteRowWords = kRowHeaderWords + 1;
-constexpr uint32_t kRowsTogether = 8; // of one word each: they fill whole vectors
-
-// Out of the way of a few rows of one word: blank two-dimensional lines come two to a call.
-[[gnu::noinline]] uint16_t* PutManyWhiteRows(uint16_t* row, uint32_t width, uint32_t lines) {
-    if (width <= kRunPiece && lines >= kRowsTogether) {
-        std::array<uint16_t, kRowsTogether * kWhiteRowWords> together;
-        for (uint32_t i = 0; i < together.size(); i += kWhiteRowWords)
-            PutRunCount(&together[i], PutRun(&together[i] + kRowHeaderWords, width));
-        for (; lines >= kRowsTogether; lines -= kRowsTogether) {
-            std::memcpy(row, together.data(), sizeof together);
-            row += together.size();
-        }
-    }
-    for (; lines != 0; --lines)
-        row += PutRunCount(row, PutRun(row + kRowHeaderWords, width));
-    return row;
-}
-
-// Rows of one white run each. Returns where they end.
-inline uint16_t* PutWhiteRows(uint16_t* row, uint32_t width, uint32_t lines) {
-    if (width > kRunPiece || lines >= kRowsTogether) [[unlikely]]
-        return PutManyWhiteRows(row, width, lines);
-    for (uint16_t* const end = row + size_t{lines} * kWhiteRowWords; row != end; row += kWhiteRowWords) {
-        row[kRowHeaderWords] = static_cast<uint16_t>(width);
-        PutRunCount(row, row + kWhiteRowWords);
-    }
-    return row;
-}
-
 constexpr uint32_t kLanes = 8;
 
 // Eight entries of a list, and the runs that they end. Ordinary where they neither rise nor stand at or past
@@ -168,6 +131,21 @@ FAXX_FASTER_FORM uint32_t WriteRunsFaster(const uint32_t* list, uint32_t entries
     return WriteRuns<Form::Faster>(list, entries, width, word);
 }
 
+uint16_t* PutManyWhiteRows(uint16_t* row, uint32_t width, uint32_t lines) {
+    if (width <= kRunPiece && lines >= kRowsTogether) {
+        std::array<uint16_t, kRowsTogether * kWhiteRowWords> together;
+        for (uint32_t i = 0; i < together.size(); i += kWhiteRowWords)
+            PutRunCount(&together[i], PutRun(&together[i] + kRowHeaderWords, width));
+        for (; lines >= kRowsTogether; lines -= kRowsTogether) {
+            std::memcpy(row, together.data(), sizeof together);
+            row += together.size();
+        }
+    }
+    for (; lines != 0; --lines)
+        row += PutRunCount(row, PutRun(row + kRowHeaderWords, width));
+    return row;
+}
+
 void WriteWhiteRow(uint16_t** rows, uint32_t width) {
     *rows = PutWhiteRows(*rows, width, 1);
 }
@@ -221,18 +199,6 @@ uint32_t ListLength(const uint32_t* list) {
         if (zeros != 0)
             return i + static_cast<uint32_t>(std::countr_zero(static_cast<unsigned>(zeros)));
     }
-}
-
-void FinishBlankLines(CCITTG34* record, RowOutput& output, uint32_t lines) {
-    uint16_t* const end = PutWhiteRows(output.next, record->Width, lines);
-    output.budget -= static_cast<int32_t>(end - output.next);
-    output.next = end;
-    output.linesLeft -= lines;
-    CloseList(record->CodingLine, 0);
-    if (lines > 1)
-        CloseList(record->ReferenceLine, 0);
-    if (lines % 2 != 0)
-        std::swap(record->ReferenceLine, record->CodingLine);
 }
 
 void FinishLine(CCITTG34* record, RowOutput& output, uint32_t entries) {

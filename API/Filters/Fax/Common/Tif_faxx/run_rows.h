@@ -8,6 +8,9 @@
 #include "API/Filters/Fax/Common/Tif_faxx.h"
 #include "API/Filters/Fax/Common/Tif_faxx/limits.h"
 
+#include <cstring>
+#include <utility>
+
 namespace faxx {
 
 inline constexpr uint32_t kRunPiece = 65534;
@@ -16,6 +19,31 @@ inline constexpr uint32_t kRowHeaderWords = 2; // RunCount
 // The words that a run of this length takes.
 inline uint32_t RunWords(uint32_t run) {
     return run <= kRunPiece ? 1 : 1 + (run - 1) / kRunPiece * 2;
+}
+
+// Completes the row that its runs end at end. Returns the words of it.
+inline uint32_t PutRunCount(uint16_t* row, const uint16_t* end) {
+    const uint32_t words = static_cast<uint32_t>(end - row);
+    const uint32_t runCount = words - kRowHeaderWords;
+    std::memcpy(row, &runCount, sizeof runCount);
+    return words;
+}
+
+inline constexpr uint32_t kWhiteRowWords = kRowHeaderWords + 1; // where the width is at most kRunPiece
+inline constexpr uint32_t kRowsTogether = 8;                    // such rows fill whole vectors
+
+// Writes rows of one white run each. Returns where they end.
+uint16_t* PutManyWhiteRows(uint16_t* row, uint32_t width, uint32_t lines);
+
+// The same; a few rows go out at once. Blank two-dimensional G3 lines come two to a call.
+inline uint16_t* PutWhiteRows(uint16_t* row, uint32_t width, uint32_t lines) {
+    if (width > kRunPiece || lines >= kRowsTogether) [[unlikely]]
+        return PutManyWhiteRows(row, width, lines);
+    for (uint16_t* const end = row + size_t{lines} * kWhiteRowWords; row != end; row += kWhiteRowWords) {
+        row[kRowHeaderWords] = static_cast<uint16_t>(width);
+        PutRunCount(row, row + kWhiteRowWords);
+    }
+    return row;
 }
 
 // Appends one all-white row at *rows and advances *rows past it.
@@ -73,7 +101,17 @@ inline uint32_t BlankLinesThatFit(const CCITTG34* record, const RowOutput& outpu
 }
 
 // Ends so many blank lines, at least 1.
-void FinishBlankLines(CCITTG34* record, RowOutput& output, uint32_t lines);
+inline void FinishBlankLines(CCITTG34* record, RowOutput& output, uint32_t lines) {
+    uint16_t* const end = PutWhiteRows(output.next, record->Width, lines);
+    output.budget -= static_cast<int32_t>(end - output.next);
+    output.next = end;
+    output.linesLeft -= lines;
+    CloseList(record->CodingLine, 0);
+    if (lines > 1)
+        CloseList(record->ReferenceLine, 0);
+    if (lines % 2 != 0)
+        std::swap(record->ReferenceLine, record->CodingLine);
+}
 
 // Ends a line of so many changing elements: closes CodingLine, writes its row, makes it the reference line.
 void FinishLine(CCITTG34* record, RowOutput& output, uint32_t entries);
