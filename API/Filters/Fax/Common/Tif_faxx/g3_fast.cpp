@@ -151,27 +151,45 @@ constexpr auto kWhiteRuns = [] {
 
 BlankLineCode::BlankLineCode(const CCITTG34* record) : BlankLineCode(record->Width, record->Format) {}
 
+namespace {
+
+// The zero bits in front of an EOL that a window begins with. As numbers, codes are the same with them.
+unsigned FillOf(uint64_t window) {
+    const unsigned zeros = static_cast<unsigned>(std::countl_zero(window));
+    return zeros < kEol.length ? 0 : zeros + 1 - kEol.length;
+}
+
+bool BeginsWith(uint64_t window, uint64_t bits, unsigned length) {
+    return length <= kWindowBits && window >> (64 - length) == bits;
+}
+
+} // namespace
+
 unsigned DecodeBlankPair(CCITTG34* record, uint16_t* rows, unsigned lines) {
     if (record->Format != FORMAT_FAX_G3_2D || record->NextLineTag >= 0)
         return 0;
     const BlankLineCode code(record->Width, FORMAT_FAX_G3_2D);
     BitInput input(record);
     const int64_t start = input.Position();
-    const int64_t end = input.PositionLimit() - code.length - kBlankTwoDimensional.length;
-    if (code.length == 0 || start < 0 || start >= end)
+    if (code.length == 0 || start < 0 || start >= input.PositionLimit())
         return 0;
     uint64_t position = static_cast<uint64_t>(start);
     uint64_t window = WindowAt(record->Buffer, position);
+    unsigned fill = FillOf(window);
     unsigned count = 1;
-    if (window >> (64 - code.length) == code.bits) {
-        position += code.length;
+    if (BeginsWith(window, code.bits, fill + code.length)) {
+        position += fill + code.length;
         window = WindowAt(record->Buffer, position);
+        fill = FillOf(window);
         count = 2;
     }
-    if (window >> (64 - kBlankTwoDimensional.length) != kBlankTwoDimensional.bits || count > lines ||
+    if (!BeginsWith(window, kBlankTwoDimensional.bits, fill + kBlankTwoDimensional.length) || count > lines ||
         (count == 1 && record->ReferenceLine[0] != 0))
         return 0;
-    input.MoveTo(position + kBlankTwoDimensional.length);
+    position += fill + kBlankTwoDimensional.length;
+    if (static_cast<int64_t>(position) >= input.PositionLimit())
+        return 0;
+    input.MoveTo(position);
     input.Store();
     record->NextLineTag = kNextLineOneDimensional;
     RowOutput output{rows, kRowBudget, 0, count};
@@ -210,31 +228,36 @@ uint64_t RepeatedUpTo(const uint8_t* buffer, uint64_t position, uint64_t end, un
 
 uint32_t ReadBlankLines(Line& line, const BlankLineCode& code, uint32_t most) {
     CCITTG34* const record = line.record;
-    const int64_t start = line.input.Position();
-    // The fill behind a code may lead past the data further than a code does.
-    const int64_t limit = std::min(FastEnd(line.input, record), line.input.PositionLimit() - code.length);
-    if (code.length == 0 || start < 0 || start >= limit)
-        return 0;
     const uint8_t* const buffer = record->Buffer;
-    const uint64_t end = static_cast<uint64_t>(limit);
+    const bool alignedRows = record->Format == FORMAT_FAX_G3_1D_NOEOL;
+    const int64_t start = line.input.Position();
+    if (code.length == 0 || start < 0)
+        return 0;
     uint64_t position = static_cast<uint64_t>(start);
+    // EOLs that end on byte boundaries all have the same fill between blank lines.
+    const unsigned length = code.length + (alignedRows ? 0 : FillOf(WindowAt(buffer, position)));
+    // The bits to the next byte may lead past the data further than a code does.
+    const int64_t limit = std::min(FastEnd(line.input, record), line.input.PositionLimit() - length);
+    if (start >= limit)
+        return 0;
+    const uint64_t end = static_cast<uint64_t>(limit);
     uint32_t count = 0;
-    while (count < most && position < end && WindowAt(buffer, position) >> (64 - code.length) == code.bits) {
-        position += code.length;
+    while (count < most && position < end && BeginsWith(WindowAt(buffer, position), code.bits, length)) {
+        position += length;
         ++count;
-        if (count == kLinesToWholeBytes && position < end) {
-            const uint64_t repeated = RepeatedUpTo(buffer, position, end, code.length) - position;
-            const uint32_t more = std::min(static_cast<uint32_t>(repeated) / code.length, most - count);
+        if (count == kLinesToWholeBytes && count < most && position < end) {
+            const uint64_t repeated = RepeatedUpTo(buffer, position, end, length) - position;
+            const uint32_t more = std::min(static_cast<uint32_t>(repeated) / length, most - count);
             count += more;
-            position += uint64_t{more} * code.length;
+            position += uint64_t{more} * length;
         }
     }
     if (count == 0)
         return 0;
-    if (record->Format != FORMAT_FAX_G3_1D_NOEOL &&
-        WindowAt(buffer, position) >> (64 - kEmptyBlackRunBits) == kEmptyBlackRun) [[unlikely]] {
+    if (!alignedRows && WindowAt(buffer, position) >> (64 - kEmptyBlackRunBits) == kEmptyBlackRun)
+        [[unlikely]] {
         // It belongs to the last line, which is the plain decoder's then.
-        position -= code.length;
+        position -= length;
         if (--count == 0)
             return 0;
     }

@@ -21,7 +21,7 @@ inline uint32_t RunWords(uint32_t run) {
     return run <= kRunPiece ? 1 : 1 + (run - 1) / kRunPiece * 2;
 }
 
-// Completes the row that its runs end at end. Returns the words of it.
+// Completes a row whose runs end at end. Returns its words.
 inline uint32_t PutRunCount(uint16_t* row, const uint16_t* end) {
     const uint32_t words = static_cast<uint32_t>(end - row);
     const uint32_t runCount = words - kRowHeaderWords;
@@ -30,14 +30,14 @@ inline uint32_t PutRunCount(uint16_t* row, const uint16_t* end) {
 }
 
 inline constexpr uint32_t kWhiteRowWords = kRowHeaderWords + 1; // where the width is at most kRunPiece
-inline constexpr uint32_t kRowsTogether = 8;                    // such rows fill whole vectors
+inline constexpr uint32_t kFewRows = 16;                        // not worth more than a store a word
 
-// Writes rows of one white run each. Returns where they end.
+// Writes all-white rows. Returns where they end.
 uint16_t* PutManyWhiteRows(uint16_t* row, uint32_t width, uint32_t lines);
 
-// The same; a few rows go out at once. Blank two-dimensional G3 lines come two to a call.
+// The same, a few of them in line: blank two-dimensional G3 lines come two to a call.
 inline uint16_t* PutWhiteRows(uint16_t* row, uint32_t width, uint32_t lines) {
-    if (width > kRunPiece || lines >= kRowsTogether) [[unlikely]]
+    if (width > kRunPiece || lines > kFewRows) [[unlikely]]
         return PutManyWhiteRows(row, width, lines);
     for (uint16_t* const end = row + size_t{lines} * kWhiteRowWords; row != end; row += kWhiteRowWords) {
         row[kRowHeaderWords] = static_cast<uint16_t>(width);
