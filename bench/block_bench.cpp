@@ -10,7 +10,8 @@ namespace bench {
 namespace {
 
 constexpr PageSize kSize{4960, 7016};
-constexpr Layout kLayouts[] = {{0, 8}, {0, 64}, {0, kSize.height}, {256, 256}, {512, 512}};
+constexpr Layout kLayouts[] = {{0, 8},     {0, 64},    {0, kSize.height},
+                               {256, 256}, {512, 512}, {0, kSize.height, true}};
 constexpr PageKind kKinds[] = {PageKind::Text, PageKind::ErrorDiffusion, PageKind::NearlyBlank};
 
 struct Case {
@@ -29,7 +30,14 @@ bool OverrunsPeer(PageKind kind, Coding coding, Layout layout) {
     return layout.blockWidth != 0 && coding != Coding::G4 && kind == PageKind::ErrorDiffusion;
 }
 
+// Blocks are measured in one coding of either group; how EOLs lie, in those that have them.
+bool IsMeasured(Coding coding, Layout layout) {
+    return layout.alignedEols ? coding != Coding::G4 : coding != Coding::G3TwoDimensional;
+}
+
 std::string LayoutName(Layout layout) {
+    if (layout.alignedEols)
+        return "one-strip-aligned-eols";
     if (layout.blockWidth != 0)
         return "tiles-" + std::to_string(layout.blockWidth) + "x" + std::to_string(layout.blockHeight);
     return layout.blockHeight == kSize.height ? "one-strip"
@@ -101,10 +109,10 @@ void RegisterCase(PageKind kind, Coding coding, Layout layout) {
 int main(int argc, char** argv) {
     using namespace bench;
     return RunPairs(argc, argv, [] {
-        for (const Coding coding : {Coding::G4, Coding::G3OneDimensional})
+        for (const Coding coding : kAllCodings)
             for (const Layout layout : kLayouts)
                 for (const PageKind kind : kKinds)
-                    if (!OverrunsPeer(kind, coding, layout))
+                    if (IsMeasured(coding, layout) && !OverrunsPeer(kind, coding, layout))
                         RegisterCase(kind, coding, layout);
     });
 }

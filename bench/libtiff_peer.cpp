@@ -149,7 +149,8 @@ void TiffPeer::Encode(const Page& page, std::vector<Page>& blocks, Coding coding
     } else {
         TIFFSetField(tiff, TIFFTAG_COMPRESSION, COMPRESSION_CCITTFAX3);
         TIFFSetField(tiff, TIFFTAG_GROUP3OPTIONS,
-                     coding == Coding::G3TwoDimensional ? GROUP3OPT_2DENCODING : 0);
+                     (coding == Coding::G3TwoDimensional ? GROUP3OPT_2DENCODING : 0) |
+                         (layout.alignedEols ? GROUP3OPT_FILLBITS : 0));
     }
     bool written = true;
     for (unsigned i = 0; i < blocks.size() && written; ++i) {

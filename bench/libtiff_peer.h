@@ -25,10 +25,12 @@ void ForEachPage(Visit visit) {
                 visit(kind, size, coding);
 }
 
-// How a page is cut: strips of blockHeight rows, or tiles where blockWidth (a multiple of 16) is not 0.
+// How a page is cut: strips of blockHeight rows, or tiles where blockWidth (a multiple of 16) is not 0. And
+// whether EOLs in G3 streams end on byte boundaries, as many a scanner writes them.
 struct Layout {
     unsigned blockWidth = 0;
     unsigned blockHeight = 0;
+    bool alignedEols = false;
 };
 
 // The page's blocks in the container's order: strips as they lie, the last one shorter; tiles all of one
