@@ -60,8 +60,7 @@ template <Form form>
     return end;
 }
 
-constexpr uint32_t kStretchPixels = 256;
-constexpr uint32_t kStretchBytes = kStretchPixels / 8;
+constexpr size_t kStretchBytes = 32;
 
 // Tells stretches of one colour: that of the pixels it was made of.
 template <Form form>
@@ -120,7 +119,7 @@ template <Form form>
         return 0;
     const uint8_t* const last = row + bytes - kStretchBytes;
     const uint8_t* next = NextAligned(row);
-    while (last - next >= ptrdiff_t{3 * kStretchBytes} && stretch.HoldsFour(next))
+    while (last - next >= static_cast<ptrdiff_t>(3 * kStretchBytes) && stretch.HoldsFour(next))
         next += 4 * kStretchBytes;
     while (next <= last && stretch.Holds(next))
         next += kStretchBytes;

@@ -134,8 +134,8 @@ FAXX_FASTER_FORM uint32_t WriteRunsFaster(const uint32_t* list, uint32_t entries
 uint16_t* PutManyWhiteRows(uint16_t* row, uint32_t width, uint32_t lines) {
     constexpr uint32_t kRowsTogether = 8; // of one run each: they fill whole vectors
     if (width <= kRunPiece) {
-        std::array<uint16_t, kRowsTogether * kWhiteRowWords> together;
-        for (uint32_t i = 0; i < together.size(); i += kWhiteRowWords)
+        std::array<uint16_t, size_t{kRowsTogether} * kWhiteRowWords> together{};
+        for (size_t i = 0; i < together.size(); i += kWhiteRowWords)
             PutRunCount(&together[i], PutRun(&together[i] + kRowHeaderWords, width));
         for (; lines >= kRowsTogether; lines -= kRowsTogether) {
             std::memcpy(row, together.data(), sizeof together);
