@@ -95,6 +95,7 @@ void SetLineWords(RowOutput& output) {
     output.lineWords = static_cast<uint32_t>(output.budget) + 1;
 }
 
+// Out of line, so that a call of two blank lines does not set up what it takes.
 [[gnu::noinline]] unsigned DecodeLines(CCITTG34* record, uint16_t* rows, unsigned lines) {
     RowOutput output{rows, kRowBudget, 0, lines};
     SetLineWords(output);
