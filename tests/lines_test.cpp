@@ -183,6 +183,8 @@ TEST(G3Lines, OneDimensional) {
     expectLines(
         {g3("white line", 66, 1728, EOL + WHITE_1728 + EOL, 1, "1728", 0, 29),
          g3("black 0 behind it", 66, 1728, EOL + WHITE_1728 + BLACK_0 + EOL, 1, "1728", 0, 39),
+         g3("white lines, black 0 behind the last", 66, 1728, repeated(EOL + WHITE_1728, 3) + BLACK_0 + EOL,
+            3, "1728|1728|1728", 0, 97),
          g3("no EOL between lines", 66, 10, line1D({2, 3, 5}) + line1D({0, 10}), 2, "2 3 5|0 10"),
          g3("fill before EOLs", 66, 10,
             Bits(37, '0') + EOL + line1D({4, 6}) + Bits(5, '0') + EOL + EOL + line1D({10}), 2, "4 6|10"),
@@ -236,11 +238,12 @@ TEST(G3Lines, StretchesOfBlankLines) {
         {162, 1728, alignedToByte(line1D({1728})), alignedToByte(line1D({100, 1628}))},
     };
     for (const auto& c : cases)
-        for (const unsigned count : {7u, 8u, 9u, 10u, 40u, 700u})
+        for (const unsigned count : {7u, 8u, 9u, 10u, 40u, 701u})
             for (const unsigned asked : {count - 1, count, count + 1, count + 3}) {
                 SCOPED_TRACE(testing::Message() << c.format << ": " << asked << " of " << count);
                 const Bits stream = repeated(c.blank, count) + c.other + repeated(c.blank, 2);
-                CodecRun run(packed(stream + repeated("1", 512)), {.format = c.format, .width = c.width});
+                CodecRun run(packed(stream + repeated("1", 512)),
+                             {.format = c.format, .width = c.width, .smallBuffer = count % 2});
                 Rows rows(count + 3, Row{static_cast<unsigned short>(c.width)});
                 rows[count] = {100, static_cast<unsigned short>(c.width - 100)};
                 rows.resize(asked);
@@ -249,6 +252,30 @@ TEST(G3Lines, StretchesOfBlankLines) {
                 EXPECT_EQ(run.bitPosition(),
                           (asked - pastOther) * c.blank.size() + pastOther * c.other.size());
             }
+}
+
+// The line at which repeated bytes would be looked for is the last of the data.
+TEST(G3Lines, EightBlankLinesAndNoMore) {
+    resetTestKernel();
+    CodecRun run(packed(repeated(EOL + WHITE_1728, 8)), {.format = 66, .width = 1728});
+    EXPECT_EQ(run.decode(8), Rows(8, Row{1728}));
+    EXPECT_EQ(run.bitPosition(), 8 * 29u);
+    run.restart(packed(repeated(EOL + WHITE_1728, 8)), {.format = 66, .width = 1728});
+    EXPECT_EQ(run.decode(20), Rows(9, Row{1728}));
+    EXPECT_EQ(run.record.DecodeStatus, DECODE_STATUS_NO_DATA);
+}
+
+// Pairs of a blank one-dimensional and a blank two-dimensional line, over many fills of the small buffer.
+TEST(G3Lines, PairsOfBlankLines) {
+    resetTestKernel();
+    const Bits pair = EOL + "1" + line1D({2480}) + EOL + "0" + V0;
+    for (const Bits& fill : {Bits(), Bits("000"), Bits("0000000")}) {
+        CodecRun run(packed(repeated(fill + pair, 1000) + repeated("1", 512)),
+                     {.format = 67, .width = 2480, .smallBuffer = 1});
+        for (unsigned call = 0; call < 1000; ++call)
+            ASSERT_EQ(run.decode(9), rowsFromText("2480|2480")) << "call " << call;
+        EXPECT_EQ(run.bitPosition(), 1000 * (fill + pair).size());
+    }
 }
 
 // A call that ends with a two-dimensional line leaves no trace of the tags it met.

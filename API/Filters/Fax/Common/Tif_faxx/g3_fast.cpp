@@ -171,7 +171,7 @@ unsigned DecodeBlankPair(CCITTG34* record, uint16_t* rows, unsigned lines) {
     const BlankLineCode code(record->Width, FORMAT_FAX_G3_2D);
     BitInput input(record);
     const int64_t start = input.Position();
-    if (code.length == 0 || start < 0 || start >= input.PositionLimit())
+    if (code.length == 0 || start < 0)
         return 0;
     uint64_t position = static_cast<uint64_t>(start);
     uint64_t window = WindowAt(record->Buffer, position);
