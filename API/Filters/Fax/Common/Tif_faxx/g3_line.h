@@ -65,8 +65,8 @@ struct BlankLineCode {
     BlankLineCode(uint32_t lineWidth, uint32_t format);
 };
 
-// At the start of a line with no tag pending: consumes the lines of this code that the next bits hold, all with
-// the same fill in front, most in all. Returns how many.
+// At the start of a line with no tag pending: consumes the lines of this code that the next bits hold, all
+// with the same fill in front, most in all. Returns how many.
 uint32_t ReadBlankLines(Line& line, const BlankLineCode& code, uint32_t most);
 
 // At the start of a call, in the format that has lines of both kinds: decodes the two-dimensional blank line
