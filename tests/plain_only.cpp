@@ -8,7 +8,9 @@ bool ReadFast(Line&, Edge) {
     return false;
 }
 
-BlankLineCode::BlankLineCode(const CCITTG34* record) : width(record->Width) {}
+BlankLineCode BlankLineOf(const CCITTG34* record) {
+    return {.width = record->Width};
+}
 
 uint32_t ReadBlankLines(Line&, const BlankLineCode&, uint32_t) {
     return 0;

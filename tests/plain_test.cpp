@@ -199,6 +199,8 @@ TEST(PlainDecoders, AgreeWhereAStretchOfBlankLinesBreaks) {
     } kStretches[] = {
         {FORMAT_FAX_G3_1D, 1728, EOL + line1D({1728})},
         {FORMAT_FAX_G3_1D, 4960, EOL + line1D({4960})},
+        {FORMAT_FAX_G3_1D, 0, EOL + line1D({0})},
+        {FORMAT_FAX_G3_2D, 0, EOL + "1" + line1D({0}) + EOL + "0" + V0},
         {FORMAT_FAX_G3_1D_NOEOL, 76, alignedToByte(line1D({76}))},
         {FORMAT_FAX_G3_1D, 1728, "000" + EOL + line1D({1728})},
         {FORMAT_FAX_G3_2D, 1728, EOL + "1" + line1D({1728})},

@@ -138,7 +138,8 @@ void FillBlack(unsigned char* packed, size_t first, size_t last) {
 }
 
 bool HasBmiAndAvx2() {
-    static const bool has = __builtin_cpu_supports("avx2") && __builtin_cpu_supports("bmi2");
+    static const bool has =
+        __builtin_cpu_supports("avx2") && __builtin_cpu_supports("bmi") && __builtin_cpu_supports("bmi2");
     return has;
 }
 

@@ -100,7 +100,7 @@ void SetLineWords(RowOutput& output) {
     RowOutput output{rows, kRowBudget, 0, lines};
     SetLineWords(output);
     Line line(record);
-    BlankLineCode blankLine(record);
+    BlankLineCode blankLine = BlankLineOf(record);
     uint32_t referenceEntries = kEntriesUnknown;
     for (;;) {
         uint32_t blank = 0;
@@ -123,7 +123,7 @@ void SetLineWords(RowOutput& output) {
             if (read == LineRead::Complete && line.remaining != 0)
                 AcceptCodedWidth(line);
             if (record->Width != blankLine.width) [[unlikely]]
-                blankLine = BlankLineCode(record);
+                blankLine = BlankLineOf(record);
 
             FinishLine(record, output, line.written);
             referenceEntries = line.written;

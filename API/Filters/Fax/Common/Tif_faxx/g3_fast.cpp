@@ -125,16 +125,14 @@ constexpr auto kWhiteRuns = [] {
     return table;
 }();
 
-} // namespace
-
-[[gnu::always_inline]] inline BlankLineCode::BlankLineCode(uint32_t lineWidth, uint32_t format)
-    : width(lineWidth) {
+[[gnu::always_inline]] inline BlankLineCode BlankLineOf(uint32_t width, uint32_t format) {
+    BlankLineCode code{.width = width};
     constexpr CodeWord kLongest = UnpackCode(kLongestRunCode);
     if (width >= kWindowBits / kLongest.length * kLongestCodeRun)
-        return; // make-up codes alone would fill a window
-    const auto append = [&](CodeWord code) {
-        bits = bits << code.length | code.bits;
-        length += code.length;
+        return code; // make-up codes alone would fill a window
+    const auto append = [&](CodeWord word) {
+        code.bits = code.bits << word.length | word.bits;
+        code.length += word.length;
     };
     const bool alignedRows = format == FORMAT_FAX_G3_1D_NOEOL;
     if (!alignedRows)
@@ -144,14 +142,11 @@ constexpr auto kWhiteRuns = [] {
         [[unlikely]] append(kLongest);
     append(kWhiteRuns[run]);
     if (alignedRows)
-        append({0, (0 - length) % 8});
-    if (length > kWindowBits)
-        length = 0;
+        append({0, (0 - code.length) % 8});
+    if (code.length > kWindowBits)
+        code.length = 0;
+    return code;
 }
-
-BlankLineCode::BlankLineCode(const CCITTG34* record) : BlankLineCode(record->Width, record->Format) {}
-
-namespace {
 
 // The zero bits in front of an EOL that a window begins with. As numbers, codes are the same with them.
 unsigned FillOf(uint64_t window) {
@@ -165,10 +160,14 @@ bool BeginsWith(uint64_t window, uint64_t bits, unsigned length) {
 
 } // namespace
 
+BlankLineCode BlankLineOf(const CCITTG34* record) {
+    return BlankLineOf(record->Width, record->Format);
+}
+
 unsigned DecodeBlankPair(CCITTG34* record, uint16_t* rows, unsigned lines) {
     if (record->Format != FORMAT_FAX_G3_2D || record->NextLineTag >= 0)
         return 0;
-    const BlankLineCode code(record->Width, FORMAT_FAX_G3_2D);
+    const BlankLineCode code = BlankLineOf(record->Width, FORMAT_FAX_G3_2D);
     BitInput input(record);
     const int64_t start = input.Position();
     if (code.length == 0 || start < 0)

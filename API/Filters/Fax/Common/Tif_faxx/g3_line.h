@@ -59,11 +59,10 @@ bool ReadFastFaster(Line& line, Edge edge);
 struct BlankLineCode {
     uint64_t bits = 0;
     unsigned length = 0;
-    uint32_t width;
-
-    explicit BlankLineCode(const CCITTG34* record);
-    BlankLineCode(uint32_t lineWidth, uint32_t format);
+    uint32_t width = 0;
 };
+
+BlankLineCode BlankLineOf(const CCITTG34* record);
 
 // At the start of a line with no tag pending: consumes the lines of this code that the next bits hold, all
 // with the same fill in front, most in all. Returns how many.
