@@ -2,8 +2,8 @@
 
 #include "API/Filters/Fax/Common/Tif_faxx.h"
 #include "host/kernel.h"
+#include "host/standin/rows.h"
 
-#include <cstring>
 #include <stdexcept>
 #include <utility>
 
@@ -23,7 +23,9 @@ extern "C" int StartSave(_BITMAPHANDLE* bitmap, _BITMAPHANDLE** saveBitmap, int,
                          unsigned char** rowBuffer, int, void* userData, void*, _SAVEFILESTRUCT** saveFile) {
     Save& save = *static_cast<Save*>(userData);
     *saveBitmap = bitmap;
-    *rowBuffer = save.row.data();
+    *rowBuffer = static_cast<unsigned char*>(K_LocalAlloc(save.page.RowBytes(), 1, __LINE__, "row buffer"));
+    if (*rowBuffer == nullptr)
+        return ERROR_NO_MEMORY;
     *saveFile = &save.saveFile;
     return SUCCESS;
 }
@@ -31,11 +33,13 @@ extern "C" int StartSave(_BITMAPHANDLE* bitmap, _BITMAPHANDLE** saveBitmap, int,
 extern "C" int GetRow(_BITMAPHANDLE*, _BITMAPHANDLE*, unsigned char* rowBuffer, unsigned row, int, unsigned,
                       void* userData, void*, _SAVEFILESTRUCT*) {
     Save& save = *static_cast<Save*>(userData);
-    std::memcpy(rowBuffer, save.page.Row(row), save.page.RowBytes());
+    standin::CopyRow(rowBuffer, save.page.Row(row), save.page.RowBytes());
     return SUCCESS;
 }
 
-extern "C" int EndSave(_BITMAPHANDLE*, _BITMAPHANDLE**, unsigned*, unsigned char**, _SAVEFILESTRUCT**) {
+extern "C" int EndSave(_BITMAPHANDLE*, _BITMAPHANDLE**, unsigned*, unsigned char** rowBuffer,
+                       _SAVEFILESTRUCT**) {
+    K_LocalFree(*rowBuffer, __LINE__, "row buffer");
     return SUCCESS;
 }
 
@@ -64,7 +68,6 @@ Save::Save(Page source, int formatNumber) : page(std::move(source)), format(form
     bitmap.Height = static_cast<int>(page.height);
     bitmap.BytesPerLine = page.RowBytes();
     bitmap.YResolution = 204;
-    row.resize(page.RowBytes());
     saveFile.NoInvert = 1;
     stream.resize(page.rows.size() * 4);
 }

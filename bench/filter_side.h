@@ -20,7 +20,6 @@ struct Save {
     Page page;
     int format;
     _BITMAPHANDLE bitmap{};
-    std::vector<uint8_t> row;
     _SAVEFILESTRUCT saveFile{};
     std::vector<uint8_t> stream; // larger than any code of the page
     unsigned streamSize = 0;     // bytes of it that the last save wrote

@@ -1,8 +1,11 @@
-// Rows of every density, too long and too short ones among them, expanded as pixel by pixel.
+// Rows of every density, too long and too short ones among them, expanded as pixel by pixel; packed rows
+// copied.
 #include "host/kernel.h"
+#include "host/standin/rows.h"
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstring>
 #include <random>
 #include <vector>
@@ -43,6 +46,20 @@ TEST(ExpandRows, EveryDensityAndLength) {
                 }
             }
         }
+    }
+}
+
+TEST(CopyRow, EveryLengthAndPlace) {
+    std::vector<uint8_t> source(400);
+    for (size_t i = 0; i < source.size(); ++i)
+        source[i] = static_cast<uint8_t>(i * 7 + 1);
+    for (size_t bytes = 0; bytes < 320; ++bytes) {
+        const size_t place = bytes % 37;
+        std::vector<uint8_t> target(place + bytes + 1, 0xAA);
+        std::vector<uint8_t> expected = target;
+        std::copy_n(source.begin() + 5, bytes, expected.begin() + static_cast<ptrdiff_t>(place));
+        standin::CopyRow(target.data() + place, source.data() + 5, bytes);
+        ASSERT_EQ(target, expected) << bytes << " bytes";
     }
 }
 

@@ -59,8 +59,9 @@ constexpr bool KEEPS_BLOCKS = true;
 #endif
 constexpr size_t SMALLEST_KEPT = 64 << 10;
 constexpr size_t LARGEST_KEPT = 2 << 20;
+constexpr size_t CACHE_LINE = 64; // what is not zeroed begins with one
 constexpr size_t SHIFTS = 7;
-constexpr size_t SHIFT = 576; // nine cache lines
+constexpr size_t SHIFT = 9 * CACHE_LINE;
 
 Shard& ShardOf(const BlockHeader* block) {
     const auto address = reinterpret_cast<uintptr_t>(block);
@@ -139,16 +140,17 @@ void Keep(BlockHeader* block) {
 } // namespace
 
 void* AllocateTracked(size_t bytes, bool zeroed, int line, const char* path) {
-    if (bytes > SIZE_MAX - sizeof(BlockHeader)) {
+    if (bytes > SIZE_MAX - CACHE_LINE) {
         errno = ENOMEM;
         return nullptr;
     }
     BlockHeader* block = zeroed ? nullptr : TakeKept(bytes);
     const bool fresh = block == nullptr;
     if (fresh) {
-        const size_t shift = IsKept(bytes) ? NextShift() : 0;
+        const size_t shift =
+            zeroed ? 0 : CACHE_LINE - sizeof(BlockHeader) + (IsKept(bytes) ? NextShift() : 0);
         const size_t whole = bytes + sizeof(BlockHeader) + shift;
-        void* memory = zeroed ? std::calloc(1, whole) : std::malloc(whole);
+        void* memory = zeroed ? std::calloc(1, whole) : std::aligned_alloc(CACHE_LINE, whole);
         if (memory == nullptr)
             return nullptr;
         block = new (static_cast<char*>(memory) + shift) BlockHeader;

@@ -9,6 +9,8 @@
 #include "host/kernel.h"
 #include "host/standin/dense_runs.h"
 
+#include <immintrin.h>
+
 #include <algorithm>
 #include <array>
 #include <bit>
@@ -118,7 +120,55 @@ __attribute__((target("bmi,bmi2"))) void AddRunsFaster(const unsigned short* run
     AddRuns(run, end, packed, width, x, pixels);
 }
 
+void CopyAnywhere(unsigned char* target, const unsigned char* source, size_t bytes) {
+    std::memcpy(target, source, bytes);
+}
+
+__attribute__((target("avx2"))) void CopyFaster(unsigned char* target, const unsigned char* source,
+                                                size_t bytes) {
+    const auto* from = reinterpret_cast<const __m256i*>(source);
+    auto* to = reinterpret_cast<__m256i*>(target);
+    for (; bytes >= 4 * sizeof *to; bytes -= 4 * sizeof *to) {
+        const __m256i first = _mm256_loadu_si256(from++);
+        const __m256i second = _mm256_loadu_si256(from++);
+        const __m256i third = _mm256_loadu_si256(from++);
+        const __m256i fourth = _mm256_loadu_si256(from++);
+        _mm256_storeu_si256(to++, first);
+        _mm256_storeu_si256(to++, second);
+        _mm256_storeu_si256(to++, third);
+        _mm256_storeu_si256(to++, fourth);
+    }
+    if ((bytes & 2 * sizeof *to) != 0) {
+        const __m256i first = _mm256_loadu_si256(from++);
+        const __m256i second = _mm256_loadu_si256(from++);
+        _mm256_storeu_si256(to++, first);
+        _mm256_storeu_si256(to++, second);
+    }
+    if ((bytes & sizeof *to) != 0)
+        _mm256_storeu_si256(to++, _mm256_loadu_si256(from++));
+    source = reinterpret_cast<const unsigned char*>(from);
+    target = reinterpret_cast<unsigned char*>(to);
+    const auto copyPiece = [&]<size_t size>() __attribute__((always_inline)) {
+        if ((bytes & size) == 0)
+            return;
+        std::memcpy(target, source, size);
+        target += size;
+        source += size;
+    };
+    copyPiece.template operator()<16>();
+    copyPiece.template operator()<8>();
+    copyPiece.template operator()<4>();
+    copyPiece.template operator()<2>();
+    copyPiece.template operator()<1>();
+}
+
+const auto copyRow = HasBmiAndAvx2() ? CopyFaster : CopyAnywhere;
+
 } // namespace
+
+void CopyRow(unsigned char* target, const unsigned char* source, size_t bytes) {
+    copyRow(target, source, bytes);
+}
 
 const unsigned short* ExpandRow(const unsigned short* row, unsigned char* packed, size_t width) {
     const unsigned short* const runs = row + ROW_HEADER_WORDS;

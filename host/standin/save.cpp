@@ -4,9 +4,8 @@
 // way round and asks, by a NoInvert of 0, for the saver's inversion; a converted copy has the normal
 // palette and needs none.
 #include "host/kernel.h"
+#include "host/standin/rows.h"
 #include "host/standin/standin.h"
-
-#include <cstring>
 
 namespace standin {
 
@@ -67,7 +66,7 @@ extern "C" int GetSaveRow(_BITMAPHANDLE* /*bitmap*/, _BITMAPHANDLE* saveBitmap, 
     if (call.How.Progress && !call.How.Progress(done, saveBitmap->Height))
         return STATUS_STOPPED;
     ++call.RowsFetched;
-    std::memcpy(rowBuffer, BitmapRow(*saveBitmap, row), saveBitmap->BytesPerLine);
+    CopyRow(rowBuffer, BitmapRow(*saveBitmap, row), saveBitmap->BytesPerLine);
     return SUCCESS;
 }
 

@@ -34,7 +34,7 @@ void PutTrailer(BitOutput& output, const CCITTG34* record) {
     case FORMAT_FAX_G3_2D:
         if (record->Flags & FAX_ALIGN_EOL) {
             for (int i = 0; i < 2; ++i)
-                output.PutEol((output.BitsFree() + 4) % 8);
+                output.PutAlignedEol();
             return;
         }
         output.PutFill((output.BitsFree() + 8) % 16);

@@ -41,6 +41,18 @@ inline void FlushIfFull(CCITTG34* record) {
     }
 }
 
+// Appends a bit between lines.
+inline void PutBit(CCITTG34* record, uint32_t bit) {
+    const uint32_t last = record->BitAccumulator >> 15 | bit;
+    record->BitAccumulator = last << 16;
+    if (--record->BitCount == 0) {
+        const uint16_t word = __builtin_bswap16(static_cast<uint16_t>(last));
+        std::memcpy(record->Buffer + record->BufferCount, &word, sizeof word);
+        record->BufferCount += static_cast<uint32_t>(sizeof word);
+        record->BitCount = 16;
+    }
+}
+
 // The bit state of an encoding record, held in locals while a line is coded.
 class BitOutput {
 public:
@@ -69,8 +81,10 @@ public:
     // Appends 0 to 15 zero bits.
     void PutFill(unsigned count) { Put(0, count); }
 
-    // Appends an EOL behind so many zero bits, up to 15.
-    void PutEol(unsigned fill = 0) { Put(kEol.bits, fill + kEol.length); }
+    void PutEol() { Put(kEol); }
+
+    // Appends an EOL that ends on a byte boundary, behind up to 7 zero bits.
+    void PutAlignedEol() { Put(kEol.bits, (BitsFree() + 4) % 8 + kEol.length); }
 
     // Bits that the 16-bit word in progress still takes, 1 to 16.
     unsigned BitsFree() const { return 16 - pending_ % 16; }

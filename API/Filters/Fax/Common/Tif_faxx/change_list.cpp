@@ -20,10 +20,15 @@ namespace {
 
 constexpr uint32_t kWordPixels = 64;
 
-uint64_t LoadPixels(const uint8_t* row) {
-    uint64_t word;
+template <typename Word>
+Word Load(const uint8_t* row) {
+    Word word;
     std::memcpy(&word, row, sizeof word);
-    return __builtin_bswap64(word);
+    return word;
+}
+
+uint64_t LoadPixels(const uint8_t* row) {
+    return __builtin_bswap64(Load<uint64_t>(row));
 }
 
 // The last pixels of a row of this width, 1 to 63 of them, and others behind them.
@@ -109,6 +114,12 @@ const uint8_t* NextAligned(const uint8_t* row) {
     return row + (kStretchBytes - reinterpret_cast<uintptr_t>(row) % kStretchBytes);
 }
 
+// Closes the list at entry. Returns how many there are in front of it.
+uint32_t Close(CCITTG34* record, uint32_t* entry) {
+    std::fill_n(entry, kClosingZeros, 0);
+    return static_cast<uint32_t>(entry - record->CodingLine);
+}
+
 // How many bytes from row on are known to be of the colour that its first word is of, a whole stretch or
 // more, or none. From the first stretch on they are read at aligned addresses: rows come freshly copied, and
 // a load that straddles two stores waits for both to reach the cache.
@@ -128,8 +139,86 @@ template <Form form>
     return static_cast<size_t>(next - row);
 }
 
+// Gathers the black pixels of a row's bytes, a stretch at a time.
 template <Form form>
-[[gnu::always_inline]] inline void List(CCITTG34* record, const uint8_t* row) {
+struct Gathered {
+    __m128i pixels = _mm_setzero_si128();
+
+    void Add(const uint8_t* row) {
+        const __m128i* const vectors = reinterpret_cast<const __m128i*>(row);
+        pixels = _mm_or_si128(pixels, _mm_or_si128(_mm_loadu_si128(vectors), _mm_loadu_si128(vectors + 1)));
+    }
+
+    void AddHalf(const uint8_t* row) {
+        pixels = _mm_or_si128(pixels, _mm_loadu_si128(reinterpret_cast<const __m128i*>(row)));
+    }
+
+    bool None() const { return _mm_movemask_epi8(_mm_cmpeq_epi8(pixels, _mm_setzero_si128())) == 0xFFFF; }
+};
+
+template <>
+struct Gathered<Form::Faster> {
+    __m256i pixels;
+
+    FAXX_FASTER_FORM Gathered() : pixels(_mm256_setzero_si256()) {}
+
+    FAXX_FASTER_FORM void Add(const uint8_t* row) {
+        pixels = _mm256_or_si256(pixels, _mm256_loadu_si256(reinterpret_cast<const __m256i*>(row)));
+    }
+
+    FAXX_FASTER_FORM void AddHalf(const uint8_t* row) {
+        pixels = _mm256_or_si256(
+            pixels, _mm256_zextsi128_si256(_mm_loadu_si128(reinterpret_cast<const __m128i*>(row))));
+    }
+
+    FAXX_FASTER_FORM bool None() const { return _mm256_testz_si256(pixels, pixels) != 0; }
+};
+
+// Whether a row is white, as most rows of most pages are. Told of rows of a stretch or more. They are read at
+// aligned addresses as in SkipStretches; what is left behind the last of them goes by ever smaller pieces.
+template <Form form>
+[[gnu::always_inline]] inline bool IsWhite(const uint8_t* row, uint32_t width) {
+    if (width < 8 * kStretchBytes)
+        return false;
+    const uint8_t* const end = row + width / 8;
+    Gathered<form> black;
+    black.Add(row);
+    const uint8_t* next = NextAligned(row);
+    for (; end - next >= static_cast<ptrdiff_t>(4 * kStretchBytes); next += 4 * kStretchBytes) {
+        black.Add(next);
+        black.Add(next + kStretchBytes);
+        black.Add(next + 2 * kStretchBytes);
+        black.Add(next + 3 * kStretchBytes);
+    }
+    for (; end - next >= static_cast<ptrdiff_t>(kStretchBytes); next += kStretchBytes)
+        black.Add(next);
+    uint64_t rest = 0;
+    const size_t left = static_cast<size_t>(end - next);
+    if ((left & 16) != 0) {
+        black.AddHalf(next);
+        next += 16;
+    }
+    if ((left & 8) != 0) {
+        rest |= Load<uint64_t>(next);
+        next += 8;
+    }
+    if ((left & 4) != 0) {
+        rest |= Load<uint32_t>(next);
+        next += 4;
+    }
+    if ((left & 2) != 0) {
+        rest |= Load<uint16_t>(next);
+        next += 2;
+    }
+    if ((left & 1) != 0)
+        rest |= *next;
+    if (width % 8 != 0)
+        rest |= static_cast<unsigned>(*end) >> (8 - width % 8);
+    return rest == 0 && black.None();
+}
+
+template <Form form>
+[[gnu::always_inline]] inline uint32_t List(CCITTG34* record, const uint8_t* row) {
     uint32_t* entry = record->CodingLine;
     uint32_t remaining = record->Width;
     uint64_t before = 0; // the pixel before the word, in bit 63
@@ -152,17 +241,28 @@ template <Form form>
         const uint64_t inside = ~uint64_t{0} << (kWordPixels - remaining);
         entry = AppendChanges<form>(entry, (pixels ^ (pixels >> 1 | before)) & inside, remaining);
     }
-    std::fill_n(entry, kClosingZeros, 0);
+    return Close(record, entry);
+}
+
+// Out of line, so that white rows do not set up what it takes.
+[[gnu::noinline]] uint32_t ListAnywhere(CCITTG34* record, const uint8_t* row) {
+    return List<Form::Anywhere>(record, row);
+}
+
+[[gnu::noinline]] FAXX_FASTER_FORM uint32_t ListFaster(CCITTG34* record, const uint8_t* row) {
+    return List<Form::Faster>(record, row);
 }
 
 } // namespace
 
-void ListChangesAnywhere(CCITTG34* record, const uint8_t* row) {
-    List<Form::Anywhere>(record, row);
+uint32_t ListChangesAnywhere(CCITTG34* record, const uint8_t* row) {
+    return IsWhite<Form::Anywhere>(row, record->Width) ? Close(record, record->CodingLine)
+                                                       : ListAnywhere(record, row);
 }
 
-FAXX_FASTER_FORM void ListChangesFaster(CCITTG34* record, const uint8_t* row) {
-    List<Form::Faster>(record, row);
+FAXX_FASTER_FORM uint32_t ListChangesFaster(CCITTG34* record, const uint8_t* row) {
+    return IsWhite<Form::Faster>(row, record->Width) ? Close(record, record->CodingLine)
+                                                     : ListFaster(record, row);
 }
 
 } // namespace faxx

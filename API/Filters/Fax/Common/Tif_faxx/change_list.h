@@ -6,9 +6,9 @@
 namespace faxx {
 
 // Lists the changing elements of a packed row of record->Width pixels (1 = black) in CodingLine, closed by
-// three zeros. Reads the row's (Width + 7) / 8 bytes and ignores the bits beyond Width.
-// Two forms (instructions.h).
-void ListChangesAnywhere(CCITTG34* record, const uint8_t* row);
-void ListChangesFaster(CCITTG34* record, const uint8_t* row);
+// three zeros, and returns how many they are. Reads the row's (Width + 7) / 8 bytes and ignores the bits
+// beyond Width. Two forms (instructions.h).
+uint32_t ListChangesAnywhere(CCITTG34* record, const uint8_t* row);
+uint32_t ListChangesFaster(CCITTG34* record, const uint8_t* row);
 
 } // namespace faxx

@@ -73,6 +73,8 @@ inline constexpr std::array<uint32_t, 8> VerticalCodes = {
     PackCode("011"),     PackCode("000011"), PackCode("0000011"), 0,
 };
 
+inline constexpr size_t kV0 = 3;
+
 inline constexpr auto kVerticalWords = [] {
     std::array<CodeWord, 7> words{};
     for (size_t i = 0; i < words.size(); ++i)
@@ -84,8 +86,8 @@ inline constexpr uint32_t kLongestRunCode = PackCode(RunCode(Colour::White, kLon
 inline constexpr uint32_t kPassCode = PackCode("0001");
 inline constexpr uint32_t kHorizontalCode = PackCode("001");
 inline constexpr uint32_t kEolCode = PackCode(kEol);
-inline constexpr uint32_t kTagOneDimensional = PackCode("1");
-inline constexpr uint32_t kTagTwoDimensional = PackCode("0");
+inline constexpr uint32_t kTagOneDimensional = 1;
+inline constexpr uint32_t kTagTwoDimensional = 0;
 
 static_assert(WhiteTermCodes[0] == 0x00083500 && WhiteTermCodes[1] == 0x00061C00);
 static_assert(BlackTermCodes[0] == 0x000A0DC0 && BlackTermCodes[2] == 0x0002C000);

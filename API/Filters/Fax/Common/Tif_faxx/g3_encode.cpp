@@ -8,12 +8,6 @@
 namespace faxx {
 namespace {
 
-void PutTag(CCITTG34* record, uint32_t tag) {
-    BitOutput output(record);
-    output.PutBits(tag);
-    output.Store();
-}
-
 // Modified Huffman: white and black runs in turn, the first white, the last reaching the right edge.
 [[gnu::always_inline]] inline void PutRuns(BitOutput& output, const CCITTG34* record) {
     uint32_t position = record->Width;
@@ -32,22 +26,38 @@ void PutTag(CCITTG34* record, uint32_t tag) {
     if (record->Format == FORMAT_FAX_G3_1D_NOEOL) {
         output.PutFill(output.BitsFree() % 8);
     } else {
-        output.PutEol((output.BitsFree() + 4) % 8);
+        output.PutAlignedEol();
     }
 }
 
-[[gnu::always_inline]] inline void Encode(CCITTG34* record) {
-    BitOutput output(record);
-    PutRuns(output, record);
+[[gnu::always_inline]] inline void EndRow(BitOutput& output, CCITTG34* record) {
     PutLineEnd(output, record);
     output.Store();
+    std::swap(record->ReferenceLine, record->CodingLine);
+}
+
+// Codes the row whose list is there. Out of line, so that blank lines do not set up what that takes.
+[[gnu::noinline]] void EncodeListedAnywhere(CCITTG34* record) {
+    BitOutput output(record);
+    PutRuns(output, record);
+    EndRow(output, record);
+}
+
+[[gnu::noinline]] FAXX_FASTER_FORM void EncodeListedFaster(CCITTG34* record) {
+    BitOutput output(record);
+    PutRuns(output, record);
+    EndRow(output, record);
+}
+
+[[gnu::always_inline]] inline void EncodeBlank(CCITTG34* record) {
+    BitOutput output(record);
+    PutRun<Colour::White>(output, record->Width);
+    EndRow(output, record);
 }
 
 void EncodeOneDimensional(CCITTG34* record, const uint8_t* row) {
     static const auto kEncodeRuns = ChooseForm(EncodeRunsAnywhere, EncodeRunsFaster);
-    FlushIfFull(record);
     kEncodeRuns(record, row);
-    std::swap(record->ReferenceLine, record->CodingLine);
 }
 
 // Counts the line, and tells whether it leans on the one above it: all but the first of every KFactor lines
@@ -59,16 +69,33 @@ bool NextLineIsTwoDimensional(CCITTG34* record) {
     return coded != 0;
 }
 
+void EncodeTagged(CCITTG34* record, const uint8_t* row) {
+    if (!NextLineIsTwoDimensional(record)) {
+        PutBit(record, kTagOneDimensional);
+        EncodeOneDimensional(record, row);
+        return;
+    }
+    PutBit(record, kTagTwoDimensional);
+    EncodeTwoDimensional(record, row,
+                         record->Format == FORMAT_FAX_G3_2D_ALL2D ? LineEnd::None : LineEnd::Eol);
+}
+
 } // namespace
 
 void EncodeRunsAnywhere(CCITTG34* record, const uint8_t* row) {
-    ListChangesAnywhere(record, row);
-    Encode(record);
+    FlushIfFull(record);
+    if (ListChangesAnywhere(record, row) == 0)
+        EncodeBlank(record);
+    else
+        EncodeListedAnywhere(record);
 }
 
 FAXX_FASTER_FORM void EncodeRunsFaster(CCITTG34* record, const uint8_t* row) {
-    ListChangesFaster(record, row);
-    Encode(record);
+    FlushIfFull(record);
+    if (ListChangesFaster(record, row) == 0)
+        EncodeBlank(record);
+    else
+        EncodeListedFaster(record);
 }
 
 } // namespace faxx
@@ -76,17 +103,8 @@ FAXX_FASTER_FORM void EncodeRunsFaster(CCITTG34* record, const uint8_t* row) {
 void EncodeG3(CCITTG34* record, unsigned char* row) {
     using namespace faxx;
     const bool tagged = record->Format == FORMAT_FAX_G3_2D || record->Format == FORMAT_FAX_G3_2D_ALL2D;
-    if (!tagged || !NextLineIsTwoDimensional(record)) {
-        if (tagged)
-            PutTag(record, kTagOneDimensional);
+    if (tagged)
+        EncodeTagged(record, row);
+    else
         EncodeOneDimensional(record, row);
-        return;
-    }
-    PutTag(record, kTagTwoDimensional);
-    EncodeG4(record, row);
-    if (record->Format != FORMAT_FAX_G3_2D_ALL2D) {
-        BitOutput output(record);
-        PutLineEnd(output, record);
-        output.Store();
-    }
 }

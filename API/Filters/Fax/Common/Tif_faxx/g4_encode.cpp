@@ -13,8 +13,8 @@ namespace {
 
 constexpr CodeWord kHorizontal = UnpackCode(kHorizontalCode);
 
-[[gnu::always_inline]] inline void Encode(CCITTG34* record) {
-    BitOutput output(record);
+// Puts the codes of the coding line.
+[[gnu::always_inline]] inline void PutModes(BitOutput& output, const CCITTG34* record) {
     const uint32_t* const reference = record->ReferenceLine;
     const uint32_t* a1 = record->CodingLine; // a2 is the entry after it
     const uint32_t* b1 = reference;          // b2 is the entry after it
@@ -50,27 +50,60 @@ constexpr CodeWord kHorizontal = UnpackCode(kHorizontalCode);
             seekB1();
         }
     }
+}
+
+[[gnu::always_inline]] inline void EndRow(BitOutput& output, CCITTG34* record, LineEnd end) {
+    if (end == LineEnd::Eol)
+        output.PutAlignedEol();
     output.Store();
+    std::swap(record->ReferenceLine, record->CodingLine);
+}
+
+// Codes the row whose list is there. Out of line, so that blank lines do not set up what that takes.
+[[gnu::noinline]] void EncodeListedAnywhere(CCITTG34* record, LineEnd end) {
+    BitOutput output(record);
+    PutModes(output, record);
+    EndRow(output, record, end);
+}
+
+[[gnu::noinline]] FAXX_FASTER_FORM void EncodeListedFaster(CCITTG34* record, LineEnd end) {
+    BitOutput output(record);
+    PutModes(output, record);
+    EndRow(output, record, end);
+}
+
+// A blank line below a blank one.
+[[gnu::always_inline]] inline void EncodeBlank(CCITTG34* record, LineEnd end) {
+    BitOutput output(record);
+    output.Put(kVerticalWords[kV0]);
+    EndRow(output, record, end);
 }
 
 } // namespace
 
-void EncodeModesAnywhere(CCITTG34* record, const uint8_t* row) {
-    ListChangesAnywhere(record, row);
-    Encode(record);
+void EncodeModesAnywhere(CCITTG34* record, const uint8_t* row, LineEnd end) {
+    FlushIfFull(record);
+    if ((ListChangesAnywhere(record, row) | record->ReferenceLine[0]) == 0)
+        EncodeBlank(record, end);
+    else
+        EncodeListedAnywhere(record, end);
 }
 
-FAXX_FASTER_FORM void EncodeModesFaster(CCITTG34* record, const uint8_t* row) {
-    ListChangesFaster(record, row);
-    Encode(record);
+FAXX_FASTER_FORM void EncodeModesFaster(CCITTG34* record, const uint8_t* row, LineEnd end) {
+    FlushIfFull(record);
+    if ((ListChangesFaster(record, row) | record->ReferenceLine[0]) == 0)
+        EncodeBlank(record, end);
+    else
+        EncodeListedFaster(record, end);
+}
+
+void EncodeTwoDimensional(CCITTG34* record, const uint8_t* row, LineEnd end) {
+    static const auto kEncodeModes = ChooseForm(EncodeModesAnywhere, EncodeModesFaster);
+    kEncodeModes(record, row, end);
 }
 
 } // namespace faxx
 
 void EncodeG4(CCITTG34* record, unsigned char* row) {
-    using namespace faxx;
-    static const auto kEncodeModes = ChooseForm(EncodeModesAnywhere, EncodeModesFaster);
-    FlushIfFull(record);
-    kEncodeModes(record, row);
-    std::swap(record->ReferenceLine, record->CodingLine);
+    faxx::EncodeTwoDimensional(record, row, faxx::LineEnd::None);
 }
