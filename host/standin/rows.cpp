@@ -238,6 +238,39 @@ unsigned short* MirrorRow(const unsigned short* row, unsigned short* mirrored) {
     return out;
 }
 
+namespace {
+
+// White rows come in stretches, a single run each: how many of rowCount rows stand before the first other
+// one.
+unsigned CountWhiteRows(const unsigned short* runs, unsigned rowCount) {
+    unsigned rows = 0;
+    while (rows < rowCount && RunCount(runs) == 1) {
+        runs += ROW_HEADER_WORDS + 1;
+        ++rows;
+    }
+    return rows;
+}
+
+// Out of line, so that batches of white rows do not set up what it takes.
+[[gnu::noinline]] void ExpandMixedRows(const unsigned short* runs, unsigned char* destination, size_t width,
+                                       unsigned rowCount) {
+    const size_t rowBytes = PackedRowBytes(width);
+    while (rowCount != 0) {
+        unsigned rows = CountWhiteRows(runs, rowCount);
+        if (rows != 0) {
+            std::memset(destination, 0, rowBytes * rows);
+            runs += size_t{rows} * (ROW_HEADER_WORDS + 1);
+        } else {
+            runs = ExpandRow(runs, destination, width);
+            rows = 1;
+        }
+        destination += rowBytes * rows;
+        rowCount -= rows;
+    }
+}
+
+} // namespace
+
 } // namespace standin
 
 extern "C" {
@@ -245,22 +278,11 @@ extern "C" {
 int K_ExpandRows(const unsigned short* runs, unsigned char* destination, unsigned width, unsigned rowCount) {
     if (rowCount != 0 && (runs == nullptr || destination == nullptr))
         return ERROR_NULL_PTR;
-    const size_t rowBytes = standin::PackedRowBytes(width);
-    while (rowCount != 0) {
-        // White rows come in stretches, a single run each.
-        unsigned rows = 0;
-        while (rows < rowCount && standin::RunCount(runs) == 1) {
-            runs += standin::ROW_HEADER_WORDS + 1;
-            ++rows;
-        }
-        if (rows != 0) {
-            std::memset(destination, 0, rowBytes * rows);
-        } else {
-            runs = standin::ExpandRow(runs, destination, width);
-            rows = 1;
-        }
-        destination += rowBytes * rows;
-        rowCount -= rows;
+    if (standin::CountWhiteRows(runs, rowCount) == rowCount) {
+        if (rowCount != 0)
+            std::memset(destination, 0, standin::PackedRowBytes(width) * rowCount);
+    } else {
+        standin::ExpandMixedRows(runs, destination, width, rowCount);
     }
     return SUCCESS;
 }

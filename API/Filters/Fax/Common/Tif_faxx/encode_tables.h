@@ -62,6 +62,14 @@ inline constexpr auto kMakeupWords = [] {
     return table;
 }();
 
+// White runs below kLongestCodeRun, the make-up and the terminating code in one.
+inline constexpr auto kWhiteRunWords = [] {
+    std::array<CodeWord, kLongestCodeRun> table{};
+    for (uint32_t run = 0; run < table.size(); ++run)
+        table[run] = Joined(kMakeupWords<Colour::White>[run / 64], kTermWords<Colour::White>[run % 64]);
+    return table;
+}();
+
 inline constexpr const auto& WhiteTermCodes = kTermCodes<Colour::White>;
 inline constexpr const auto& BlackTermCodes = kTermCodes<Colour::Black>;
 inline constexpr const auto& WhiteMakeupCodes = kMakeupCodes<Colour::White>;

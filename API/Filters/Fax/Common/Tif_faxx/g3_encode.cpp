@@ -51,7 +51,10 @@ namespace {
 
 [[gnu::always_inline]] inline void EncodeBlank(CCITTG34* record) {
     BitOutput output(record);
-    PutRun<Colour::White>(output, record->Width);
+    if (record->Width < kLongestCodeRun) [[likely]]
+        output.Put(kWhiteRunWords[record->Width]);
+    else
+        PutRun<Colour::White>(output, record->Width);
     EndRow(output, record);
 }
 

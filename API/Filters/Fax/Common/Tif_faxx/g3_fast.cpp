@@ -117,14 +117,6 @@ bool ReadFast(Line& line, Edge edge) {
 
 namespace {
 
-// The codes of white runs below kLongestCodeRun, make-up and terminating code in one.
-constexpr auto kWhiteRuns = [] {
-    std::array<CodeWord, kLongestCodeRun> table{};
-    for (uint32_t run = 0; run < table.size(); ++run)
-        table[run] = Joined(kMakeupWords<Colour::White>[run / 64], kTermWords<Colour::White>[run % 64]);
-    return table;
-}();
-
 [[gnu::always_inline]] inline BlankLineCode BlankLineOf(uint32_t width, uint32_t format) {
     BlankLineCode code{.width = width};
     constexpr CodeWord kLongest = UnpackCode(kLongestRunCode);
@@ -140,7 +132,7 @@ constexpr auto kWhiteRuns = [] {
     uint32_t run = width;
     for (; run >= kLongestCodeRun; run -= kLongestCodeRun)
         [[unlikely]] append(kLongest);
-    append(kWhiteRuns[run]);
+    append(kWhiteRunWords[run]);
     if (alignedRows)
         append({0, (0 - code.length) % 8});
     if (code.length > kWindowBits)
@@ -150,8 +142,11 @@ constexpr auto kWhiteRuns = [] {
 
 // The zero bits in front of an EOL that a window begins with. As numbers, codes are the same with them.
 unsigned FillOf(uint64_t window) {
-    const unsigned zeros = static_cast<unsigned>(std::countl_zero(window));
-    return zeros < kEol.length ? 0 : zeros + 1 - kEol.length;
+    const unsigned zeros =
+        static_cast<unsigned>(std::countl_zero(window | 1)); // the last bit is not one of kWindowBits
+    if (zeros < kEol.length) [[likely]]
+        return 0;
+    return zeros + 1 - kEol.length;
 }
 
 bool BeginsWith(uint64_t window, uint64_t bits, unsigned length) {
@@ -164,6 +159,34 @@ BlankLineCode BlankLineOf(const CCITTG34* record) {
     return BlankLineOf(record->Width, record->Format);
 }
 
+namespace {
+
+// Moves position behind a code of so many bits and the fill in front of it, if that is what comes.
+[[gnu::always_inline]] inline bool Skip(const uint8_t* buffer, uint64_t& position, uint64_t bits,
+                                        unsigned length) {
+    const uint64_t window = WindowAt(buffer, position);
+    const unsigned whole = FillOf(window) + length;
+    if (!BeginsWith(window, bits, whole))
+        return false;
+    position += whole;
+    return true;
+}
+
+[[gnu::always_inline]] inline unsigned EndBlankPair(CCITTG34* record, uint16_t* rows, BitInput& input,
+                                                    uint64_t position, unsigned count) {
+    if (!Skip(record->Buffer, position, kBlankTwoDimensional.bits, kBlankTwoDimensional.length) ||
+        static_cast<int64_t>(position) >= input.PositionLimit())
+        return 0;
+    input.MoveTo(position);
+    input.Store();
+    record->NextLineTag = kNextLineOneDimensional;
+    RowOutput output{rows, kRowBudget, 0, count};
+    FinishBlankLines(record, output, count);
+    return count;
+}
+
+} // namespace
+
 unsigned DecodeBlankPair(CCITTG34* record, uint16_t* rows, unsigned lines) {
     if (record->Format != FORMAT_FAX_G3_2D || record->NextLineTag >= 0)
         return 0;
@@ -173,27 +196,9 @@ unsigned DecodeBlankPair(CCITTG34* record, uint16_t* rows, unsigned lines) {
     if (code.length == 0 || start < 0)
         return 0;
     uint64_t position = static_cast<uint64_t>(start);
-    uint64_t window = WindowAt(record->Buffer, position);
-    unsigned fill = FillOf(window);
-    unsigned count = 1;
-    if (BeginsWith(window, code.bits, fill + code.length)) {
-        position += fill + code.length;
-        window = WindowAt(record->Buffer, position);
-        fill = FillOf(window);
-        count = 2;
-    }
-    if (!BeginsWith(window, kBlankTwoDimensional.bits, fill + kBlankTwoDimensional.length) || count > lines ||
-        (count == 1 && record->ReferenceLine[0] != 0))
-        return 0;
-    position += fill + kBlankTwoDimensional.length;
-    if (static_cast<int64_t>(position) >= input.PositionLimit())
-        return 0;
-    input.MoveTo(position);
-    input.Store();
-    record->NextLineTag = kNextLineOneDimensional;
-    RowOutput output{rows, kRowBudget, 0, count};
-    FinishBlankLines(record, output, count);
-    return count;
+    if (lines >= 2 && Skip(record->Buffer, position, code.bits, code.length)) [[likely]]
+        return EndBlankPair(record, rows, input, position, 2);
+    return record->ReferenceLine[0] == 0 ? EndBlankPair(record, rows, input, position, 1) : 0;
 }
 
 namespace {
