@@ -52,49 +52,53 @@ constexpr CodeWord kHorizontal = UnpackCode(kHorizontalCode);
     }
 }
 
-[[gnu::always_inline]] inline void EndRow(BitOutput& output, CCITTG34* record, LineEnd end) {
+[[gnu::always_inline]] inline void EncodeListed(CCITTG34* record) {
+    BitOutput output(record);
+    PutModes(output, record);
+    output.Store();
+}
+
+// Codes the row whose list is there. Out of line, so that blank lines do not set up what that takes.
+[[gnu::noinline]] void EncodeListedAnywhere(CCITTG34* record) {
+    EncodeListed(record);
+}
+
+[[gnu::noinline]] FAXX_FASTER_FORM void EncodeListedFaster(CCITTG34* record) {
+    EncodeListed(record);
+}
+
+// Whether a listed row is a blank line below a blank one.
+bool IsBlank(const CCITTG34* record, uint32_t changes) {
+    return (changes | record->ReferenceLine[0]) == 0;
+}
+
+// Ends a row, which is still to be coded where it is a blank line below a blank one.
+[[gnu::always_inline]] inline void EndRow(CCITTG34* record, bool blank, LineEnd end) {
+    BitOutput output(record);
+    if (blank)
+        output.Put(kVerticalWords[kV0]);
     if (end == LineEnd::Eol)
         output.PutAlignedEol();
     output.Store();
     std::swap(record->ReferenceLine, record->CodingLine);
 }
 
-// Codes the row whose list is there. Out of line, so that blank lines do not set up what that takes.
-[[gnu::noinline]] void EncodeListedAnywhere(CCITTG34* record, LineEnd end) {
-    BitOutput output(record);
-    PutModes(output, record);
-    EndRow(output, record, end);
-}
-
-[[gnu::noinline]] FAXX_FASTER_FORM void EncodeListedFaster(CCITTG34* record, LineEnd end) {
-    BitOutput output(record);
-    PutModes(output, record);
-    EndRow(output, record, end);
-}
-
-// A blank line below a blank one.
-[[gnu::always_inline]] inline void EncodeBlank(CCITTG34* record, LineEnd end) {
-    BitOutput output(record);
-    output.Put(kVerticalWords[kV0]);
-    EndRow(output, record, end);
-}
-
 } // namespace
 
 void EncodeModesAnywhere(CCITTG34* record, const uint8_t* row, LineEnd end) {
     FlushIfFull(record);
-    if ((ListChangesAnywhere(record, row) | record->ReferenceLine[0]) == 0)
-        EncodeBlank(record, end);
-    else
-        EncodeListedAnywhere(record, end);
+    const bool blank = IsBlank(record, ListChangesAnywhere(record, row));
+    if (!blank)
+        EncodeListedAnywhere(record);
+    EndRow(record, blank, end);
 }
 
 FAXX_FASTER_FORM void EncodeModesFaster(CCITTG34* record, const uint8_t* row, LineEnd end) {
     FlushIfFull(record);
-    if ((ListChangesFaster(record, row) | record->ReferenceLine[0]) == 0)
-        EncodeBlank(record, end);
-    else
-        EncodeListedFaster(record, end);
+    const bool blank = IsBlank(record, ListChangesFaster(record, row));
+    if (!blank)
+        EncodeListedFaster(record);
+    EndRow(record, blank, end);
 }
 
 void EncodeTwoDimensional(CCITTG34* record, const uint8_t* row, LineEnd end) {
