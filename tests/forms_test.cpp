@@ -12,7 +12,7 @@
 namespace {
 
 constexpr unsigned kRows = 40;
-constexpr unsigned kWidths[] = {1, 7, 8, 63, 64, 65, 127, 319, 320, 577, 1728, 2563};
+constexpr unsigned kWidths[] = {1, 7, 8, 63, 64, 65, 127, 319, 320, 577, 1728, 2563, 4961};
 
 class Forms : public testing::Test {
 protected:

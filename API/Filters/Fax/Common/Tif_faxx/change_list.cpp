@@ -1,9 +1,9 @@
 // The row scan looks at 64 pixels at a time: a word xored with itself shifted by one pixel has a bit set at
-// every changing element. From a word without changes on, stretches of 256 pixels of the same colour are
-// skipped whole, one or four at a time.
+// every changing element. White rows are told first, by vectors, and have nothing to scan.
 //
-// The scan is compiled twice (instructions.h): counting and clearing bits in one instruction is worth a tenth
-// of a text page's coding time, and wider vectors halve that of blank rows.
+// The scan is compiled twice (instructions.h). With vectors of four words it knows which of 64 words have
+// changes before it takes up the first: where they are far apart, a test of each word would often be foreseen
+// wrongly, and so would the number of changes in it be. That is worth a third of a noisy page's coding time.
 #include "API/Filters/Fax/Common/Tif_faxx/change_list.h"
 
 #include "API/Filters/Fax/Common/Tif_faxx/instructions.h"
@@ -12,6 +12,7 @@
 #include <immintrin.h>
 
 #include <algorithm>
+#include <array>
 #include <bit>
 #include <cstring>
 
@@ -53,65 +54,36 @@ template <Form form>
     return static_cast<uint32_t>(word * 0x0101010101010101 >> 56);
 }
 
-// Appends the changing elements that changes marks, its bit 63 standing remaining pixels from the right edge.
-// From the right to the left, to where their number says: the lowest set bit is cleared by itself, while the
-// highest must be found first, which would tie every element to the one before.
+// As many as most words of text and of noisy pages have at most.
+constexpr ptrdiff_t kFewChanges = 4;
+
+// Writes so many changing elements, whether there are so many or not: no branch has to be foreseen.
+FAXX_FASTER_FORM inline void WriteFew(uint32_t* entry, uint64_t changes, uint32_t remaining) {
+    for (unsigned i = 0; i < kFewChanges; ++i) {
+        const uint64_t zeros = _lzcnt_u64(changes);
+        entry[i] = remaining - static_cast<uint32_t>(zeros);
+        asm("" : "+m"(entry[i])); // a store each: to gather them in a vector first takes longer
+        changes = _bzhi_u64(changes, static_cast<unsigned>(63 - zeros));
+    }
+}
+
+// Appends the changing elements that changes marks, one or more, its bit 63 standing remaining pixels from
+// the right edge. May touch three entries more than there are, which the list has room for: a row may have as
+// many changes as pixels, and the closing zeros.
 template <Form form>
 [[gnu::always_inline]] inline uint32_t* AppendChanges(uint32_t* entry, uint64_t changes, uint32_t remaining) {
     uint32_t* const end = entry + CountBits<form>(changes);
+    if constexpr (form == Form::Faster)
+        if (end - entry <= kFewChanges) {
+            WriteFew(entry, changes, remaining);
+            return end;
+        }
+    // From the right to the left, to where their number says: the lowest set bit is cleared by itself, while
+    // the highest must be found first, which would tie every element to the one before.
     const uint32_t lowest = remaining - (kWordPixels - 1);
     for (uint32_t* at = end; at != entry; changes &= changes - 1)
         *--at = lowest + static_cast<uint32_t>(std::countr_zero(changes));
     return end;
-}
-
-constexpr size_t kStretchBytes = 32;
-
-// Tells stretches of one colour: that of the pixels it was made of.
-template <Form form>
-struct Stretch {
-    __m128i fill;
-
-    explicit Stretch(uint64_t pixels) : fill(_mm_set1_epi8(static_cast<char>(pixels))) {}
-
-    __m128i Equal(const uint8_t* row) const {
-        const __m128i* const vectors = reinterpret_cast<const __m128i*>(row);
-        return _mm_and_si128(_mm_cmpeq_epi8(_mm_loadu_si128(vectors), fill),
-                             _mm_cmpeq_epi8(_mm_loadu_si128(vectors + 1), fill));
-    }
-
-    bool Holds(const uint8_t* row) const { return _mm_movemask_epi8(Equal(row)) == 0xFFFF; }
-
-    // Four stretches, one behind the other.
-    bool HoldsFour(const uint8_t* row) const {
-        const __m128i first = _mm_and_si128(Equal(row), Equal(row + kStretchBytes));
-        const __m128i last = _mm_and_si128(Equal(row + 2 * kStretchBytes), Equal(row + 3 * kStretchBytes));
-        return _mm_movemask_epi8(_mm_and_si128(first, last)) == 0xFFFF;
-    }
-};
-
-template <>
-struct Stretch<Form::Faster> {
-    __m256i fill;
-
-    FAXX_FASTER_FORM explicit Stretch(uint64_t pixels) : fill(_mm256_set1_epi8(static_cast<char>(pixels))) {}
-
-    FAXX_FASTER_FORM __m256i Equal(const uint8_t* row) const {
-        return _mm256_cmpeq_epi8(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(row)), fill);
-    }
-
-    FAXX_FASTER_FORM bool Holds(const uint8_t* row) const { return _mm256_movemask_epi8(Equal(row)) == -1; }
-
-    FAXX_FASTER_FORM bool HoldsFour(const uint8_t* row) const {
-        const __m256i first = _mm256_and_si256(Equal(row), Equal(row + kStretchBytes));
-        const __m256i last = _mm256_and_si256(Equal(row + 2 * kStretchBytes), Equal(row + 3 * kStretchBytes));
-        return _mm256_movemask_epi8(_mm256_and_si256(first, last)) == -1;
-    }
-};
-
-// The first address behind this one that a stretch is aligned at.
-const uint8_t* NextAligned(const uint8_t* row) {
-    return row + (kStretchBytes - reinterpret_cast<uintptr_t>(row) % kStretchBytes);
 }
 
 // Closes the list at entry. Returns how many there are in front of it.
@@ -120,28 +92,11 @@ uint32_t Close(CCITTG34* record, uint32_t* entry) {
     return static_cast<uint32_t>(entry - record->CodingLine);
 }
 
-// How many bytes from row on are known to be of the colour that its first word is of, a whole stretch or
-// more, or none. From the first stretch on they are read at aligned addresses: rows come freshly copied, and
-// a load that straddles two stores waits for both to reach the cache.
-template <Form form>
-[[gnu::always_inline]] inline size_t SkipStretches(const uint8_t* row, size_t bytes, uint64_t pixels) {
-    const Stretch<form> stretch(pixels);
-    if (bytes < kStretchBytes || !stretch.Holds(row))
-        return 0;
-    const uint8_t* const last = row + bytes - kStretchBytes;
-    const uint8_t* next = NextAligned(row);
-    while (last - next >= static_cast<ptrdiff_t>(3 * kStretchBytes) && stretch.HoldsFour(next))
-        next += 4 * kStretchBytes;
-    while (next <= last && stretch.Holds(next))
-        next += kStretchBytes;
-    if (next > last && stretch.Holds(last))
-        return bytes;
-    return static_cast<size_t>(next - row);
-}
+constexpr size_t kPieceBytes = 32;
 
-// Gathers the black pixels of a row's bytes, a stretch at a time.
+// The black pixels of a row, gathered from pieces of it.
 template <Form form>
-struct Gathered {
+struct BlackPixels {
     __m128i pixels = _mm_setzero_si128();
 
     void Add(const uint8_t* row) {
@@ -157,10 +112,10 @@ struct Gathered {
 };
 
 template <>
-struct Gathered<Form::Faster> {
+struct BlackPixels<Form::Faster> {
     __m256i pixels;
 
-    FAXX_FASTER_FORM Gathered() : pixels(_mm256_setzero_si256()) {}
+    FAXX_FASTER_FORM BlackPixels() : pixels(_mm256_setzero_si256()) {}
 
     FAXX_FASTER_FORM void Add(const uint8_t* row) {
         pixels = _mm256_or_si256(pixels, _mm256_loadu_si256(reinterpret_cast<const __m256i*>(row)));
@@ -174,23 +129,24 @@ struct Gathered<Form::Faster> {
     FAXX_FASTER_FORM bool None() const { return _mm256_testz_si256(pixels, pixels) != 0; }
 };
 
-// Whether a row is white, as most rows of most pages are. Told of rows of a stretch or more. They are read at
-// aligned addresses as in SkipStretches; what is left behind the last of them goes by ever smaller pieces.
+// Whether a row is white, as most rows of most pages are; not told of rows shorter than a piece. Behind the
+// first piece they are read at aligned addresses, then in ever smaller pieces: rows come freshly copied, and
+// a load that straddles two stores waits for both to reach the cache.
 template <Form form>
 [[gnu::always_inline]] inline bool IsWhite(const uint8_t* row, uint32_t width) {
-    if (width < 8 * kStretchBytes)
+    if (width < 8 * kPieceBytes)
         return false;
     const uint8_t* const end = row + width / 8;
-    Gathered<form> black;
+    BlackPixels<form> black;
     black.Add(row);
-    const uint8_t* next = NextAligned(row);
-    for (; end - next >= static_cast<ptrdiff_t>(4 * kStretchBytes); next += 4 * kStretchBytes) {
+    const uint8_t* next = row + (kPieceBytes - reinterpret_cast<uintptr_t>(row) % kPieceBytes);
+    for (; end - next >= static_cast<ptrdiff_t>(4 * kPieceBytes); next += 4 * kPieceBytes) {
         black.Add(next);
-        black.Add(next + kStretchBytes);
-        black.Add(next + 2 * kStretchBytes);
-        black.Add(next + 3 * kStretchBytes);
+        black.Add(next + kPieceBytes);
+        black.Add(next + 2 * kPieceBytes);
+        black.Add(next + 3 * kPieceBytes);
     }
-    for (; end - next >= static_cast<ptrdiff_t>(kStretchBytes); next += kStretchBytes)
+    for (; end - next >= static_cast<ptrdiff_t>(kPieceBytes); next += kPieceBytes)
         black.Add(next);
     uint64_t rest = 0;
     const size_t left = static_cast<size_t>(end - next);
@@ -217,29 +173,76 @@ template <Form form>
     return rest == 0 && black.None();
 }
 
+// The pixels of a word that differ from the one to their left.
+uint64_t ChangesOf(uint64_t pixels, uint64_t left) {
+    return pixels ^ (pixels >> 1 | left << 63);
+}
+
+// The changes of a block of words, a vector's lanes at a time.
+struct Block {
+    static constexpr unsigned kWords = 64;
+    static constexpr unsigned kLanes = 4;
+
+    alignas(32) std::array<uint64_t, kWords> changes;
+    uint64_t left = 0; // the word in front of the next block
+
+    // Takes up so many words, a multiple of kLanes. Returns a bit for each that has changes, the first in bit
+    // 0.
+    FAXX_FASTER_FORM uint64_t Mark(const uint8_t* row, unsigned words) {
+        const __m256i order = _mm256_setr_epi8(7, 6, 5, 4, 3, 2, 1, 0, 15, 14, 13, 12, 11, 10, 9, 8, 7, 6, 5,
+                                               4, 3, 2, 1, 0, 15, 14, 13, 12, 11, 10, 9, 8);
+        __m256i carry = _mm256_castsi128_si256(_mm_cvtsi64_si128(static_cast<int64_t>(left)));
+        uint64_t marked = 0;
+        for (unsigned i = 0; i < words; i += kLanes) {
+            const __m256i pixels = _mm256_shuffle_epi8(
+                _mm256_loadu_si256(reinterpret_cast<const __m256i*>(row) + i / kLanes), order);
+            const __m256i turned = _mm256_permute4x64_epi64(pixels, 0b10'01'00'11);
+            const __m256i before = _mm256_blend_epi32(turned, carry, 3);
+            const __m256i change = _mm256_xor_si256(
+                pixels, _mm256_or_si256(_mm256_srli_epi64(pixels, 1), _mm256_slli_epi64(before, 63)));
+            _mm256_store_si256(reinterpret_cast<__m256i*>(&changes[i]), change);
+            const __m256i none = _mm256_cmpeq_epi64(change, _mm256_setzero_si256());
+            marked |= (static_cast<uint64_t>(_mm256_movemask_pd(_mm256_castsi256_pd(none))) ^ 0xF) << i;
+            carry = turned;
+        }
+        left = static_cast<uint64_t>(_mm_cvtsi128_si64(_mm256_castsi256_si128(carry)));
+        return marked;
+    }
+};
+
 template <Form form>
 [[gnu::always_inline]] inline uint32_t List(CCITTG34* record, const uint8_t* row) {
     uint32_t* entry = record->CodingLine;
     uint32_t remaining = record->Width;
-    uint64_t before = 0; // the pixel before the word, in bit 63
-    while (remaining >= kWordPixels) {
-        const uint64_t pixels = LoadPixels(row);
-        const uint64_t changes = pixels ^ (pixels >> 1 | before);
-        if (changes != 0) {
-            entry = AppendChanges<form>(entry, changes, remaining);
-            before = pixels << 63;
-        } else if (const size_t skipped = SkipStretches<form>(row, remaining / 8, pixels); skipped != 0) {
-            remaining -= static_cast<uint32_t>(skipped * 8);
-            row += skipped;
-            continue;
+    uint64_t left = 0; // the word in front
+    if constexpr (form == Form::Faster) {
+        Block block;
+        while (remaining >= Block::kLanes * kWordPixels) {
+            const unsigned words =
+                std::min(remaining / kWordPixels, Block::kWords) / Block::kLanes * Block::kLanes;
+            for (uint64_t marked = block.Mark(row, words); marked != 0; marked &= marked - 1) {
+                const unsigned i = static_cast<unsigned>(std::countr_zero(marked));
+                entry = AppendChanges<form>(entry, block.changes[i], remaining - i * kWordPixels);
+            }
+            remaining -= words * kWordPixels;
+            row += words * (kWordPixels / 8);
         }
-        remaining -= kWordPixels;
+        left = block.left;
+    }
+    for (; remaining >= kWordPixels; remaining -= kWordPixels) {
+        const uint64_t pixels = LoadPixels(row);
+        const uint64_t changes = ChangesOf(pixels, left);
+        if (changes != 0)
+            entry = AppendChanges<form>(entry, changes, remaining);
+        left = pixels;
         row += kWordPixels / 8;
     }
     if (remaining != 0) {
         const uint64_t pixels = LoadLastPixels(row, remaining, record->Width);
         const uint64_t inside = ~uint64_t{0} << (kWordPixels - remaining);
-        entry = AppendChanges<form>(entry, (pixels ^ (pixels >> 1 | before)) & inside, remaining);
+        const uint64_t changes = ChangesOf(pixels, left) & inside;
+        if (changes != 0)
+            entry = AppendChanges<form>(entry, changes, remaining);
     }
     return Close(record, entry);
 }
