@@ -140,15 +140,36 @@ TEST_F(Encoder, ChoosesKByTheResolution) {
     }
 }
 
-// Further lines of format 117 by EncodeG3 keep their tags and have no EOL.
+// Further lines of format 117 by EncodeG3 keep their tags and have no EOL; where a tag ends a word, too.
 TEST_F(Encoder, TagsEveryLineOfFormat117) {
-    EncoderRun run(117, 8);
-    Bytes row = {0};
-    for (int i = 0; i < 4; ++i)
+    for (const unsigned lines : {0u, 1u}) {
+        SCOPED_TRACE(lines);
+        resetTestKernel();
+        EncoderRun run(117, 8);
+        Bytes row = {0};
         EncodeG3(&run.record, row.data());
-    EXPECT_EQ(run.record.NextLineTag, 4);
-    QuitEncodeG34(&run.record);
-    EXPECT_EQ(run.file.bytes, packed(START + "1 10011 000000" + EOL + "01 01 01" + EOFB + "0000000000"));
+        for (unsigned i = 0; i < lines; ++i)
+            EncodeG4(&run.record, row.data());
+        for (int i = 0; i < 8; ++i)
+            EncodeG3(&run.record, row.data());
+        EXPECT_EQ(run.record.NextLineTag, 9);
+        QuitEncodeG34(&run.record);
+        Bits wanted = "0000" + EOL + "110011000000" + EOL + repeated("1", lines) + repeated("01", 8) + EOFB;
+        wanted.resize((wanted.size() + 15) / 16 * 16, '0');
+        EXPECT_EQ(run.file.bytes, packed(wanted));
+    }
+}
+
+// A row is looked through for black by pieces of every size.
+TEST_F(Encoder, FindsALonePixel) {
+    constexpr unsigned WIDTH = 511;
+    for (const unsigned format : {66u, 68u}) {
+        resetTestKernel();
+        EncoderRun run(format, WIDTH);
+        for (unsigned column = 0; column < WIDTH; ++column)
+            run.encode(packedRow({column, 1, WIDTH - column - 1}));
+        run.finish();
+    }
 }
 
 // The buffer leaves before a line that finds it above the threshold, never in one.
