@@ -179,6 +179,7 @@ uint64_t ChangesOf(uint64_t pixels, uint64_t left) {
 }
 
 // The changes of a block of words, a vector's lanes at a time.
+// NOLINTNEXTLINE(cppcoreguidelines-pro-type-member-init): changes are there before they are looked at
 struct Block {
     static constexpr unsigned kWords = 64;
     static constexpr unsigned kLanes = 4;
@@ -225,7 +226,7 @@ template <Form form>
                 entry = AppendChanges<form>(entry, block.changes[i], remaining - i * kWordPixels);
             }
             remaining -= words * kWordPixels;
-            row += words * (kWordPixels / 8);
+            row += size_t{words} * (kWordPixels / 8);
         }
         left = block.left;
     }

@@ -1,7 +1,9 @@
 // Code that is compiled twice: for any x86-64, and for processors that shift by any register (BMI2), count
-// and clear bits (POPCNT, BMI1) and have vectors of 32 bytes (AVX2). Which of the two runs is chosen once,
-// when it is first called. Both are always there, and the tests compare them.
+// and clear bits (POPCNT, LZCNT, BMI1) and have vectors of 32 bytes (AVX2). Which of the two runs is chosen
+// once, when it is first called. Both are always there, and the tests compare them.
 #pragma once
+
+#include <cpuid.h>
 
 #include <cstdint>
 
@@ -15,8 +17,17 @@ enum class Form : uint8_t { Anywhere, Faster };
 // Out of line: it is asked once for each choice.
 [[gnu::noinline]] inline bool HasFasterInstructions() {
     __builtin_cpu_init();
-    return __builtin_cpu_supports("popcnt") && __builtin_cpu_supports("lzcnt") &&
-           __builtin_cpu_supports("bmi") && __builtin_cpu_supports("bmi2") && __builtin_cpu_supports("avx2");
+    // LZCNT is not among the names that every compiler knows. Where it is missing it runs as another
+    // instruction.
+    constexpr unsigned kLeaf = 0x80000001;
+    constexpr unsigned kLzcnt = 1u << 5; // in ECX
+    unsigned eax = 0;
+    unsigned ebx = 0;
+    unsigned ecx = 0;
+    unsigned edx = 0;
+    return __get_cpuid(kLeaf, &eax, &ebx, &ecx, &edx) != 0 && (ecx & kLzcnt) != 0 &&
+           __builtin_cpu_supports("popcnt") && __builtin_cpu_supports("bmi") &&
+           __builtin_cpu_supports("bmi2") && __builtin_cpu_supports("avx2");
 }
 
 template <typename Function>
