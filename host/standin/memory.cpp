@@ -119,6 +119,12 @@ size_t NextShift() {
     return count.fetch_add(1, std::memory_order_relaxed) % SHIFTS * SHIFT;
 }
 
+void* AtCacheLine(size_t bytes) {
+    void* memory = nullptr;
+    errno = posix_memalign(&memory, CACHE_LINE, bytes);
+    return errno == 0 ? memory : nullptr;
+}
+
 BlockHeader* TakeKept(size_t bytes) {
     if (IsKept(bytes))
         for (BlockHeader*& slot : kept.Slots)
@@ -150,7 +156,7 @@ void* AllocateTracked(size_t bytes, bool zeroed, int line, const char* path) {
         const size_t shift =
             zeroed ? 0 : CACHE_LINE - sizeof(BlockHeader) + (IsKept(bytes) ? NextShift() : 0);
         const size_t whole = bytes + sizeof(BlockHeader) + shift;
-        void* memory = zeroed ? std::calloc(1, whole) : std::aligned_alloc(CACHE_LINE, whole);
+        void* memory = zeroed ? std::calloc(1, whole) : AtCacheLine(whole);
         if (memory == nullptr)
             return nullptr;
         block = new (static_cast<char*>(memory) + shift) BlockHeader;

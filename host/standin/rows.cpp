@@ -162,12 +162,12 @@ __attribute__((target("avx2"))) void CopyFaster(unsigned char* target, const uns
     copyPiece.template operator()<1>();
 }
 
-const auto copyRow = HasBmiAndAvx2() ? CopyFaster : CopyAnywhere;
+const auto COPY_FORM = HasBmiAndAvx2() ? CopyFaster : CopyAnywhere;
 
 } // namespace
 
 void CopyRow(unsigned char* target, const unsigned char* source, size_t bytes) {
-    copyRow(target, source, bytes);
+    COPY_FORM(target, source, bytes);
 }
 
 const unsigned short* ExpandRow(const unsigned short* row, unsigned char* packed, size_t width) {

@@ -142,8 +142,8 @@ namespace {
 
 // The zero bits in front of an EOL that a window begins with. As numbers, codes are the same with them.
 unsigned FillOf(uint64_t window) {
-    const unsigned zeros =
-        static_cast<unsigned>(std::countl_zero(window | 1)); // the last bit is not one of kWindowBits
+    window |= 1; // behind kWindowBits; zeros are counted in fewer steps where there is an end to them
+    const unsigned zeros = static_cast<unsigned>(std::countl_zero(window));
     if (zeros < kEol.length) [[likely]]
         return 0;
     return zeros + 1 - kEol.length;
@@ -172,6 +172,8 @@ namespace {
     return true;
 }
 
+// Decodes the two-dimensional blank line of a pair, and ends the call with so many lines. 0 where something
+// else comes.
 [[gnu::always_inline]] inline unsigned EndBlankPair(CCITTG34* record, uint16_t* rows, BitInput& input,
                                                     uint64_t position, unsigned count) {
     if (!Skip(record->Buffer, position, kBlankTwoDimensional.bits, kBlankTwoDimensional.length) ||
