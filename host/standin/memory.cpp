@@ -121,8 +121,11 @@ size_t NextShift() {
 
 void* AtCacheLine(size_t bytes) {
     void* memory = nullptr;
-    errno = posix_memalign(&memory, CACHE_LINE, bytes);
-    return errno == 0 ? memory : nullptr;
+    const int failure = posix_memalign(&memory, CACHE_LINE, bytes);
+    if (failure == 0)
+        return memory;
+    errno = failure;
+    return nullptr;
 }
 
 BlockHeader* TakeKept(size_t bytes) {
