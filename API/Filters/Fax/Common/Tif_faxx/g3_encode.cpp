@@ -36,19 +36,22 @@ namespace {
     std::swap(record->ReferenceLine, record->CodingLine);
 }
 
-// Codes the row whose list is there. Out of line, so that blank lines do not set up what that takes.
-[[gnu::noinline]] void EncodeListedAnywhere(CCITTG34* record) {
+[[gnu::always_inline]] inline void EncodeListed(CCITTG34* record) {
     BitOutput output(record);
     PutRuns(output, record);
     EndRow(output, record);
+}
+
+// Codes the row whose list is there. Out of line, so that blank lines do not set up what that takes.
+[[gnu::noinline]] void EncodeListedAnywhere(CCITTG34* record) {
+    EncodeListed(record);
 }
 
 [[gnu::noinline]] FAXX_FASTER_FORM void EncodeListedFaster(CCITTG34* record) {
-    BitOutput output(record);
-    PutRuns(output, record);
-    EndRow(output, record);
+    EncodeListed(record);
 }
 
+// The same of a list without entries.
 [[gnu::always_inline]] inline void EncodeBlank(CCITTG34* record) {
     BitOutput output(record);
     if (record->Width < kLongestCodeRun) [[likely]]
