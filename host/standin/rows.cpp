@@ -162,7 +162,8 @@ __attribute__((target("avx2"))) void CopyFaster(unsigned char* target, const uns
     copyPiece.template operator()<1>();
 }
 
-const auto COPY_FORM = HasBmiAndAvx2() ? CopyFaster : CopyAnywhere;
+const bool FASTER = HasBmiAndAvx2();
+const auto COPY_FORM = FASTER ? CopyFaster : CopyAnywhere;
 
 } // namespace
 
@@ -175,8 +176,7 @@ const unsigned short* ExpandRow(const unsigned short* row, unsigned char* packed
     const size_t count = RunCount(row);
     std::memset(packed, 0, PackedRowBytes(width));
     const unsigned short* const end = runs + count;
-    static const bool faster = HasBmiAndAvx2();
-    if (!faster) {
+    if (!FASTER) {
         AddRunsAnywhere(runs, end, packed, width, 0, 0);
     } else if (count * DENSE_PIXELS_PER_RUN < width) [[likely]] {
         AddRunsFaster(runs, end, packed, width, 0, 0);

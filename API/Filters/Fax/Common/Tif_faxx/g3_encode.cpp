@@ -61,10 +61,7 @@ namespace {
     EndRow(output, record);
 }
 
-void EncodeOneDimensional(CCITTG34* record, const uint8_t* row) {
-    static const auto kEncodeRuns = ChooseForm(EncodeRunsAnywhere, EncodeRunsFaster);
-    kEncodeRuns(record, row);
-}
+const auto kEncodeRuns = ChooseForm(EncodeRunsAnywhere, EncodeRunsFaster);
 
 // Counts the line, and tells whether it leans on the one above it: all but the first of every KFactor lines
 // (T.4 § 4.2.1), or all but the first of the image.
@@ -78,7 +75,7 @@ bool NextLineIsTwoDimensional(CCITTG34* record) {
 void EncodeTagged(CCITTG34* record, const uint8_t* row) {
     if (!NextLineIsTwoDimensional(record)) {
         PutBit(record, kTagOneDimensional);
-        EncodeOneDimensional(record, row);
+        kEncodeRuns(record, row);
         return;
     }
     PutBit(record, kTagTwoDimensional);
@@ -112,5 +109,5 @@ void EncodeG3(CCITTG34* record, unsigned char* row) {
     if (tagged)
         EncodeTagged(record, row);
     else
-        EncodeOneDimensional(record, row);
+        kEncodeRuns(record, row);
 }

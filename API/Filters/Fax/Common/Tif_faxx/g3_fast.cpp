@@ -110,9 +110,10 @@ FAXX_FASTER_FORM bool ReadFastFaster(Line& line, Edge edge) {
     return Read(line, edge);
 }
 
+static const auto kReadFast = ChooseForm(ReadFastAnywhere, ReadFastFaster);
+
 bool ReadFast(Line& line, Edge edge) {
-    static const auto kForm = ChooseForm(ReadFastAnywhere, ReadFastFaster);
-    return kForm(line, edge);
+    return kReadFast(line, edge);
 }
 
 namespace {

@@ -101,8 +101,9 @@ FAXX_FASTER_FORM void EncodeModesFaster(CCITTG34* record, const uint8_t* row, Li
     EndRow(record, blank, end);
 }
 
+static const auto kEncodeModes = ChooseForm(EncodeModesAnywhere, EncodeModesFaster);
+
 void EncodeTwoDimensional(CCITTG34* record, const uint8_t* row, LineEnd end) {
-    static const auto kEncodeModes = ChooseForm(EncodeModesAnywhere, EncodeModesFaster);
     kEncodeModes(record, row, end);
 }
 

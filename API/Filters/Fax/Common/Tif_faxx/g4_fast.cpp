@@ -307,9 +307,10 @@ FAXX_FASTER_FORM After DecodeFastFaster(Line& line) {
     return Decode<Form::Faster>(line);
 }
 
+static const auto kDecodeFast = ChooseForm(DecodeFastAnywhere, DecodeFastFaster);
+
 After DecodeFast(Line& line) {
-    static const auto kForm = ChooseForm(DecodeFastAnywhere, DecodeFastFaster);
-    return kForm(line);
+    return kDecodeFast(line);
 }
 
 uint32_t ReadBlankLines(Line& line, uint32_t most) {

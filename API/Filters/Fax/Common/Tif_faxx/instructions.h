@@ -1,6 +1,6 @@
 // Code that is compiled twice: for any x86-64, and for processors that shift by any register (BMI2), count
 // and clear bits (POPCNT, LZCNT, BMI1) and have vectors of 32 bytes (AVX2). Which of the two runs is chosen
-// once, when it is first called. Both are always there, and the tests compare them.
+// when the library is loaded. Both are always there, and the tests compare them.
 #pragma once
 
 #include <cpuid.h>

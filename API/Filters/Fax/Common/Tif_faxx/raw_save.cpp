@@ -20,9 +20,10 @@ int WriteFailure(const CCITTG34& codec) {
 }
 
 bool Inverts(const SaveSession& session) {
+    if (session.saveFile->NoInvert)
+        return false;
     const _SAVEOPTIONS* options = session.dispatch->Options;
-    const bool optedOut = options && options->OutputBits & SaveOptionNoInvert;
-    return !session.saveFile->NoInvert && !optedOut;
+    return !options || (options->OutputBits & SaveOptionNoInvert) == 0;
 }
 
 int SaveRow(RawSave& save, LineEncoder* encode, unsigned row, size_t rowBytes) {

@@ -131,6 +131,8 @@ FAXX_FASTER_FORM uint32_t WriteRunsFaster(const uint32_t* list, uint32_t entries
     return WriteRuns<Form::Faster>(list, entries, width, word);
 }
 
+static const auto kWriteRuns = ChooseForm(WriteRunsAnywhere, WriteRunsFaster);
+
 uint16_t* PutManyWhiteRows(uint16_t* row, uint32_t width, uint32_t lines) {
     constexpr uint32_t kRowsTogether = 8; // of one run each: they fill whole vectors
     if (width <= kRunPiece) {
@@ -164,7 +166,6 @@ uint32_t WriteRow(uint32_t* list, uint32_t entries, uint32_t width, uint16_t* ro
     uint16_t* word = row + kRowHeaderWords;
     uint32_t previous = width;
     if (width <= kRunPiece) {
-        static const auto kWriteRuns = ChooseForm(WriteRunsAnywhere, WriteRunsFaster);
         const uint32_t whole = kWriteRuns(list, entries, width, word);
         if (whole != 0) {
             list += whole;
