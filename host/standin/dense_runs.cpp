@@ -138,6 +138,7 @@ void FillBlack(unsigned char* packed, size_t first, size_t last) {
 }
 
 bool HasBmiAndAvx2() {
+    __builtin_cpu_init(); // it is asked while the library is loaded
     static const bool has =
         __builtin_cpu_supports("avx2") && __builtin_cpu_supports("bmi") && __builtin_cpu_supports("bmi2");
     return has;

@@ -41,14 +41,20 @@ inline void FlushIfFull(CCITTG34* record) {
     }
 }
 
-// Appends a bit between lines.
+// Stores the lowest 16 bits as the stream has them. Returns where the next go.
+inline uint8_t* StoreWord(uint8_t* at, uint64_t bits) {
+    const uint16_t word = __builtin_bswap16(static_cast<uint16_t>(bits));
+    std::memcpy(at, &word, sizeof word);
+    return at + sizeof word;
+}
+
+// Appends a bit between lines: a tag is not worth taking the bit state out of the record and back.
 inline void PutBit(CCITTG34* record, uint32_t bit) {
-    const uint32_t last = record->BitAccumulator >> 15 | bit;
+    const uint32_t last = record->BitAccumulator >> 16 << 1 | bit;
     record->BitAccumulator = last << 16;
     if (--record->BitCount == 0) {
-        const uint16_t word = __builtin_bswap16(static_cast<uint16_t>(last));
-        std::memcpy(record->Buffer + record->BufferCount, &word, sizeof word);
-        record->BufferCount += static_cast<uint32_t>(sizeof word);
+        const uint8_t* const next = StoreWord(record->Buffer + record->BufferCount, last);
+        record->BufferCount = static_cast<uint32_t>(next - record->Buffer);
         record->BitCount = 16;
     }
 }
@@ -93,9 +99,7 @@ public:
     void Store() {
         if (pending_ >= 16) {
             pending_ -= 16;
-            const uint16_t word = __builtin_bswap16(static_cast<uint16_t>(bits_ >> pending_));
-            std::memcpy(next_, &word, sizeof word);
-            next_ += sizeof word;
+            next_ = StoreWord(next_, bits_ >> pending_);
         }
         record_->BitAccumulator = static_cast<uint32_t>(bits_ << 16);
         record_->BitCount = static_cast<int32_t>(16 - pending_);

@@ -68,8 +68,9 @@ FAXX_FASTER_FORM inline void WriteFew(uint32_t* entry, uint64_t changes, uint32_
 }
 
 // Appends the changing elements that changes marks, one or more, its bit 63 standing remaining pixels from
-// the right edge. May touch three entries more than there are, which the list has room for: a row may have as
-// many changes as pixels, and the closing zeros.
+// the right edge. May touch three entries more than there are. In front of the first stand no more than
+// pixels left of the word, so that the furthest of them is still among those for the closing zeros of the
+// longest list.
 template <Form form>
 [[gnu::always_inline]] inline uint32_t* AppendChanges(uint32_t* entry, uint64_t changes, uint32_t remaining) {
     uint32_t* const end = entry + CountBits<form>(changes);
