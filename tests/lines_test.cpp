@@ -268,14 +268,23 @@ TEST(G3Lines, EightBlankLinesAndNoMore) {
 // Pairs of a blank one-dimensional and a blank two-dimensional line, over many fills of the small buffer.
 TEST(G3Lines, PairsOfBlankLines) {
     resetTestKernel();
-    const Bits pair = EOL + "1" + line1D({2480}) + EOL + "0" + V0;
-    for (const Bits& fill : {Bits(), Bits("000"), Bits("0000000")}) {
-        CodecRun run(packed(repeated(fill + pair, 1000) + repeated("1", 512)),
-                     {.format = 67, .width = 2480, .smallBuffer = 1});
-        for (unsigned call = 0; call < 1000; ++call)
-            ASSERT_EQ(run.decode(9), rowsFromText("2480|2480")) << "call " << call;
-        EXPECT_EQ(run.bitPosition(), 1000 * (fill + pair).size());
-    }
+    static constexpr unsigned short kWidths[] = {8, 1728, 2480, 2560, 4960, 5119, 5120, 9472, 20000};
+    for (const unsigned short width : kWidths)
+        for (const Bits& fill : {Bits(), Bits("000"), Bits("0000000")}) {
+            SCOPED_TRACE(testing::Message() << width << " with " << fill);
+            const Bits pair = fill + EOL + "1" + line1D({width}) + EOL + "0" + V0;
+            // Behind them two that differ from a pair in its last bit, and in the tag.
+            const Bits line = EOL + "1" + line1D({width});
+            CodecRun run(
+                packed(repeated(pair, 1000) + line + EOL + "0" + VL1 + V0 + line + line + repeated("1", 512)),
+                {.format = 67, .width = width, .smallBuffer = 1});
+            EXPECT_EQ(run.decode(1), Rows(1, Row{width}));
+            for (unsigned call = 0; call < 1000; ++call)
+                ASSERT_EQ(run.decode(9), Rows(call == 0 ? 1 : 2, Row{width})) << "call " << call;
+            EXPECT_EQ(run.bitPosition(), 1000 * pair.size());
+            EXPECT_EQ(run.decode(9), (Rows{{width}, {static_cast<unsigned short>(width - 1), 1}}));
+            EXPECT_EQ(run.decode(2), Rows(2, Row{width}));
+        }
 }
 
 // A call that ends with a two-dimensional line leaves no trace of the tags it met.

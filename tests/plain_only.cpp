@@ -1,5 +1,5 @@
 // In place of the fast loops: none, so that the plain decoders do everything.
-#include "API/Filters/Fax/Common/Tif_faxx/g3_line.h"
+#include "API/Filters/Fax/Common/Tif_faxx/g3_blank.h"
 #include "API/Filters/Fax/Common/Tif_faxx/g4_fast.h"
 
 namespace faxx::g3 {
@@ -16,8 +16,8 @@ uint32_t ReadBlankLines(Line&, const BlankLineCode&, uint32_t) {
     return 0;
 }
 
-unsigned DecodeBlankPair(CCITTG34*, uint16_t*, unsigned) {
-    return 0;
+unsigned DecodeBlankPair(CCITTG34* record, uint16_t* rows, unsigned lines, LineDecoder* otherwise) {
+    return otherwise(record, rows, lines);
 }
 
 } // namespace faxx::g3

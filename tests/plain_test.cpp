@@ -225,6 +225,23 @@ TEST(PlainDecoders, AgreeWhereAStretchOfBlankLinesBreaks) {
     }
 }
 
+// Two lines to a call over several fills of the small buffer, and in front of them so much fill that one of
+// them ends at each bit around the place where the buffer is filled again.
+TEST(PlainDecoders, AgreeWherePairsOfBlankLinesMeetARefill) {
+    const Decoders library = ofLibrary();
+    for (const unsigned width : {1728u, 4960u, 9000u})
+        for (unsigned fill = 0; fill < 80 && !HasFailure(); ++fill) {
+            const Bits pair = EOL + "1" + line1D({width}) + EOL + "0" + V0;
+            const Bytes stream = packed(repeated("0", fill) + repeated(pair, 700));
+            Side plain(kPlain, stream, FORMAT_FAX_G3_2D, width, 1, 0);
+            Side fast(library, stream, FORMAT_FAX_G3_2D, width, 1, 0);
+            for (unsigned call = 0; plain.record.DecodeStatus == 0 && !HasFailure(); ++call) {
+                ASSERT_EQ(fast.decode(9), plain.decode(9)) << width << " behind " << fill << ", " << call;
+                EXPECT_EQ(fast.fields(), plain.fields()) << width << " behind " << fill << ", " << call;
+            }
+        }
+}
+
 INSTANTIATE_TEST_SUITE_P(Formats, PlainLines,
                          testing::Values(FORMAT_FAX_G3_1D, FORMAT_FAX_G3_2D, FORMAT_FAX_G4,
                                          FORMAT_FAX_G3_2D_ALL2D, FORMAT_FAX_G3_1D_NOEOL));

@@ -41,7 +41,9 @@ inline uint64_t WindowAt(const uint8_t* buffer, uint64_t position) {
 
 // What the accumulator holds at a position: the bits up to the end of the pair after the next pair boundary.
 inline uint32_t AccumulatorAt(const uint8_t* buffer, uint64_t position) {
-    return static_cast<uint32_t>(WindowAt(buffer, position) >> 32) & ~0u << position % 16;
+    uint32_t pairs;
+    std::memcpy(&pairs, buffer + position / 16 * 2, sizeof pairs);
+    return __builtin_bswap32(pairs) << position % 16;
 }
 
 // The bit state of a record, held in locals while a decoder works. Every step that consumes bits returns
@@ -152,7 +154,7 @@ inline RunRead ReadRun(BitInput& input, Colour colour, uint32_t& remaining) {
 }
 
 // Formats whose EOLs are followed by a tag bit: 1, the next line is one-dimensional (T.4 § 4.2.2).
-inline bool HasTagBits(uint32_t format) {
+constexpr bool HasTagBits(uint32_t format) {
     return format == FORMAT_FAX_G3_2D || format == FORMAT_FAX_G3_2D_ALL2D;
 }
 

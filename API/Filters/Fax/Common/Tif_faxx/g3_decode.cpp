@@ -3,6 +3,7 @@
 // One-dimensional lines are white and black runs in turn, decoded here; two-dimensional lines are the G4
 // decoder's, which goes on at the same bit. A line ends when its runs reach the width, or at an EOL, which is
 // recognised wherever a run code is due: no run code begins with eight zero bits.
+#include "API/Filters/Fax/Common/Tif_faxx/g3_blank.h"
 #include "API/Filters/Fax/Common/Tif_faxx/g3_line.h"
 #include "API/Filters/Fax/Common/Tif_faxx/g4_decode.h"
 #include "API/Filters/Fax/Common/Tif_faxx/run_rows.h"
@@ -140,6 +141,12 @@ void SetLineWords(RowOutput& output) {
     }
 }
 
+// What is left of a stream that is exhausted or damaged.
+[[gnu::noinline]] unsigned RefuseLines(CCITTG34* record, uint16_t* rows, unsigned lines) {
+    ReportDataError(record, ERROR_FAX_DATA_CORRUPT);
+    return WriteWhiteRows(rows, record->Width, lines);
+}
+
 } // namespace
 } // namespace faxx
 
@@ -147,12 +154,10 @@ unsigned DecodeG3(CCITTG34* record, unsigned short* rows, unsigned lines) {
     using namespace faxx;
     if (lines == 0)
         return 0;
-    if (record->DecodeStatus != DECODE_STATUS_OK) {
-        ReportDataError(record, ERROR_FAX_DATA_CORRUPT);
-        return WriteWhiteRows(rows, record->Width, lines);
-    }
+    if (record->DecodeStatus != DECODE_STATUS_OK)
+        return RefuseLines(record, rows, lines);
 
-    if (const unsigned blank = DecodeBlankPair(record, rows, lines); blank != 0)
-        return blank;
+    if (record->Format == FORMAT_FAX_G3_2D && record->NextLineTag < 0)
+        return DecodeBlankPair(record, rows, lines, DecodeLines);
     return DecodeLines(record, rows, lines);
 }

@@ -54,23 +54,4 @@ bool ReadFast(Line& line, Edge edge);
 bool ReadFastAnywhere(Line& line, Edge edge);
 bool ReadFastFaster(Line& line, Edge edge);
 
-// What an ordinary encoder writes for a blank one-dimensional line: an EOL and a tag in formats that have
-// them, and the white run; or the run and the bits to the next byte. No bits where they do not fit a window.
-struct BlankLineCode {
-    uint64_t bits = 0;
-    unsigned length = 0;
-    uint32_t width = 0;
-};
-
-BlankLineCode BlankLineOf(const CCITTG34* record);
-
-// At the start of a line with no tag pending: consumes the lines of this code that the next bits hold, all
-// with the same fill in front, most in all. Returns how many.
-uint32_t ReadBlankLines(Line& line, const BlankLineCode& code, uint32_t most);
-
-// At the start of a call, in the format that has lines of both kinds: decodes the two-dimensional blank line
-// that ends the call, and the one-dimensional one in front of it if there is one. Returns how many, 0 where
-// something else comes or more than lines.
-unsigned DecodeBlankPair(CCITTG34* record, uint16_t* rows, unsigned lines);
-
 } // namespace faxx::g3

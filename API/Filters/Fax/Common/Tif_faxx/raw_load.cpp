@@ -58,6 +58,7 @@ int LoadRows(RawLoad& load) {
     LineDecoder* const decode = LineDecoderFor(info->Format);
     const int batch = static_cast<int>(load.batches ? kBatchLines : kAllLines);
 
+    unsigned flags = ROWS_ALWAYS | ROWS_FIRST_BATCH;
     // The callback may change the height while the load runs.
     for (int done = 0; done < info->Height;) {
         const int wanted = std::min(info->Height - done, batch);
@@ -67,13 +68,11 @@ int LoadRows(RawLoad& load) {
             K_MirrorCompressedBuffer(load.runs, load.mirrored, static_cast<unsigned>(got));
             rows = load.mirrored;
         }
-        unsigned flags = ROWS_ALWAYS;
-        if (done == 0)
-            flags |= ROWS_FIRST_BATCH;
         if (got == 0 || done + got == info->Height)
             flags |= ROWS_LAST_BATCH;
         const int result =
             load.rowCallback(load.fileInfo, load.bitmap, rows, flags, done, got, load.userData);
+        flags = ROWS_ALWAYS;
         if (result != SUCCESS)
             return result;
         if (got == 0) {

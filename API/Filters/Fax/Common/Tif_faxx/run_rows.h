@@ -68,6 +68,9 @@ uint32_t WriteRow(uint32_t* list, uint32_t entries, uint32_t width, uint16_t* ro
 uint32_t WriteRunsAnywhere(const uint32_t* list, uint32_t entries, uint32_t width, uint16_t* word);
 uint32_t WriteRunsFaster(const uint32_t* list, uint32_t entries, uint32_t width, uint16_t* word);
 
+// A decoder call: rows for so many lines, or fewer. Returns how many.
+using LineDecoder = unsigned(CCITTG34* record, unsigned short* rows, unsigned lines);
+
 // What a decoder call has written, and may still write.
 struct RowOutput {
     uint16_t* next;     // where the next row goes

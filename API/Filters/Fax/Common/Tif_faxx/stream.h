@@ -3,6 +3,7 @@
 
 #include "API/Filters/Fax/Common/Tif_faxx.h"
 #include "API/Filters/Fax/Common/Tif_faxx/memory.h"
+#include "API/Filters/Fax/Common/Tif_faxx/run_rows.h"
 
 #include <utility>
 
@@ -13,8 +14,6 @@ inline bool IsG3(unsigned format) {
     return format == FORMAT_FAX_G3_1D || format == FORMAT_FAX_G3_2D || format == FORMAT_FAX_G3_2D_ALL2D ||
            format == FORMAT_FAX_G3_1D_NOEOL;
 }
-
-using LineDecoder = unsigned(CCITTG34* record, unsigned short* rows, unsigned lines);
 
 inline LineDecoder* LineDecoderFor(int format) {
     return IsG3(static_cast<unsigned>(format)) ? DecodeG3 : DecodeG4;
