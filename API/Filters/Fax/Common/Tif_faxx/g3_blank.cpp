@@ -79,67 +79,41 @@ bool BeginsWith(uint64_t window, uint64_t bits, unsigned length) {
     return true;
 }
 
-// A one-dimensional blank line and a two-dimensional one below it, without fill.
-struct BlankPair {
-    uint64_t bits; // left-aligned
-    unsigned rest; // how many of 64 bits it leaves
-};
-
-// Up to kWidestPair the white run is a make-up code 2560, another one and a terminating code at most: 12, 12
-// and 8 bits, which leave 5. A pair with two make-up codes 2560 might take more than 64.
-constexpr uint32_t kWidestPair = 2 * kLongestCodeRun - 1;
-
-constexpr BlankPair BlankPairOf(uint32_t width) {
-    const BlankLineCode line = BlankLineOf(width, FORMAT_FAX_G3_2D);
-    const unsigned rest = 64 - line.length - kBlankTwoDimensional.length;
-    return {(line.bits << kBlankTwoDimensional.length | kBlankTwoDimensional.bits) << rest, rest};
-}
-
-// Below kLongestCodeRun a pair takes 47 bits at most, and its rest stands in those behind them.
+// The bits of a one-dimensional blank line and a two-dimensional one below it, without fill, left-aligned,
+// and in the low bits how many they leave of 64. They are 47 at most while the width takes no make-up code
+// 2560.
 constexpr auto kNarrowPairs = [] {
     std::array<uint64_t, kLongestCodeRun> pairs{};
     for (uint32_t width = 0; width < pairs.size(); ++width) {
-        const BlankPair pair = BlankPairOf(width);
-        pairs[width] = pair.bits | pair.rest;
+        const BlankLineCode line = BlankLineOf(width, FORMAT_FAX_G3_2D);
+        const unsigned rest = 64 - line.length - kBlankTwoDimensional.length;
+        pairs[width] = (line.bits << kBlankTwoDimensional.length | kBlankTwoDimensional.bits) << rest | rest;
     }
     return pairs;
 }();
 
-// Decodes a whole call, if such a pair comes. Behind the pair's bits there may be others. lastByte: it takes
-// more than kWindowBits.
-[[gnu::always_inline]] inline bool DecodePair(CCITTG34* record, uint16_t* rows, const BlankPair& pair,
-                                              bool lastByte) {
+// The second line of a pair alone, a wide pair, or one with fill.
+[[gnu::noinline]] unsigned DecodeOtherPair(CCITTG34* record, uint16_t* rows, unsigned lines,
+                                           LineDecoder* otherwise) {
     BitInput input(record);
     const int64_t start = input.Position();
     if (start < 0) [[unlikely]]
-        return false;
-    const uint64_t position = static_cast<uint64_t>(start);
-    uint64_t window = WindowAt(record->Buffer, position);
-    if (lastByte)
-        window |= uint32_t{record->Buffer[position / 8 + 8]} >> (8 - position % 8);
-    return (window ^ pair.bits) >> pair.rest == 0 &&
-           EndBlankPair(record, rows, input, position + 64 - pair.rest, 2);
-}
-
-// A wide pair, one with fill, or the second line of one.
-[[gnu::noinline]] unsigned DecodeOtherPair(CCITTG34* record, uint16_t* rows, unsigned lines,
-                                           LineDecoder* otherwise) {
-    const uint32_t width = record->Width;
-    if (lines >= 2 && width >= kLongestCodeRun && width <= kWidestPair &&
-        DecodePair(record, rows, BlankPairOf(width), true))
-        return 2;
-    BitInput input(record);
-    const int64_t start = input.Position();
-    if (start >= 0) {
-        const BlankLineCode code = BlankLineOf(width, FORMAT_FAX_G3_2D);
-        uint64_t position = static_cast<uint64_t>(start);
-        unsigned count = 1;
-        if (lines >= 2 && Skip(record->Buffer, position, code.bits, code.length))
-            ++count;
-        if ((count == 2 || record->ReferenceLine[0] == 0) &&
-            Skip(record->Buffer, position, kBlankTwoDimensional.bits, kBlankTwoDimensional.length) &&
-            EndBlankPair(record, rows, input, position, count))
-            return count;
+        return otherwise(record, rows, lines);
+    uint64_t position = static_cast<uint64_t>(start);
+    const uint64_t window = WindowAt(record->Buffer, position);
+    const unsigned fill = FillOf(window);
+    if (BeginsWith(window, kBlankTwoDimensional.bits, fill + kBlankTwoDimensional.length)) {
+        if (record->ReferenceLine[0] == 0 &&
+            EndBlankPair(record, rows, input, position + fill + kBlankTwoDimensional.length, 1))
+            return 1;
+    } else if (lines >= 2) {
+        const BlankLineCode code = BlankLineOf(record->Width, FORMAT_FAX_G3_2D);
+        if (BeginsWith(window, code.bits, fill + code.length)) {
+            position += fill + code.length;
+            if (Skip(record->Buffer, position, kBlankTwoDimensional.bits, kBlankTwoDimensional.length) &&
+                EndBlankPair(record, rows, input, position, 2))
+                return 2;
+        }
     }
     return otherwise(record, rows, lines);
 }
@@ -152,9 +126,14 @@ BlankLineCode BlankLineOf(const CCITTG34* record) {
 
 unsigned DecodeBlankPair(CCITTG34* record, uint16_t* rows, unsigned lines, LineDecoder* otherwise) {
     const uint32_t width = record->Width;
-    if (lines >= 2 && width < kLongestCodeRun) {
+    BitInput input(record);
+    const int64_t start = input.Position();
+    if (lines >= 2 && width < kNarrowPairs.size() && start >= 0) {
         const uint64_t pair = kNarrowPairs[width];
-        if (DecodePair(record, rows, {pair, static_cast<unsigned>(pair % 64)}, false)) [[likely]]
+        const unsigned rest = pair % 64;
+        const uint64_t position = static_cast<uint64_t>(start);
+        if ((WindowAt(record->Buffer, position) ^ pair) >> rest == 0 &&
+            EndBlankPair(record, rows, input, position + 64 - rest, 2)) [[likely]]
             return 2;
     }
     return DecodeOtherPair(record, rows, lines, otherwise);
