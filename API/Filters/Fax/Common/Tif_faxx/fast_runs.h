@@ -29,13 +29,6 @@ inline const RunStep* StepsFor(Colour colour) {
     return kRunSteps.data() + (static_cast<size_t>(colour) << kStepIndexBits);
 }
 
-// The bits of steps[index]. Everything that follows waits for them: an address of their own, instead of one
-// that the other fields share, brings them a cycle sooner.
-inline uint32_t BitsOfStep(const RunStep* steps, uint64_t index) {
-    asm("" : "+r"(index));
-    return steps[index].bits;
-}
-
 // Bits of a window that was just refilled, less those of a mode code in front of the runs.
 inline constexpr unsigned kRunWindowBits = 53;
 

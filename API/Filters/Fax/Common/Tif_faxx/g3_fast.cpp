@@ -50,7 +50,7 @@ constexpr int kLongestZeros = 40; // of an EOL with fill that are read from one 
         do {
             const uint64_t index = bits.Top(kStepIndexBits);
             const RunStep& step = steps[index];
-            const uint32_t stepBits = BitsOfStep(steps, index);
+            const uint32_t stepBits = steps[Again(index)].bits;
             if (remaining <= step.both) [[unlikely]]
                 break;
             next[0] = remaining - step.first;

@@ -260,7 +260,10 @@ template <Form form>
                     if (mode == Mode::Horizontal ? !doHorizontal() : !doSingle())
                         return;
                 } else {
-                    const CodeGroup& group = groups[bits.Top(kGroupIndexBits)];
+                    const uint64_t index = bits.Top(kGroupIndexBits);
+                    const CodeGroup& group = groups[index];
+                    const unsigned length = groups[Again(index)].length;
+                    const Spacing spacing = groups[Again(index)].after;
                     if (group.course == kHorizontalCourse) {
                         if (!doHorizontal())
                             return;
@@ -274,8 +277,8 @@ template <Form form>
                             a0 = changes.after;
                             next = Bytes(next, course.written);
                             b1 = Bytes(b1, course.move);
-                            bits.Consume(group.length);
-                            groups = GroupsFor(group.after);
+                            bits.Consume(length);
+                            groups = GroupsFor(spacing);
                             continue;
                         }
                         keepGood(changes, course, entries);
