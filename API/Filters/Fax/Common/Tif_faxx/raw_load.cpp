@@ -45,7 +45,9 @@ struct RawLoad {
     unsigned short* mirrored;
 };
 
-int LoadRows(RawLoad& load) {
+// Out of line, so that its loop has the registers to itself: two-dimensional G3 goes round for every other
+// line.
+[[gnu::noinline]] int LoadRows(RawLoad& load) {
     _LOADINFO* info = load.loadInfo;
     if (!load.rowCallback)
         return ERROR_NO_CALLBACK;
