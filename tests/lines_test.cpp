@@ -265,23 +265,26 @@ TEST(G3Lines, EightBlankLinesAndNoMore) {
     EXPECT_EQ(run.record.DecodeStatus, DECODE_STATUS_NO_DATA);
 }
 
-// Pairs of a blank one-dimensional and a blank two-dimensional line, over many fills of the small buffer.
+// Pairs of a blank one-dimensional and a blank two-dimensional line, and second lines alone, over many fills
+// of the small buffer.
 TEST(G3Lines, PairsOfBlankLines) {
     resetTestKernel();
     static constexpr unsigned short kWidths[] = {8, 1728, 2480, 2560, 4960, 5119, 5120, 9472, 20000};
     for (const unsigned short width : kWidths)
         for (const Bits& fill : {Bits(), Bits("000"), Bits("0000000")}) {
             SCOPED_TRACE(testing::Message() << width << " with " << fill);
-            const Bits pair = fill + EOL + "1" + line1D({width}) + EOL + "0" + V0;
-            // Behind them two that differ from a pair in its last bit, and in the tag.
-            const Bits line = EOL + "1" + line1D({width});
-            CodecRun run(
-                packed(repeated(pair, 1000) + line + EOL + "0" + VL1 + V0 + line + line + repeated("1", 512)),
-                {.format = 67, .width = width, .smallBuffer = 1});
+            const Bits first = EOL + "1" + line1D({width});
+            const Bits second = EOL + "0" + V0;
+            const Bits three = fill + first + second + second;
+            // Behind them two pairs that differ from such a one in the last bit, and in the tag.
+            CodecRun run(packed(repeated(three, 1000) + first + EOL + "0" + VL1 + V0 + first + first +
+                                repeated("1", 512)),
+                         {.format = 67, .width = width, .smallBuffer = 1});
             EXPECT_EQ(run.decode(1), Rows(1, Row{width}));
-            for (unsigned call = 0; call < 1000; ++call)
-                ASSERT_EQ(run.decode(9), Rows(call == 0 ? 1 : 2, Row{width})) << "call " << call;
-            EXPECT_EQ(run.bitPosition(), 1000 * pair.size());
+            for (unsigned call = 0; call < 2000; ++call)
+                ASSERT_EQ(run.decode(9), Rows(call == 0 || call % 2 == 1 ? 1 : 2, Row{width}))
+                    << "call " << call;
+            EXPECT_EQ(run.bitPosition(), 1000 * three.size());
             EXPECT_EQ(run.decode(9), (Rows{{width}, {static_cast<unsigned short>(width - 1), 1}}));
             EXPECT_EQ(run.decode(2), Rows(2, Row{width}));
         }

@@ -225,14 +225,15 @@ TEST(PlainDecoders, AgreeWhereAStretchOfBlankLinesBreaks) {
     }
 }
 
-// Two lines to a call over several fills of the small buffer, and in front of them so much fill that one of
-// them ends at each bit around the place where the buffer is filled again.
+// Two lines to a call, and one every third time, over several fills of the small buffer; in front of them so
+// much fill that one ends at each bit around the place where the buffer is filled again.
 TEST(PlainDecoders, AgreeWherePairsOfBlankLinesMeetARefill) {
     const Decoders library = ofLibrary();
     for (const unsigned width : {1728u, 4960u, 9000u})
         for (unsigned fill = 0; fill < 80 && !HasFailure(); ++fill) {
-            const Bits pair = EOL + "1" + line1D({width}) + EOL + "0" + V0;
-            const Bytes stream = packed(repeated("0", fill) + repeated(pair, 700));
+            const Bits second = EOL + "0" + V0;
+            const Bits pair = EOL + "1" + line1D({width}) + second;
+            const Bytes stream = packed(repeated("0", fill) + repeated(pair + pair + second, 250));
             Side plain(kPlain, stream, FORMAT_FAX_G3_2D, width, 1, 0);
             Side fast(library, stream, FORMAT_FAX_G3_2D, width, 1, 0);
             for (unsigned call = 0; plain.record.DecodeStatus == 0 && !HasFailure(); ++call) {
