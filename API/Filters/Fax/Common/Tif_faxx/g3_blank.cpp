@@ -23,7 +23,7 @@ constexpr CodeWord kBlankTwoDimensional{kEol.bits << 2 | 0b01, kEol.length + 2};
     BlankLineCode code{.width = width};
     constexpr CodeWord kLongest = UnpackCode(kLongestRunCode);
     if (width >= kWindowBits / kLongest.length * kLongestCodeRun)
-        return code;
+        return code; // make-up codes alone would fill a window
     code.length = 0;
     const auto append = [&](CodeWord word) {
         code.bits = code.bits << word.length | word.bits;
@@ -99,21 +99,17 @@ constexpr auto kNarrowPairs = [] {
     const int64_t start = input.Position();
     if (start < 0) [[unlikely]]
         return otherwise(record, rows, lines);
+    const uint8_t* const buffer = record->Buffer;
     uint64_t position = static_cast<uint64_t>(start);
-    const uint64_t window = WindowAt(record->Buffer, position);
-    const unsigned fill = FillOf(window);
-    if (BeginsWith(window, kBlankTwoDimensional.bits, fill + kBlankTwoDimensional.length)) {
-        if (record->ReferenceLine[0] == 0 &&
-            EndBlankPair(record, rows, input, position + fill + kBlankTwoDimensional.length, 1))
+    if (Skip(buffer, position, kBlankTwoDimensional.bits, kBlankTwoDimensional.length)) {
+        if (record->ReferenceLine[0] == 0 && EndBlankPair(record, rows, input, position, 1))
             return 1;
     } else if (lines >= 2) {
         const BlankLineCode code = BlankLineOf(record->Width, FORMAT_FAX_G3_2D);
-        if (BeginsWith(window, code.bits, fill + code.length)) {
-            position += fill + code.length;
-            if (Skip(record->Buffer, position, kBlankTwoDimensional.bits, kBlankTwoDimensional.length) &&
-                EndBlankPair(record, rows, input, position, 2))
-                return 2;
-        }
+        if (Skip(buffer, position, code.bits, code.length) &&
+            Skip(buffer, position, kBlankTwoDimensional.bits, kBlankTwoDimensional.length) &&
+            EndBlankPair(record, rows, input, position, 2))
+            return 2;
     }
     return otherwise(record, rows, lines);
 }
