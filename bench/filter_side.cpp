@@ -23,7 +23,8 @@ extern "C" int StartSave(_BITMAPHANDLE* bitmap, _BITMAPHANDLE** saveBitmap, int,
                          unsigned char** rowBuffer, int, void* userData, void*, _SAVEFILESTRUCT** saveFile) {
     Save& save = *static_cast<Save*>(userData);
     *saveBitmap = bitmap;
-    *rowBuffer = static_cast<unsigned char*>(K_LocalAlloc(save.page.RowBytes(), 1, __LINE__, "row buffer"));
+    *rowBuffer = static_cast<unsigned char*>(
+        K_LocalAlloc(save.page.RowBytes() + standin::ROW_SLACK, 1, __LINE__, "row buffer"));
     if (*rowBuffer == nullptr)
         return ERROR_NO_MEMORY;
     *saveFile = &save.saveFile;
@@ -70,6 +71,7 @@ Save::Save(Page source, int formatNumber) : page(std::move(source)), format(form
     bitmap.YResolution = 204;
     saveFile.NoInvert = 1;
     stream.resize(page.rows.size() * 4);
+    page.rows.resize(page.rows.size() + standin::ROW_SLACK);
 }
 
 void SaveWithFilter(Save& save) {

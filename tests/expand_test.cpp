@@ -49,17 +49,21 @@ TEST(ExpandRows, EveryDensityAndLength) {
     }
 }
 
-TEST(CopyRow, EveryLengthAndPlace) {
-    std::vector<uint8_t> source(400);
+TEST(CopyRow, EveryLengthAndPlaceWithinTheSlack) {
+    std::vector<uint8_t> source(5 + 320 + standin::ROW_SLACK);
     for (size_t i = 0; i < source.size(); ++i)
         source[i] = static_cast<uint8_t>(i * 7 + 1);
-    for (size_t bytes = 0; bytes < 320; ++bytes) {
+    for (size_t bytes = 0; bytes <= 320; ++bytes) {
         const size_t place = bytes % 37;
-        std::vector<uint8_t> target(place + bytes + 1, 0xAA);
-        std::vector<uint8_t> expected = target;
-        std::copy_n(source.begin() + 5, bytes, expected.begin() + static_cast<ptrdiff_t>(place));
-        standin::CopyRow(target.data() + place, source.data() + 5, bytes);
-        ASSERT_EQ(target, expected) << bytes << " bytes";
+        std::vector<uint8_t> target(place + bytes + standin::ROW_SLACK, 0xAA);
+        const std::vector<uint8_t> from(
+            source.begin() + 5, source.begin() + static_cast<ptrdiff_t>(5 + bytes + standin::ROW_SLACK));
+        standin::CopyRow(target.data() + place, from.data(), bytes);
+        ASSERT_TRUE(std::equal(from.begin(), from.begin() + static_cast<ptrdiff_t>(bytes),
+                               target.begin() + static_cast<ptrdiff_t>(place)))
+            << bytes << " bytes";
+        ASSERT_EQ(std::count(target.begin(), target.begin() + static_cast<ptrdiff_t>(place), 0xAA),
+                  static_cast<ptrdiff_t>(place));
     }
 }
 

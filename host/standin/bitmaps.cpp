@@ -116,7 +116,8 @@ int K_AllocateBitmap(_BITMAPHANDLE* bitmap, int /*memoryKind*/) {
         return ERROR_INV_PARAMETER;
     const size_t bytes = size_t{bitmap->BytesPerLine} * static_cast<unsigned>(bitmap->Height);
     OwnFields own = GetOwn(*bitmap);
-    own.Rows = static_cast<unsigned char*>(standin::AllocateTracked(bytes, true, __LINE__, "bitmap rows"));
+    own.Rows = static_cast<unsigned char*>(
+        standin::AllocateTracked(bytes + standin::ROW_SLACK, true, __LINE__, "bitmap rows"));
     if (own.Rows == nullptr)
         return ERROR_NO_MEMORY;
     SetOwn(*bitmap, own);

@@ -20,6 +20,9 @@ namespace standin {
 
 namespace {
 
+constexpr size_t COPIED_BYTES = 4 * sizeof(__m256i);
+static_assert(COPIED_BYTES == ROW_SLACK + 1);
+
 // Rows of shorter runs than this on an average are worth the wider steps.
 constexpr size_t DENSE_PIXELS_PER_RUN = 6;
 
@@ -128,7 +131,7 @@ __attribute__((target("avx2"))) void CopyFaster(unsigned char* target, const uns
                                                 size_t bytes) {
     const auto* from = reinterpret_cast<const __m256i*>(source);
     auto* to = reinterpret_cast<__m256i*>(target);
-    for (; bytes >= 4 * sizeof *to; bytes -= 4 * sizeof *to) {
+    for (size_t copied = 0; copied < bytes; copied += COPIED_BYTES) {
         const __m256i first = _mm256_loadu_si256(from++);
         const __m256i second = _mm256_loadu_si256(from++);
         const __m256i third = _mm256_loadu_si256(from++);
@@ -138,28 +141,6 @@ __attribute__((target("avx2"))) void CopyFaster(unsigned char* target, const uns
         _mm256_storeu_si256(to++, third);
         _mm256_storeu_si256(to++, fourth);
     }
-    if ((bytes & 2 * sizeof *to) != 0) {
-        const __m256i first = _mm256_loadu_si256(from++);
-        const __m256i second = _mm256_loadu_si256(from++);
-        _mm256_storeu_si256(to++, first);
-        _mm256_storeu_si256(to++, second);
-    }
-    if ((bytes & sizeof *to) != 0)
-        _mm256_storeu_si256(to++, _mm256_loadu_si256(from++));
-    source = reinterpret_cast<const unsigned char*>(from);
-    target = reinterpret_cast<unsigned char*>(to);
-    const auto copyPiece = [&]<size_t size>() __attribute__((always_inline)) {
-        if ((bytes & size) == 0)
-            return;
-        std::memcpy(target, source, size);
-        target += size;
-        source += size;
-    };
-    copyPiece.template operator()<16>();
-    copyPiece.template operator()<8>();
-    copyPiece.template operator()<4>();
-    copyPiece.template operator()<2>();
-    copyPiece.template operator()<1>();
 }
 
 const bool FASTER = HasBmiAndAvx2();

@@ -32,8 +32,11 @@ const unsigned short* ExpandRow(const unsigned short* row, unsigned char* packed
 // word behind it.
 unsigned short* CompressRow(const unsigned char* packed, size_t width, unsigned short* row);
 
-// Copies a packed row of so many bytes. What was just copied can be read by vectors without waiting: the
-// pieces are whole vectors and then ever smaller ones, and no piece is stored over a part of another.
+// Bytes behind a row that CopyRow may read and write, whatever is in them.
+inline constexpr size_t ROW_SLACK = 127;
+
+// Copies a packed row of so many bytes, and up to ROW_SLACK behind it. What was just copied can be read by
+// vectors without waiting: the pieces are whole vectors, and none is stored over a part of another.
 void CopyRow(unsigned char* target, const unsigned char* source, size_t bytes);
 
 // Writes the row's left-to-right mirror image, at most one word longer. Returns the word behind it.

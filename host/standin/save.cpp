@@ -7,6 +7,8 @@
 #include "host/standin/rows.h"
 #include "host/standin/standin.h"
 
+#include <cstring>
+
 namespace standin {
 
 namespace {
@@ -46,9 +48,10 @@ extern "C" int StartSave(_BITMAPHANDLE* bitmap, _BITMAPHANDLE** saveBitmap, int 
     }
     if (rowBuffer != nullptr) {
         *rowBuffer = static_cast<unsigned char*>(
-            K_LocalAlloc((*saveBitmap)->BytesPerLine, 1, __LINE__, "save row buffer"));
+            K_LocalAlloc((*saveBitmap)->BytesPerLine + ROW_SLACK, 1, __LINE__, "save row buffer"));
         if (*rowBuffer == nullptr)
             return ERROR_NO_MEMORY;
+        call.RowBuffer = *rowBuffer;
     }
     const bool asItLies = call.Tiled && call.How.NoInvert;
     call.SaveFile.Declared.NoInvert = IsInverted(**saveBitmap) && !asItLies ? 0 : 1;
@@ -66,7 +69,11 @@ extern "C" int GetSaveRow(_BITMAPHANDLE* /*bitmap*/, _BITMAPHANDLE* saveBitmap, 
     if (call.How.Progress && !call.How.Progress(done, saveBitmap->Height))
         return STATUS_STOPPED;
     ++call.RowsFetched;
-    CopyRow(rowBuffer, BitmapRow(*saveBitmap, row), saveBitmap->BytesPerLine);
+    const unsigned char* const source = BitmapRow(*saveBitmap, row);
+    if (rowBuffer == call.RowBuffer)
+        CopyRow(rowBuffer, source, saveBitmap->BytesPerLine);
+    else
+        std::memcpy(rowBuffer, source, saveBitmap->BytesPerLine);
     return SUCCESS;
 }
 
@@ -88,6 +95,7 @@ extern "C" int EndSave(_BITMAPHANDLE* bitmap, _BITMAPHANDLE** saveBitmap, unsign
 void PrepareSave(SaveCall& call, const char* fileName, _BITMAPHANDLE& bitmap, const SaveOptions& options) {
     call.How = options;
     call.RowsFetched = 0;
+    call.RowBuffer = nullptr;
     _SAVEOPTIONS& bits = call.Options.Declared;
     bits.OutputBits =
         (options.ReverseBits ? SAVEOPTION_REVERSE_BITS : 0) | (options.NoInvert ? SaveOptionNoInvert : 0);

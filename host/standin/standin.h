@@ -142,6 +142,7 @@ struct SaveCall {
     SaveOptions How;
     bool Tiled = false; // the tiled saver asks the save-file record alone whether to invert
     int RowsFetched = 0;
+    const unsigned char* RowBuffer = nullptr; // the kernel's own; the tiled saver has one of its own
 };
 
 // Fills the call for a save of bitmap; fileName and bitmap must outlive it. For container formats, whose

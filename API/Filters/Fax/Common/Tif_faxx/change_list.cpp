@@ -93,24 +93,37 @@ uint32_t Close(CCITTG34* record, uint32_t* entry) {
     return static_cast<uint32_t>(entry - record->CodingLine);
 }
 
-constexpr size_t kPieceBytes = 32;
+constexpr uint32_t kPiecePixels = 256;
+constexpr uint32_t kPieceBytes = kPiecePixels / 8;
+constexpr uint32_t kPartPixels = 32;
+constexpr size_t kParts = kPiecePixels / kPartPixels;
 
 // The black pixels of a row, gathered from pieces of it.
 template <Form form>
 struct BlackPixels {
     __m128i pixels = _mm_setzero_si128();
 
-    void Add(const uint8_t* row) {
-        const __m128i* const vectors = reinterpret_cast<const __m128i*>(row);
+    void Add(const uint8_t* piece) {
+        const __m128i* const vectors = reinterpret_cast<const __m128i*>(piece);
         pixels = _mm_or_si128(pixels, _mm_or_si128(_mm_loadu_si128(vectors), _mm_loadu_si128(vectors + 1)));
     }
 
-    void AddHalf(const uint8_t* row) {
-        pixels = _mm_or_si128(pixels, _mm_loadu_si128(reinterpret_cast<const __m128i*>(row)));
+    // Adds the first parts of a piece, fewer than all. Nothing behind them is read.
+    void AddParts(const uint8_t* piece, size_t parts) {
+        for (; parts != 0; --parts, piece += kPartPixels / 8)
+            pixels = _mm_or_si128(pixels, _mm_cvtsi32_si128(Load<int32_t>(piece)));
     }
 
     bool None() const { return _mm_movemask_epi8(_mm_cmpeq_epi8(pixels, _mm_setzero_si128())) == 0xFFFF; }
 };
+
+// The masks of the first parts of a piece.
+alignas(32) constexpr auto kFirstParts = [] {
+    std::array<std::array<int32_t, kParts>, kParts> masks{};
+    for (size_t parts = 0; parts < kParts; ++parts)
+        std::fill_n(masks[parts].begin(), parts, -1);
+    return masks;
+}();
 
 template <>
 struct BlackPixels<Form::Faster> {
@@ -118,60 +131,49 @@ struct BlackPixels<Form::Faster> {
 
     FAXX_FASTER_FORM BlackPixels() : pixels(_mm256_setzero_si256()) {}
 
-    FAXX_FASTER_FORM void Add(const uint8_t* row) {
-        pixels = _mm256_or_si256(pixels, _mm256_loadu_si256(reinterpret_cast<const __m256i*>(row)));
+    FAXX_FASTER_FORM void Add(const uint8_t* piece) {
+        pixels = _mm256_or_si256(pixels, _mm256_loadu_si256(reinterpret_cast<const __m256i*>(piece)));
     }
 
-    FAXX_FASTER_FORM void AddHalf(const uint8_t* row) {
-        pixels = _mm256_or_si256(
-            pixels, _mm256_zextsi128_si256(_mm_loadu_si128(reinterpret_cast<const __m128i*>(row))));
+    FAXX_FASTER_FORM void AddParts(const uint8_t* piece, size_t parts) {
+        const __m256i mask = _mm256_load_si256(reinterpret_cast<const __m256i*>(&kFirstParts[parts]));
+        pixels =
+            _mm256_or_si256(pixels, _mm256_maskload_epi32(reinterpret_cast<const int32_t*>(piece), mask));
     }
 
     FAXX_FASTER_FORM bool None() const { return _mm256_testz_si256(pixels, pixels) != 0; }
 };
 
-// Whether a row is white, as most rows of most pages are; not told of rows shorter than a piece. Behind the
-// first piece they are read at aligned addresses, then in ever smaller pieces: rows come freshly copied, and
-// a load that straddles two stores waits for both to reach the cache.
+// The last pixels of a row of this width, kPartPixels or some fewer. Not for rows of fewer.
+uint32_t LastPart(const uint8_t* row, uint32_t width) {
+    const uint32_t bytes = (width + 7) / 8;
+    return __builtin_bswap32(Load<uint32_t>(row + bytes - sizeof(uint32_t))) >> (8 * bytes - width);
+}
+
+// Whether a row is white, as most rows of most pages are; not told of rows shorter than a piece. Rows come
+// freshly copied, and a load that straddles two stores waits for both to reach the cache: they are read from
+// the front in whole pieces, as they are best copied.
 template <Form form>
 [[gnu::always_inline]] inline bool IsWhite(const uint8_t* row, uint32_t width) {
-    if (width < 8 * kPieceBytes)
+    if (width < kPiecePixels) [[unlikely]]
         return false;
-    const uint8_t* const end = row + width / 8;
     BlackPixels<form> black;
-    black.Add(row);
-    const uint8_t* next = row + (kPieceBytes - reinterpret_cast<uintptr_t>(row) % kPieceBytes);
-    for (; end - next >= static_cast<ptrdiff_t>(4 * kPieceBytes); next += 4 * kPieceBytes) {
-        black.Add(next);
-        black.Add(next + kPieceBytes);
-        black.Add(next + 2 * kPieceBytes);
-        black.Add(next + 3 * kPieceBytes);
-    }
-    for (; end - next >= static_cast<ptrdiff_t>(kPieceBytes); next += kPieceBytes)
-        black.Add(next);
-    uint64_t rest = 0;
-    const size_t left = static_cast<size_t>(end - next);
-    if ((left & 16) != 0) {
-        black.AddHalf(next);
-        next += 16;
-    }
-    if ((left & 8) != 0) {
-        rest |= Load<uint64_t>(next);
-        next += 8;
-    }
-    if ((left & 4) != 0) {
-        rest |= Load<uint32_t>(next);
-        next += 4;
-    }
-    if ((left & 2) != 0) {
-        rest |= Load<uint16_t>(next);
-        next += 2;
-    }
-    if ((left & 1) != 0)
-        rest |= *next;
-    if (width % 8 != 0)
-        rest |= static_cast<unsigned>(*end) >> (8 - width % 8);
-    return rest == 0 && black.None();
+    const uint8_t* next = row;
+    const auto add = [&](uint32_t pieces) __attribute__((always_inline)) {
+        for (; pieces != 0; --pieces, next += kPieceBytes)
+            black.Add(next);
+    };
+    for (uint32_t fours = width / (4 * kPiecePixels); fours != 0; --fours)
+        add(4);
+    if ((width & 2 * kPiecePixels) != 0)
+        add(2);
+    if ((width & kPiecePixels) != 0)
+        add(1);
+    black.AddParts(next, width / kPartPixels % kParts);
+    if (width % kPartPixels != 0) [[likely]]
+        if (LastPart(row, width) != 0)
+            return false;
+    return black.None();
 }
 
 // The pixels of a word that differ from the one to their left.
@@ -261,13 +263,15 @@ template <Form form>
 } // namespace
 
 uint32_t ListChangesAnywhere(CCITTG34* record, const uint8_t* row) {
-    return IsWhite<Form::Anywhere>(row, record->Width) ? Close(record, record->CodingLine)
-                                                       : ListAnywhere(record, row);
+    if (IsWhite<Form::Anywhere>(row, record->Width)) [[likely]]
+        return Close(record, record->CodingLine);
+    return ListAnywhere(record, row);
 }
 
 FAXX_FASTER_FORM uint32_t ListChangesFaster(CCITTG34* record, const uint8_t* row) {
-    return IsWhite<Form::Faster>(row, record->Width) ? Close(record, record->CodingLine)
-                                                     : ListFaster(record, row);
+    if (IsWhite<Form::Faster>(row, record->Width)) [[likely]]
+        return Close(record, record->CodingLine);
+    return ListFaster(record, row);
 }
 
 } // namespace faxx
