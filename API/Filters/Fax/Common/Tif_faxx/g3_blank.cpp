@@ -65,24 +65,13 @@ bool BeginsWith(uint64_t window, uint64_t bits, unsigned length) {
     return true;
 }
 
-// Ends a call of so many blank lines, the last of them two-dimensional and ending at position. False where a
-// refill comes before that.
-[[gnu::always_inline]] inline bool EndBlankPair(CCITTG34* record, uint16_t* rows, BitInput& input,
-                                                uint64_t position, unsigned count) {
-    if (static_cast<int64_t>(position) >= input.PositionLimit()) [[unlikely]]
-        return false;
-    input.MoveTo(position);
-    input.Store();
-    record->NextLineTag = kNextLineOneDimensional;
-    RowOutput output{rows, kRowBudget, 0, count};
-    FinishBlankLines(record, output, count);
-    return true;
+} // namespace
+
+BlankLineCode BlankLineOf(const CCITTG34* record) {
+    return BlankLineOf(record->Width, record->Format);
 }
 
-// The bits of a one-dimensional blank line and a two-dimensional one below it, without fill, left-aligned,
-// and in the low bits how many they leave of 64. They are 47 at most while the width takes no make-up code
-// 2560.
-constexpr auto kNarrowPairs = [] {
+constinit const std::array<uint64_t, kLongestCodeRun> kNarrowPairs = [] {
     std::array<uint64_t, kLongestCodeRun> pairs{};
     for (uint32_t width = 0; width < pairs.size(); ++width) {
         const BlankLineCode line = BlankLineOf(width, FORMAT_FAX_G3_2D);
@@ -92,9 +81,7 @@ constexpr auto kNarrowPairs = [] {
     return pairs;
 }();
 
-// The second line of a pair alone, a wide pair, or one with fill.
-[[gnu::noinline]] unsigned DecodeOtherPair(CCITTG34* record, uint16_t* rows, unsigned lines,
-                                           LineDecoder* otherwise) {
+unsigned DecodeOtherPair(CCITTG34* record, uint16_t* rows, unsigned lines, LineDecoder* otherwise) {
     BitInput input(record);
     const int64_t start = input.Position();
     if (start < 0) [[unlikely]]
@@ -112,27 +99,6 @@ constexpr auto kNarrowPairs = [] {
             return 2;
     }
     return otherwise(record, rows, lines);
-}
-
-} // namespace
-
-BlankLineCode BlankLineOf(const CCITTG34* record) {
-    return BlankLineOf(record->Width, record->Format);
-}
-
-unsigned DecodeBlankPair(CCITTG34* record, uint16_t* rows, unsigned lines, LineDecoder* otherwise) {
-    const uint32_t width = record->Width;
-    BitInput input(record);
-    const int64_t start = input.Position();
-    if (lines >= 2 && width < kNarrowPairs.size() && start >= 0) {
-        const uint64_t pair = kNarrowPairs[width];
-        const unsigned rest = pair % 64;
-        const uint64_t position = static_cast<uint64_t>(start);
-        if ((WindowAt(record->Buffer, position) ^ pair) >> rest == 0 &&
-            EndBlankPair(record, rows, input, position + 64 - rest, 2)) [[likely]]
-            return 2;
-    }
-    return DecodeOtherPair(record, rows, lines, otherwise);
 }
 
 namespace {

@@ -157,7 +157,7 @@ unsigned DecodeG3(CCITTG34* record, unsigned short* rows, unsigned lines) {
     if (record->DecodeStatus != DECODE_STATUS_OK)
         return RefuseLines(record, rows, lines);
 
-    if (record->Format == FORMAT_FAX_G3_2D && record->NextLineTag < 0)
+    if (record->Format == FORMAT_FAX_G3_2D && record->NextLineTag < 0) [[likely]]
         return DecodeBlankPair(record, rows, lines, DecodeLines);
     return DecodeLines(record, rows, lines);
 }
