@@ -3,6 +3,9 @@
 #include <algorithm>
 #include <cstdlib>
 #include <gtest/gtest.h>
+#include <span>
+#include <stdexcept>
+#include <sys/mman.h>
 
 #include "tests/codec_run.h"
 
@@ -147,12 +150,35 @@ EncoderRun::~EncoderRun() {
     QuitEncodeG34(&record);
 }
 
+namespace {
+
+// A copy of a row in front of a page that nobody may touch: sanitizers do not see what masked vectors read.
+std::span<uint8_t> atTheEndOfMemory(const Bytes& row) {
+    constexpr size_t ROOM = 1 << 16;
+    constexpr size_t PAGE = 1 << 12;
+    static uint8_t* const end = [] {
+        void* const memory =
+            mmap(nullptr, ROOM + PAGE, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+        uint8_t* const behind = static_cast<uint8_t*>(memory) + ROOM;
+        if (memory == MAP_FAILED || mprotect(behind, PAGE, PROT_NONE) != 0)
+            throw std::runtime_error("no guarded memory");
+        return behind;
+    }();
+    if (row.size() > ROOM)
+        throw std::runtime_error("the row is too long");
+    const std::span copy(end - row.size(), row.size());
+    std::copy(row.begin(), row.end(), copy.begin());
+    return copy;
+}
+
+} // namespace
+
 void EncoderRun::encode(const Bytes& row) {
-    Bytes copy = row; // as long as the row: nothing behind it may be read
+    const std::span<uint8_t> copy = atTheEndOfMemory(row);
     const uint32_t* const coding = record.CodingLine;
     (expected.usesG3() ? EncodeG3 : EncodeG4)(&record, copy.data());
     expected.add(changesOf(row, record.Width));
-    EXPECT_EQ(copy, row);
+    EXPECT_TRUE(std::equal(copy.begin(), copy.end(), row.begin()));
 
     const size_t pending = expected.pending();
     ASSERT_EQ(record.BitCount, 16 - static_cast<int>(pending));

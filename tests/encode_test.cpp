@@ -162,14 +162,14 @@ TEST_F(Encoder, TagsEveryLineOfFormat117) {
 
 // A row is looked through for black by pieces of every size.
 TEST_F(Encoder, FindsALonePixel) {
-    constexpr unsigned WIDTH = 511;
-    for (const unsigned format : {66u, 68u}) {
-        resetTestKernel();
-        EncoderRun run(format, WIDTH);
-        for (unsigned column = 0; column < WIDTH; ++column)
-            run.encode(packedRow({column, 1, WIDTH - column - 1}));
-        run.finish();
-    }
+    for (const unsigned width : {511u, 2047u})
+        for (const unsigned format : {66u, 68u}) {
+            resetTestKernel();
+            EncoderRun run(format, width);
+            for (unsigned column = 0; column < width; ++column)
+                run.encode(packedRow({column, 1, width - column - 1}));
+            run.finish();
+        }
 }
 
 // The buffer leaves before a line that finds it above the threshold, never in one.

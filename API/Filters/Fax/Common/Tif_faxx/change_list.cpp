@@ -170,10 +170,7 @@ template <Form form>
     if ((width & kPiecePixels) != 0)
         add(1);
     black.AddParts(next, width / kPartPixels % kParts);
-    if (width % kPartPixels != 0) [[likely]]
-        if (LastPart(row, width) != 0)
-            return false;
-    return black.None();
+    return LastPart(row, width) == 0 && black.None();
 }
 
 // The pixels of a word that differ from the one to their left.
