@@ -1,8 +1,10 @@
 // Coded lines: two-dimensional ones, one-dimensional ones in the four formats, the hand-over between them,
 // damage, limits, and the probe.
+#include <ctime>
 #include <numeric>
 
 #include "tests/codec_run.h"
+#include "tests/encode_run.h"
 
 namespace {
 
@@ -164,6 +166,35 @@ TEST(G4Limits, EmptyRunsEndAtTheLimit) {
                 EXPECT_GE(run.probe(), 1);
             }
         }
+}
+
+// A call's first line has room for every pixel as a change, as far as a list holds them.
+TEST(G4Limits, EveryPixelOfTheWidestLinesIsAChange) {
+    for (const unsigned format : {66u, 67u, 68u, 117u, 162u})
+        for (const unsigned width : {249995u, 249996u, 249997u}) {
+            SCOPED_TRACE(testing::Message() << format << " width " << width);
+            const Picture picture(2, Bytes((width + 7) / 8, 0xAA));
+            CodecRun run(codedPicture(picture, width, format), {.format = format, .width = width});
+            for (const Bytes& row : picture) {
+                const Rows rows = run.decode(1);
+                ASSERT_EQ(rows.size(), 1u);
+                EXPECT_EQ(rows[0].size(), changesOf(row, width).size() + 1);
+            }
+            EXPECT_EQ(run.dispatch->Status, 0);
+        }
+}
+
+// Each exit from uncompressed mode looks for b1 anew: from where the last search ended, or this would take
+// minutes.
+TEST(G4Limits, ExitsFromUncompressedModeAreLinear) {
+    constexpr unsigned kWidth = 249997;
+    const Bits pixels = repeated(horizontal(1, 1), kWidth / 2) + horizontal(1, 0);
+    const Bits exits = repeated(UNCOMPRESSED + "00000010", 400000);
+    CodecRun run(packed(pixels + repeated(V0, kWidth / 2) + exits + V0), {.width = kWidth});
+    EXPECT_EQ(run.decode(1).size(), 1u);
+    const std::clock_t start = std::clock();
+    EXPECT_EQ(run.decode(1).size(), 1u);
+    EXPECT_LT(std::clock() - start, 5 * CLOCKS_PER_SEC);
 }
 
 TEST(G4Limits, NoLinesAskedNothingDone) {

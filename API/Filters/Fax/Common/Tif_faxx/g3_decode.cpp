@@ -89,17 +89,13 @@ unsigned DecodeTwoDimensional(CCITTG34* record, RowOutput& output, uint32_t refe
     return DecodeG4Lines(record, handedOver, referenceEntries);
 }
 
-// A line is begun while the budget holds so many words more than Width, and may take one more than that.
+// A line is begun while the budget holds so many words more than Width.
 constexpr uint32_t kLeastExtraWords = 2;
-
-void SetLineWords(RowOutput& output) {
-    output.lineWords = static_cast<uint32_t>(output.budget) + 1;
-}
 
 // Out of line, so that a call of two blank lines does not set up what it takes.
 [[gnu::noinline]] unsigned DecodeLines(CCITTG34* record, uint16_t* rows, unsigned lines) {
     RowOutput output{rows, kRowBudget, 0, lines};
-    SetLineWords(output);
+    output.BeginLine(record->Width);
     Line line(record);
     BlankLineCode blankLine = BlankLineOf(record);
     uint32_t referenceEntries = kEntriesUnknown;
@@ -137,7 +133,7 @@ void SetLineWords(RowOutput& output) {
             line.input.Store();
             return lines - output.linesLeft;
         }
-        SetLineWords(output);
+        output.BeginLine(record->Width);
     }
 }
 

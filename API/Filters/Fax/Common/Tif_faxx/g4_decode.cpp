@@ -123,8 +123,7 @@ After UncompressedMode(Line& line) {
                 return After::NoData;
             if (!LeftOfEdge(line.a0) || (next != colour && !line.Append(line.a0)))
                 return After::LineEnd;
-            line.b1 = static_cast<uint32_t>(next);
-            line.SeekB1();
+            line.SeekB1FromStart(next);
             return After::NextCode;
         }
         if (line.input.Top(6) == 1) {
@@ -200,6 +199,7 @@ unsigned DecodeG4Lines(CCITTG34* record, RowOutput& output, uint32_t referenceEn
     Line line(record);
     if (referenceEntries == kEntriesUnknown)
         referenceEntries = ListLength(record->ReferenceLine);
+    output.BeginLine(record->Width);
     line.Begin(output, referenceEntries);
     for (;;) {
         After after = After::LineEnd;
@@ -235,7 +235,7 @@ unsigned DecodeG4Lines(CCITTG34* record, RowOutput& output, uint32_t referenceEn
             line.input.Store();
             return lines - output.linesLeft;
         }
-        output.lineWords = static_cast<uint32_t>(output.budget);
+        output.BeginLine(record->Width);
         line.Begin(output, std::max(line.written, line.referenceEntries));
     }
 }
@@ -248,6 +248,6 @@ unsigned DecodeG4(CCITTG34* record, unsigned short* rows, unsigned lines) {
         return 0;
     if (record->DecodeStatus != DECODE_STATUS_OK)
         return WriteWhiteRows(rows, record->Width, lines);
-    RowOutput output{rows, kRowBudget, static_cast<uint32_t>(kRowBudget), lines};
+    RowOutput output{rows, kRowBudget, 0, lines};
     return DecodeG4Lines(record, output, kEntriesUnknown);
 }

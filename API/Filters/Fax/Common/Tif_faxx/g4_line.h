@@ -64,6 +64,9 @@ struct Line {
     uint32_t limit = 0;            // of written
     uint32_t a0 = 0;
     uint32_t b1 = 0; // index into reference
+    // What the last search from the start of the reference line found, and the a0 that it was for.
+    uint32_t firstRight = 0;
+    uint32_t soughtFor = 0;
 
     explicit Line(CCITTG34* r) : record(r), input(r) {}
 
@@ -80,6 +83,8 @@ struct Line {
         written = 0;
         a0 = record->Width;
         b1 = 0;
+        firstRight = 0;
+        soughtFor = a0;
     }
 
     bool AtStart() const { return written == 0 && b1 == 0 && a0 == record->Width; }
@@ -100,6 +105,18 @@ struct Line {
     void SeekB1() {
         while (reference[b1] >= a0)
             b1 += 2;
+    }
+
+    // Finds the first changing element of a colour right of a0, whatever b1 was. The entries never rise, and
+    // a0 moves to the right (but for runs of 2^32 pixels and more), so each search goes on where the last one
+    // of the line ended: all of them together pass over the reference line once.
+    void SeekB1FromStart(Colour colour) {
+        if (a0 > soughtFor)
+            firstRight = 0;
+        soughtFor = a0;
+        while (reference[firstRight] >= a0)
+            ++firstRight;
+        b1 = firstRight + (firstRight % 2 == static_cast<uint32_t>(colour) ? 0 : 1);
     }
 };
 

@@ -77,6 +77,15 @@ struct RowOutput {
     int32_t budget;     // words left
     uint32_t lineWords; // words that the line in progress may take
     unsigned linesLeft;
+
+    // Called where a line begins. A call's first line is begun whatever the width, and its area has room for
+    // the whole row; every later line is begun only while the budget holds a row of Width + 2 words, and one
+    // word more belongs to the area. A list holds no more changes than kRowWords hold runs.
+    void BeginLine(uint32_t width) {
+        const uint32_t row = width + kRowHeaderWords + 1;
+        const uint32_t left = static_cast<uint32_t>(budget);
+        lineWords = row <= left ? left : row < kRowWords ? row : kRowWords;
+    }
 };
 
 // How many changing elements a line may have before it is ended as if it had reached the right edge: its
