@@ -189,9 +189,13 @@ void RegisterHostile() {
     Register("too-wide-at-the-end", Hostile(kEolEveryOtherByte, line, tooWide));
     Register("both-parities", Hostile(kEolEveryOtherByte, line, tooWide, "11111111"));
     Register("lines-of-no-width", Hostile(kEolEveryOtherByte, eol + std::string(kEmptyRuns), tooWide));
+    // The trials find 100 lines and more, but no width.
+    Register("no-width-at-all", Hostile(kEolEveryOtherByte, eol + "00110101"));
     Register("short-lines-first", Hostile(eol + "1" + std::string(kOnePixelEach), longLine, tooWide));
     // 64 more white pixels before the first line for every EOL in front of it.
     Register("make-up-codes-first", Hostile(eol + "110110000000", kEmptyRuns, tooWide));
+    // Lines that end at their 65,535th pixel, at another place for every trial: white 0, black 1.
+    Register("lines-apart", Hostile(eol + "110110000000", "00110101010", tooWide));
 }
 
 } // namespace

@@ -87,7 +87,7 @@ int SetUpDecoder(_LOADDISPATCH* dispatch, CCITTG34* record, unsigned format, uns
     record->BufferCapacity = smallBuffer ? kSmallInputBytes : kInputBytes;
     record->BytesRead = 0;
     record->ByteLimit = byteLimit;
-    record->RefillThreshold = record->BufferCapacity / 4 * 3;
+    record->RefillThreshold = RefillThresholdOf(record->BufferCapacity);
     record->LoadDispatch = dispatch;
     std::fill_n(record->ReferenceLine, kClosingZeros, 0);
 

@@ -1,8 +1,8 @@
-// Loads a stream from an open handle through the kernel's row callback, and finds G3 streams in a handle.
+// Loads a stream from an open handle through the kernel's row callback, or describes what is there.
 #include "API/Filters/Fax/Common/Tif_faxx/bit_input.h"
-#include "API/Filters/Fax/Common/Tif_faxx/g3_probe.h"
 #include "API/Filters/Fax/Common/Tif_faxx/limits.h"
 #include "API/Filters/Fax/Common/Tif_faxx/stream.h"
+#include "API/Filters/Fax/Common/Tif_faxx/stream_search.h"
 
 #include <algorithm>
 
@@ -25,9 +25,6 @@ int OrientationFromFlags(uint32_t flags) {
 }
 
 namespace {
-
-constexpr int64_t kProbedOffsets = 2000;
-constexpr int32_t kProbedResolution = 300;
 
 // The arguments and working buffers of one call.
 struct RawLoad {
@@ -86,61 +83,9 @@ struct RawLoad {
     return SUCCESS;
 }
 
-enum class Eol : uint8_t { None, Normal, Reversed };
-
-// An EOL that starts with the first of 16 bits or ends with the last of them, in either bit order.
-Eol EolAt(const uint8_t bytes[2]) {
-    const unsigned word = static_cast<unsigned>(bytes[0] << 8 | bytes[1]);
-    if ((word & 0xFFF0) == 0x0010 || word == 0x0001)
-        return Eol::Normal;
-    if ((word & 0xFF0F) == 0x0008 || word == 0x0080)
-        return Eol::Reversed;
-    return Eol::None;
-}
-
-// Decodes the stream at offset as the given format to find its size. SUCCESS with a positive Width where it
-// is convincing, SUCCESS with Width 0 where not; anything else is the decoder set-up's failure.
-int TryFormat(RawLoad& load, TrialHistory& history, int64_t offset, int format) {
-    _LOADINFO* info = load.loadInfo;
-    info->Format = format;
-    K_RedirectedSeek(load.handle, offset, 0);
-    const int status = SetUpDecoder(nullptr, &load.codec, static_cast<unsigned>(format), 0,
-                                    ReversedBits(info->Flags), load.handle, 0, 0);
-    if (status != SUCCESS)
-        return status;
-    info->Height = ProbeStream(&load.codec, load.runs, offset, history);
-    if (IsConvincing(load.codec.Width, info->Height)) {
-        info->Width = static_cast<int32_t>(load.codec.Width);
-        return SUCCESS;
-    }
-    info->Width = 0;
-    QuitDecodeG34(&load.codec, 0);
-    return SUCCESS;
-}
-
-int Probe(RawLoad& load) {
-    _LOADINFO* info = load.loadInfo;
-    info->BitsPerPixel = 1;
-    info->XResolution = kProbedResolution;
-    info->YResolution = kProbedResolution;
-    TrialHistory history(load.mirrored);
-    for (info->Offset = 0; info->Offset < kProbedOffsets; ++info->Offset) {
-        const int64_t offset = info->Offset;
-        uint8_t bytes[2];
-        K_RedirectedSeek(load.handle, offset, 0);
-        if (K_RedirectedRead(load.handle, bytes, sizeof bytes) != sizeof bytes)
-            break;
-        const Eol eol = EolAt(bytes);
-        if (eol == Eol::None)
-            continue;
-        info->Flags = LOADINFO_ORIENTATION_1 | (eol == Eol::Reversed ? LOADINFO_REVERSED_BITS : 0);
-        for (const int format : {FORMAT_FAX_G3_1D, FORMAT_FAX_G3_2D}) {
-            const int status = TryFormat(load, history, offset, format);
-            if (status != SUCCESS || info->Width > 0)
-                return status;
-        }
-    }
-    return info->Width > 0 ? SUCCESS : FAILURE;
+int Describe(RawLoad& load) {
+    TrialHistory history(load.mirrored); // describing mirrors nothing
+    return FindStream(&load.codec, load.handle, load.loadInfo, load.runs, history);
 }
 
 // The bitmap takes over what the description says of the picture. ERROR_NULL_PTR for a bitmap that is not
@@ -199,7 +144,10 @@ int K_LoadRawFax(_LOADDISPATCH* dispatch, tagHANDLE* handle, _LOADINFO* loadInfo
 
     RawLoad load{dispatch, handle,  loadInfo, fileInfo,   bitmap,    rowCallback,
                  userData, batches, mirror,   CCITTG34{}, runs.data, mirrored.data};
+    OnUnwind release([&] { ReleaseLoad(runs, mirrored, &load.codec, ERROR_EXCEPTION); });
     int result = ERROR_EXCEPTION;
-    Throws([&] { result = dispatch ? LoadRows(load) : Probe(load); });
-    return ReleaseLoad(runs, mirrored, &load.codec, result);
+    Throws([&] { result = dispatch ? LoadRows(load) : Describe(load); });
+    result = ReleaseLoad(runs, mirrored, &load.codec, result);
+    release.Disarm();
+    return result;
 }

@@ -5,6 +5,8 @@
 #include "API/Filters/Fax/Common/Tif_faxx/memory.h"
 #include "API/Filters/Fax/Common/Tif_faxx/run_rows.h"
 
+#include <cxxabi.h>
+
 #include <utility>
 
 namespace faxx {
@@ -43,18 +45,21 @@ int OrientationFromFlags(uint32_t flags);
 // Gives the bitmap the resolution, where it is given, and the orientation of the description.
 void ApplyDescription(const _LOADINFO* loadInfo, _BITMAPHANDLE* bitmap);
 
-// Runs a step under its own catch. True when it threw.
+// Runs a step under its own catch. True when it threw. The unwinding of a thread that is cancelled or exits
+// is no exception: the C library aborts the process where it is not passed on.
 template <typename Step>
 bool Throws(Step step) {
     try {
         step();
         return false;
+    } catch (abi::__forced_unwind&) {
+        throw;
     } catch (...) {
         return true;
     }
 }
 
-// Runs a step when the scope is left by an exception before Release.
+// Runs a step when the scope is left by unwinding before Disarm.
 template <typename Step>
 class OnUnwind {
 public:
@@ -65,7 +70,7 @@ public:
         if (armed_)
             Throws(step_);
     }
-    void Release() { armed_ = false; }
+    void Disarm() { armed_ = false; }
 
 private:
     Step step_;
@@ -73,7 +78,7 @@ private:
 };
 
 // A working buffer of one call. It is freed explicitly, where the call's clean-up says when and guards it;
-// the destructor serves only the way out of an exception that nothing guards.
+// the destructor serves only unwinding that nothing stops.
 template <typename T>
 struct Buffer {
     T* data = nullptr;
