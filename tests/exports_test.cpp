@@ -57,6 +57,17 @@ TEST(Exports, UndefinedAreKernelAndRuntime) {
     }
 }
 
+// A program with functions of the same names does not take the filter's own calls over; one with the kernel's
+// does, as these tests rely on.
+TEST(Exports, OnlyTheKernelIsLookedUp) {
+    const std::set<std::string> exported = dynamicSymbols("--defined-only");
+    std::istringstream relocations(outputOf("readelf -r -W --demangle " KFFAX_LIBRARY));
+    for (std::string line; std::getline(relocations, line);)
+        for (const std::string& name : exported)
+            EXPECT_EQ(line.find(' ' + name + " +"), std::string::npos) << line;
+    EXPECT_NE(relocations.str().find(" K_RedirectedRead +"), std::string::npos);
+}
+
 TEST(Exports, NameAndKernelDependency) {
     const std::string dynamic = outputOf("readelf -d -W " KFFAX_LIBRARY);
     EXPECT_NE(dynamic.find("Library soname: [libkffax.so.19]"), std::string::npos) << dynamic;

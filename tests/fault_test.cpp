@@ -1,7 +1,8 @@
-// Every kernel call and callback of every operation gone wrong in turn: failed, come back short, thrown.
-// The status is the one that belongs to the call, nothing is leaked and nothing is given back twice. The run
-// in which nothing goes wrong shows how much memory the operation holds at most.
+// Every kernel call and callback of every operation gone wrong in turn: failed, come back short, thrown, or
+// the end of its thread. The status is the one that belongs to the call, nothing is leaked and nothing is
+// given back twice. The run in which nothing goes wrong shows how much memory the operation holds at most.
 #include <cerrno>
+#include <cxxabi.h>
 
 #include "API/Filters/Fax/Fax.h"
 #include "tests/save_run.h"
@@ -172,9 +173,14 @@ void playTiledSave(Play& play, bool ownCounts) {
 template <typename Release, typename Operation>
 void playCodec(Play& play, Release release, Operation operation) {
     play.run([&] {
-        const int status = operation();
-        release();
-        return status;
+        try {
+            const int status = operation();
+            release();
+            return status;
+        } catch (abi::__forced_unwind&) {
+            release();
+            throw;
+        }
     });
     try {
         release();
@@ -354,5 +360,33 @@ INSTANTIATE_TEST_SUITE_P(Operations, Faults,
                          testing::Combine(testing::ValuesIn(scenarios),
                                           testing::Values(Fault::Fail, Fault::Short, Fault::Throw)),
                          caseName);
+
+// A thread that ends inside a call is unwound: the process goes on, and the operation gives everything back.
+class EndOfThread : public testing::TestWithParam<Scenario> {};
+
+TEST_P(EndOfThread, AtEveryCall) {
+    for (unsigned n = 1;; ++n) {
+        resetTestKernel();
+        testKernel().fault = Fault::EndThread;
+        testKernel().faultAt = n;
+        runOnThread([] {
+            Play play;
+            GetParam().play(play);
+        });
+        SCOPED_TRACE("call " + std::to_string(n) + ", " + testKernel().faulted);
+        EXPECT_TRUE(nothingHeld());
+        const auto calls = [](const char* name) { return callsNamed(name).size(); };
+        EXPECT_EQ(calls("Start") - calls("StartRedirect"), calls("End"));
+        EXPECT_EQ(calls("FreeBitmap"),
+                  calls("AllocateBitmap") - (testKernel().faulted == "AllocateBitmap 513"));
+        const bool notStarted = testKernel().faulted.rfind("StartRedirect", 0) == 0;
+        EXPECT_EQ(calls("StopRedirect"), notStarted ? 0 : calls("StartRedirect"));
+        if (testKernel().faulted.empty())
+            return;
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Operations, EndOfThread, testing::ValuesIn(scenarios),
+                         [](const auto& tested) { return tested.param.name; });
 
 } // namespace

@@ -194,4 +194,27 @@ TEST_F(Files, NotFaxFiles) {
     EXPECT_EQ(fltLoad(load.dispatch.get()), ERROR_FILE_OPEN);
 }
 
+// A header is described before the file is closed, a raw stream after that: what a close that throws leaves.
+TEST_F(Files, DescriptionWhenTheCloseThrows) {
+    Bytes header(20);
+    header[0] = header[1] = 0xDC;
+    std::map<std::string, Bytes> both;
+    both["header"] = header;
+    both["raw"] = packed(repeated(EOL + line1D({100, 100, 1528}), 120));
+    for (const char* name : {"header", "raw"}) {
+        const bool raw = name == std::string("raw");
+        resetTestKernel();
+        testKernel().files = both;
+        testKernel().inside = [](const std::string& entry) {
+            if (entry == "Close")
+                throw KernelFault();
+        };
+        InfoRun info;
+        info.fileInfo().Flags |= FILEINFO_PROBE_RAW;
+        EXPECT_THROW(info.run(name), KernelFault);
+        EXPECT_EQ(info.fileInfo().Format, raw ? static_cast<int>(0xEEEEEEEE) : FORMAT_FAX_G4_HEADER);
+        EXPECT_EQ(testKernel().badCloses, 0u);
+    }
+}
+
 } // namespace

@@ -155,4 +155,23 @@ TEST_F(RawSaver, RefusesWithoutAFile) {
     EXPECT_EQ(testKernel().trace, (Trace{"Open 66 128", "Close"}));
 }
 
+// The rows to save are those of the bitmap before it is accessed, whatever a call makes of it later.
+TEST_F(RawSaver, BitmapsThatChangeDuringTheSave) {
+    for (const char* call : {"IntAccessBitmap", "GetRow 1"}) {
+        SaveRun save(pictureOf(100, 3, NOISE), 100, 68);
+        testKernel().inside = [&](const std::string& entry) {
+            if (entry != call)
+                return;
+            save.bitmap.Height = 7;
+            save.bitmap.Orientation = ORIENTATION_BOTTOM_UP;
+            save.saveBitmap.Width = 9;
+        };
+        save.saveFile->NoInvert = 0;
+        save.invertRows = true;
+        EXPECT_EQ(save.run(), SUCCESS);
+        EXPECT_EQ(callsNamed("GetRow"), (Trace{"GetRow 0", "GetRow 1", "GetRow 2"})) << call;
+        resetTestKernel();
+    }
+}
+
 } // namespace

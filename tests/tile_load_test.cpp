@@ -195,6 +195,32 @@ TEST_F(TiledLoader, LoaderWithoutRowsAndRefusals) {
     EXPECT_EQ(callsNamed("Alloc").size(), 0u);
 }
 
+// The size of the image is taken before the first row: chunks fit the run buffer to the end.
+TEST_F(TiledLoader, BitmapsThatChangeDuringTheLoad) {
+    TiledLoad load(pictureOf(1728, 300), 1728, 864, 200);
+    testKernel().inside = [&](const std::string& entry) {
+        if (entry.rfind("Rows", 0) == 0) {
+            load.bitmap.Width = 100;
+            load.bitmap.Height = 100;
+        }
+    };
+    EXPECT_EQ(load.load(), SUCCESS);
+    EXPECT_EQ(callsNamed("Rows"), (Trace{"Rows 0 144 23", "Rows 144 56 19", "Rows 200 100 27"}));
+    EXPECT_EQ(linesOf(load.rows), linesOf(load.picture, 1728));
+}
+
+// A row of a width next to 2^32 takes more words than 32 bits count.
+TEST_F(TiledLoader, RunBufferForTheWidestBitmaps) {
+    TiledLoad load(pictureOf(100, 1), 100, 1, 1);
+    load.bitmap.Width = 0xFFFF'FFFD;
+    testKernel().inside = [&](const std::string& entry) {
+        if (entry == "Alloc 4294967296 2")
+            testKernel().faultAt = testKernel().calls + 1; // no kernel has that much
+    };
+    EXPECT_EQ(load.load(), ERROR_NO_MEMORY);
+    EXPECT_EQ(testKernel().faulted, "Alloc 4294967296 2");
+}
+
 TEST(RunLengthWidths, AreCutFromTheRight) {
     _FAXTILEINFO tile = {};
     tile.TileWidth = 18;

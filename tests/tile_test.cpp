@@ -213,4 +213,48 @@ TEST_F(Tiles, OneTileLeavesTheRestOfTheRow) {
     }
 }
 
+// Tiles are counted, and their pixels numbered, beyond 32 bits.
+TEST_F(Tiles, MoreTilesThanAnArrayHas) {
+    const Picture picture(1, Bytes(13));
+    const struct {
+        unsigned width;
+        int height;
+        int status;
+    } images[] = {{65536, 65536, ERROR_INV_PARAMETER},
+                  {0xFFFF'FFFF, 1 << 30, ERROR_INV_PARAMETER},
+                  {65536, 0, SUCCESS}};
+    for (const auto& image : images) {
+        SaveRun save(picture, 100, 68);
+        save.saveBitmap.Width = image.width;
+        save.saveBitmap.Height = image.height;
+        Grid grid(100, 1, 1, 1);
+        EXPECT_EQ(save.runTiled(&grid.info, grid.uncompressed.data()), image.status);
+        EXPECT_EQ(grid.uncompressed[0], 0xAA);
+        EXPECT_EQ(grid.offsets[0], 0xAAAAAAAA);
+        if (image.status != SUCCESS) {
+            EXPECT_EQ(testKernel().trace, (Trace{"Start", "End"}));
+        }
+        resetTestKernel();
+    }
+
+    // Byte 2^29 of a row is pixel 2^32, far behind an image of 100 pixels. No page but its own is touched.
+    SaveRun save(picture, 100, 68);
+    constexpr size_t kByte = size_t{1} << 29;
+    save.dispatch->GetRowCallback = [](_BITMAPHANDLE*, _BITMAPHANDLE*, unsigned char* row, unsigned, int,
+                                       unsigned, void*, void*, _SAVEFILESTRUCT*) -> int {
+        row[kByte] = 0xFF;
+        return SUCCESS;
+    };
+    _FAXTILEINFO info = {};
+    info.TileWidth = 8;
+    info.TileHeight = 1;
+    CCITTG34 codec = {};
+    const std::unique_ptr<void, decltype(&std::free)> row(std::calloc(kByte + 1, 1), std::free);
+    EXPECT_EQ(SaveFaxTile(save.dispatch.get(), save.file.handle(), &codec, 68, &info, 0, 0, kByte, 1, 0,
+                          nullptr, &save.saveBitmap, save.saveFile.get(),
+                          static_cast<unsigned char*>(row.get()), 0),
+              SUCCESS);
+    EXPECT_EQ(save.file.bytes, Bytes(1));
+}
+
 } // namespace

@@ -4,11 +4,13 @@
 #include <cstring>
 #include <dlfcn.h>
 #include <malloc.h>
+#include <pthread.h>
 #include <set>
 
 namespace {
 
 thread_local std::set<const void*> memoryHandles;
+thread_local TestKernel* borrowedKernel = nullptr;
 
 MemoryFile* memoryFile(tagHANDLE* handle) {
     return memoryHandles.count(handle) != 0 ? reinterpret_cast<MemoryFile*>(handle) : nullptr;
@@ -57,7 +59,22 @@ MemoryFile::~MemoryFile() {
 
 TestKernel& testKernel() {
     thread_local TestKernel kernel;
-    return kernel;
+    return borrowedKernel != nullptr ? *borrowedKernel : kernel;
+}
+
+void runOnThread(const std::function<void()>& operation) {
+    struct Work {
+        const std::function<void()>& operation;
+        TestKernel* kernel;
+    } work{operation, &testKernel()};
+    const auto run = [](void* argument) -> void* {
+        borrowedKernel = static_cast<Work*>(argument)->kernel;
+        static_cast<Work*>(argument)->operation();
+        return nullptr;
+    };
+    pthread_t thread;
+    ASSERT_EQ(pthread_create(&thread, nullptr, run, &work), 0);
+    pthread_join(thread, nullptr);
 }
 
 void resetTestKernel() {
@@ -77,11 +94,15 @@ bool enterCall(const std::string& entry) {
     TestKernel& kernel = testKernel();
     if (entry.rfind("Memory", 0) != 0)
         kernel.trace.push_back(entry);
+    if (kernel.inside)
+        kernel.inside(entry);
     if (++kernel.calls != kernel.faultAt)
         return false;
     kernel.faulted = entry;
     if (kernel.fault == Fault::Throw)
         throw KernelFault();
+    if (kernel.fault == Fault::EndThread)
+        pthread_exit(nullptr);
     return true;
 }
 

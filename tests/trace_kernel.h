@@ -6,6 +6,7 @@
 // calling thread.
 #pragma once
 
+#include <functional>
 #include <gtest/gtest.h>
 #include <map>
 #include <memory>
@@ -31,7 +32,7 @@ struct MemoryFile {
     size_t reads = 0;
 };
 
-enum class Fault { Fail, Short, Throw };
+enum class Fault { Fail, Short, Throw, EndThread };
 struct KernelFault {}; // what a faulty call throws
 
 struct TestKernel {
@@ -39,7 +40,8 @@ struct TestKernel {
     unsigned calls = 0;   // of any kernel function or callback
     unsigned faultAt = 0; // the call that goes wrong, counted from 1
     Fault fault = Fault::Fail;
-    std::string faulted; // its trace entry
+    std::string faulted;                            // its trace entry
+    std::function<void(const std::string&)> inside; // runs in every call: records may change under the filter
 
     std::map<void*, size_t> blocks; // allocated and not yet freed
     size_t held = 0, mostHeld = 0;  // bytes of them
@@ -52,9 +54,12 @@ struct TestKernel {
 
 TestKernel& testKernel();
 void resetTestKernel();
+// Runs an operation on a thread of its own, with this thread's kernel, and waits for the thread to end.
+void runOnThread(const std::function<void()>& operation);
 // True when everything taken from the kernel went back exactly once.
 bool nothingHeld();
-// Counts and traces a call. True when it is to fail or come back short; throws when it is to throw.
+// Counts and traces a call. True when it is to fail or come back short; does not return when it is to throw
+// or to end the thread.
 bool enterCall(const std::string& entry);
 // The traced calls whose entries begin so.
 Trace callsNamed(const std::string& name);

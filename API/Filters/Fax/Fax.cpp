@@ -60,21 +60,13 @@ const char* FormatName(int format) {
     }
 }
 
-int Describe(File& file, _FILEINFOA* info, _LOADDISPATCH* loadDispatch) {
-    Header header;
-    if (!file.Read(header.data(), header.size()))
-        return ERROR_FILE_READ;
-    if (std::memcmp(header.data(), kMagic, sizeof kMagic) == 0) {
-        FillFileInfo(info, kNameG4, FORMAT_FAX_G4_HEADER, LittleEndian16(header, kHeaderWidth),
-                     LittleEndian16(header, kHeaderHeight), 1, 1, LittleEndian16(header, kHeaderXResolution),
-                     LittleEndian16(header, kHeaderYResolution));
-        return SUCCESS;
-    }
-
+// A raw stream: found at one of the first offsets of the file, which stands behind the bytes of a header. The
+// file is closed before its description is filled in: when that throws, nothing was described.
+int DescribeRawStream(File& file, _FILEINFOA* info, _LOADDISPATCH* loadDispatch) {
     const bool probeForLoad = loadDispatch && loadDispatch->LoadInfoValid;
     if (!probeForLoad && !(info->Flags & FILEINFO_PROBE_RAW))
         return ERROR_FILE_FORMAT;
-    K_RedirectedSeek(file.Handle(), -static_cast<long long>(header.size()), 1);
+    K_RedirectedSeek(file.Handle(), -static_cast<long long>(sizeof(Header)), 1);
 
     _LOADINFO own{};
     own.Format = own.Width = own.Height = -1;
@@ -84,6 +76,7 @@ int Describe(File& file, _FILEINFOA* info, _LOADDISPATCH* loadDispatch) {
         stream = &loadDispatch->LoadInfo;
     }
     const int status = K_LoadRawFax(nullptr, file.Handle(), stream, nullptr, nullptr, nullptr, 1, nullptr);
+    file.Close();
     if (status != SUCCESS)
         return status;
     const char* name = FormatName(stream->Format);
@@ -92,6 +85,18 @@ int Describe(File& file, _FILEINFOA* info, _LOADDISPATCH* loadDispatch) {
     FillFileInfo(info, name, stream->Format, static_cast<uint32_t>(stream->Width), stream->Height,
                  stream->BitsPerPixel, OrientationFromFlags(stream->Flags), stream->XResolution,
                  stream->YResolution);
+    return SUCCESS;
+}
+
+int Describe(File& file, _FILEINFOA* info, _LOADDISPATCH* loadDispatch) {
+    Header header;
+    if (!file.Read(header.data(), header.size()))
+        return ERROR_FILE_READ;
+    if (std::memcmp(header.data(), kMagic, sizeof kMagic) != 0)
+        return DescribeRawStream(file, info, loadDispatch);
+    FillFileInfo(info, kNameG4, FORMAT_FAX_G4_HEADER, LittleEndian16(header, kHeaderWidth),
+                 LittleEndian16(header, kHeaderHeight), 1, 1, LittleEndian16(header, kHeaderXResolution),
+                 LittleEndian16(header, kHeaderYResolution));
     return SUCCESS;
 }
 

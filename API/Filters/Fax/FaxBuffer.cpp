@@ -18,6 +18,8 @@ struct BufferLoad {
     CCITTG34 codec;
     unsigned short* runs;
     unsigned short* mirrored;
+    void* redirect;
+    bool redirected;
 };
 
 int DecodeBlock(BufferLoad& load, tagHANDLE* handle) {
@@ -44,6 +46,16 @@ int DecodeBlock(BufferLoad& load, tagHANDLE* handle) {
         done += static_cast<int>(got);
     }
     return SUCCESS;
+}
+
+// A call's clean-up. What was released already is left out.
+int ReleaseBlock(BufferLoad& load, Buffer<unsigned short>& runs, Buffer<unsigned short>& mirrored,
+                 int result) {
+    result = ReleaseLoad(runs, mirrored, &load.codec, result);
+    if (std::exchange(load.redirected, false) &&
+        Throws([&] { StopRedirectToBuffer(load.redirect, nullptr, nullptr); }))
+        result = ERROR_EXCEPTION;
+    return result;
 }
 
 } // namespace
@@ -74,13 +86,13 @@ int fltLoadBufferFAX(unsigned char* input, unsigned long long inputSize, unsigne
         return started;
     }
 
-    BufferLoad load{output,     format,    width,        height, flags, static_cast<unsigned>(inputSize),
-                    CCITTG34{}, runs.data, mirrored.data};
+    BufferLoad load{output,     format,    width,         height,   flags, static_cast<unsigned>(inputSize),
+                    CCITTG34{}, runs.data, mirrored.data, redirect, true};
+    OnUnwind release([&] { ReleaseBlock(load, runs, mirrored, ERROR_EXCEPTION); });
     int result = ERROR_EXCEPTION;
     Throws([&] { result = DecodeBlock(load, handle); });
-    result = ReleaseLoad(runs, mirrored, &load.codec, result);
-    if (Throws([&] { StopRedirectToBuffer(redirect, nullptr, nullptr); }))
-        result = ERROR_EXCEPTION;
+    result = ReleaseBlock(load, runs, mirrored, result);
+    release.Disarm();
     return result;
 }
 
@@ -109,7 +121,7 @@ int fltSaveBufferFAX(unsigned char* source, _BITMAPINFOHEADER* info, unsigned ch
     const unsigned number = static_cast<unsigned>(format);
     if (InitEncodeG34(nullptr, &codec, number, width, flags, handle) != 0) {
         QuitEncodeG34(&codec);
-        abandon.Release();
+        abandon.Disarm();
         StopRedirectToBuffer(redirect, nullptr, nullptr);
         return ERROR_NO_MEMORY;
     }
@@ -119,7 +131,7 @@ int fltSaveBufferFAX(unsigned char* source, _BITMAPINFOHEADER* info, unsigned ch
         encode = NextLineEncoder(&codec, encode);
     }
     QuitEncodeG34(&codec);
-    abandon.Release();
+    abandon.Disarm();
     // Overflow shows only in where the data ended up.
     unsigned char* written = nullptr;
     StopRedirectToBuffer(redirect, &written, size);

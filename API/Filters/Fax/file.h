@@ -20,8 +20,7 @@ public:
     File(const File&) = delete;
     File& operator=(const File&) = delete;
     ~File() {
-        if (IsOpen())
-            Throws([this] { Close(); });
+        Throws([this] { Close(); });
     }
 
     bool IsOpen() const { return handle_ != INVALID_KERNEL_HANDLE; }
@@ -29,10 +28,10 @@ public:
     bool Read(void* bytes, unsigned count) {
         return K_RedirectedRead(handle_, bytes, count) == static_cast<int>(count);
     }
+    // Nothing happens when it is closed already.
     void Close() {
-        tagHANDLE* const handle = handle_;
-        handle_ = INVALID_KERNEL_HANDLE;
-        K_RedirectedClose(handle);
+        if (IsOpen())
+            K_RedirectedClose(std::exchange(handle_, INVALID_KERNEL_HANDLE));
     }
 
 private:

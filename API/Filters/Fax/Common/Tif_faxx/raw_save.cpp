@@ -11,6 +11,10 @@ struct RawSave {
     unsigned format;
     SaveRowCallbackFn* rowCallback;
     void* userData;
+    // Taken before the first row: callbacks may change the bitmaps.
+    size_t rowBytes;
+    int height;
+    bool bottomUp;
 };
 
 // The status of a save whose WriteStatus is not 0.
@@ -26,7 +30,7 @@ bool Inverts(const SaveSession& session) {
     return !options || (options->OutputBits & SaveOptionNoInvert) == 0;
 }
 
-int SaveRow(RawSave& save, LineEncoder* encode, unsigned row, size_t rowBytes) {
+int SaveRow(RawSave& save, LineEncoder* encode, unsigned row) {
     const SaveSession& session = save.session;
     int status = session.dispatch->GetRowCallback(session.bitmap, session.saveBitmap, session.rowBuffer, row,
                                                   1, session.callbackParam, session.userData1,
@@ -34,7 +38,7 @@ int SaveRow(RawSave& save, LineEncoder* encode, unsigned row, size_t rowBytes) {
     if (status != SUCCESS)
         return status;
     if (Inverts(session))
-        InvertBits(session.rowBuffer, rowBytes);
+        InvertBits(session.rowBuffer, save.rowBytes);
     if (save.rowCallback) {
         status = save.rowCallback(session.saveBitmap, session.rowBuffer, save.userData);
         if (status != SUCCESS)
@@ -45,14 +49,10 @@ int SaveRow(RawSave& save, LineEncoder* encode, unsigned row, size_t rowBytes) {
 }
 
 int SaveRows(RawSave& save) {
-    const _BITMAPHANDLE* bitmap = save.session.bitmap;
-    const size_t rowBytes = (size_t{save.session.saveBitmap->Width} + 7) / 8;
-    const bool bottomUp = bitmap->Orientation == ORIENTATION_BOTTOM_UP;
-    const int height = bitmap->Height;
     LineEncoder* encode = LineEncoderFor(save.format);
-    for (int i = 0; i < height; ++i) {
-        const int row = bottomUp ? height - 1 - i : i;
-        const int status = SaveRow(save, encode, static_cast<unsigned>(row), rowBytes);
+    for (int i = 0; i < save.height; ++i) {
+        const int row = save.bottomUp ? save.height - 1 - i : i;
+        const int status = SaveRow(save, encode, static_cast<unsigned>(row));
         if (status != SUCCESS)
             return status;
         encode = NextLineEncoder(&save.codec, encode);
@@ -75,8 +75,8 @@ int K_SaveRawFax(_SAVEDISPATCH* dispatch, tagHANDLE* handle, _BITMAPHANDLE* bitm
     OnUnwind endSession([&] { session.End(); });
     OnUnwind dropEncoder([&] { DropEncoder(&codec); });
     const auto finish = [&](int status) {
-        dropEncoder.Release();
-        endSession.Release();
+        dropEncoder.Disarm();
+        endSession.Disarm();
         session.End();
         return status;
     };
@@ -84,19 +84,23 @@ int K_SaveRawFax(_SAVEDISPATCH* dispatch, tagHANDLE* handle, _BITMAPHANDLE* bitm
     int status = session.Start();
     if (status <= 0)
         return finish(status);
-    if (InitEncodeG34(dispatch, &codec, format, session.saveBitmap->Width, flags, handle) != 0) {
+    const unsigned width = session.saveBitmap->Width;
+    if (InitEncodeG34(dispatch, &codec, format, width, flags, handle) != 0) {
         QuitEncodeG34(&codec);
         return finish(ERROR_NO_MEMORY);
     }
 
-    RawSave save{session, codec, format, rowCallback, userData};
+    RawSave save{session,        codec,
+                 format,         rowCallback,
+                 userData,       (size_t{width} + 7) / 8,
+                 bitmap->Height, bitmap->Orientation == ORIENTATION_BOTTOM_UP};
     const bool access = K_IntAccessBitmap(bitmap, 0) == SUCCESS;
     OnUnwind releaseBitmap([&] {
         if (access)
             K_IntReleaseBitmap(bitmap, 1, ERROR_EXCEPTION);
     });
     status = SaveRows(save);
-    releaseBitmap.Release();
+    releaseBitmap.Disarm();
     if (access)
         status = K_IntReleaseBitmap(bitmap, 1, status);
     QuitEncodeG34(&codec);

@@ -13,6 +13,9 @@
 namespace faxx {
 namespace {
 
+// The words of a row are at most so many more than its pixels: RunCount, and a run more than changes.
+constexpr uint32_t kMostExtraWords = 3;
+
 // The arguments and working storage of one call.
 struct TiledLoad {
     _LOADDISPATCH* dispatch;
@@ -25,9 +28,11 @@ struct TiledLoad {
     void* userData;
     const uint8_t* uncompressedTiles;
 
+    // Of the image, taken once: a callback may change the bitmap, and the work areas would not fit it.
+    uint32_t width = 0;
+    uint32_t height = 0;
     LineDecoder* decode = nullptr;
     uint32_t batch = 0;
-    uint32_t height = 0;
     uint32_t tilesAcross = 0;
     uint32_t tilesDown = 0;
     uint32_t tileRowBytes = 0;
@@ -38,6 +43,8 @@ struct TiledLoad {
     Buffer<unsigned short> runs{};
 
     uint32_t delivered = 0; // rows handed to the callback
+    bool workReleased = false;
+    bool workFreed = false;
 };
 
 // Where a tile's rows come from.
@@ -171,7 +178,7 @@ void PutMissingRows(TiledLoad& load, const Tile& tile, uint32_t firstRow) {
 
 // One column: the rows are the image's. *ends is set where the load is over with them.
 int DeliverStripRows(TiledLoad& load, const Tile& tile, uint32_t rowCount, bool* ends) {
-    if (load.bitmap->Width < load.tiles->TileWidth && tile.source != Source::Packed)
+    if (load.width < load.tiles->TileWidth && tile.source != Source::Packed)
         ShortenRunLengthWidths(load.runs.data, load.tiles, load.fileInfo, rowCount);
     *ends = load.codec.DecodeStatus != DECODE_STATUS_OK;
     return Deliver(load, rowCount, *ends || Completes(load, rowCount));
@@ -206,7 +213,8 @@ int LoadTile(TiledLoad& load, const Tile& tile, bool* ends) {
 // Several columns: hands the assembled rows of a tile row on, in chunks that fit the run buffer.
 int DeliverTileRow(TiledLoad& load, uint32_t tileRows) {
     const uint32_t rows = std::min(load.height - load.delivered, tileRows);
-    const uint32_t chunk = std::max(1u, kRowWords / (load.bitmap->Width + 3));
+    const uint32_t chunk =
+        std::max(1u, static_cast<uint32_t>(kRowWords / (uint64_t{load.width} + kMostExtraWords)));
     for (uint32_t first = 0; first < rows; first += chunk) {
         const uint32_t count = std::min(rows - first, chunk);
         K_GetBitmapRowCompressed(&load.work, load.row.data, load.runs.data, first, count);
@@ -224,7 +232,7 @@ int LoadTiles(TiledLoad& load) {
         bool lastStrip = false;
         for (uint32_t column = 0; column < load.tilesAcross; ++column) {
             const uint32_t index = tileRow * load.tilesAcross + column;
-            const uint32_t width = std::min(load.bitmap->Width - column * tiles.TileWidth, tiles.TileWidth);
+            const uint32_t width = std::min(load.width - column * tiles.TileWidth, tiles.TileWidth);
             Tile tile{column, rows, Source::White, width};
             int status = OpenTile(load, index, &tile.source);
             if (status != SUCCESS)
@@ -257,7 +265,7 @@ int LoadTiles(TiledLoad& load) {
 int SetUp(TiledLoad& load) {
     const _FAXTILEINFO& tiles = *load.tiles;
     _BITMAPHANDLE* bitmap = load.bitmap;
-    load.tilesAcross = (tiles.TileWidth + bitmap->Width - 1) / tiles.TileWidth;
+    load.tilesAcross = (tiles.TileWidth + load.width - 1) / tiles.TileWidth;
     load.tileRowBytes = (tiles.TileWidth + 7) / 8;
     if (load.tilesAcross != 0) {
         int status = K_AllocateBitmap(&load.work, BITMAP_MEMORY_KIND);
@@ -271,7 +279,7 @@ int SetUp(TiledLoad& load) {
     ApplyDescription(load.loadInfo, bitmap);
     if (!bitmap->Palette)
         SetBitmapPalette(load.dispatch, load.loadInfo, bitmap);
-    if (!load.runs.Allocate(std::max(kRowWords, bitmap->Width + 3)))
+    if (!load.runs.Allocate(std::max<size_t>(kRowWords, size_t{load.width} + kMostExtraWords)))
         return ERROR_NO_MEMORY;
 
     load.decode = LineDecoderFor(load.loadInfo->Format);
@@ -281,14 +289,19 @@ int SetUp(TiledLoad& load) {
     return SUCCESS;
 }
 
-// Ends the access to the work bitmap and frees its rows. The release has the last word on the result; what
-// throws here ends the clean-up with the result as it is.
-int ReleaseWorkBitmap(_BITMAPHANDLE* work, int result) {
-    if (!(work->Flags & BITMAP_ALLOCATED))
+// A call's clean-up; what was released already is left out. The release of the work bitmap has the last word
+// on the result; what throws there ends the clean-up with the result as it is.
+int ReleaseTiledLoad(TiledLoad& load, int result) {
+    Throws([&] { QuitDecodeG34(&load.codec, 1); });
+    Throws([&] { load.runs.Release(); });
+    Throws([&] { load.row.Release(); });
+    if (!(load.work.Flags & BITMAP_ALLOCATED))
         return result;
     Throws([&] {
-        result = K_IntReleaseBitmap(work, 1, result);
-        K_FreeBitmap(work);
+        if (!std::exchange(load.workReleased, true))
+            result = K_IntReleaseBitmap(&load.work, 1, result);
+        if (!std::exchange(load.workFreed, true))
+            K_FreeBitmap(&load.work);
     });
     return result;
 }
@@ -321,20 +334,18 @@ int K_LoadTiledFax(_LOADDISPATCH* dispatch, tagHANDLE* handle, _LOADINFO* loadIn
     if (tileInfo->TileWidth > MAX_IMAGE_WIDTH || tileInfo->TileWidth == 0 || tileInfo->TileHeight == 0)
         return ERROR_INV_PARAMETER;
 
-    TiledLoad load{dispatch, handle,      loadInfo, tileInfo,         fileInfo,
-                   bitmap,   rowCallback, userData, uncompressedTiles};
-    K_InitBitmap(&load.work, BITMAP_RECORD_SIZE, static_cast<int>(bitmap->Width),
+    TiledLoad load{dispatch, handle,      loadInfo, tileInfo,          fileInfo,
+                   bitmap,   rowCallback, userData, uncompressedTiles, bitmap->Width};
+    K_InitBitmap(&load.work, BITMAP_RECORD_SIZE, static_cast<int>(load.width),
                  static_cast<int>(tileInfo->TileHeight), 1);
-    OnUnwind releaseWork([&] { ReleaseWorkBitmap(&load.work, ERROR_EXCEPTION); });
+    OnUnwind release([&] { ReleaseTiledLoad(load, ERROR_EXCEPTION); });
 
     int result = ERROR_NULL_PTR;
     if (bitsPerPixel == 1 && tileInfo->TileOffsets)
         result = SetUp(load);
     if (result == SUCCESS && Throws([&] { result = LoadTiles(load); }))
         result = ERROR_EXCEPTION;
-    releaseWork.Release();
-    Throws([&] { QuitDecodeG34(&load.codec, 1); });
-    Throws([&] { load.runs.Release(); });
-    Throws([&] { load.row.Release(); });
-    return ReleaseWorkBitmap(&load.work, result);
+    result = ReleaseTiledLoad(load, result);
+    release.Disarm();
+    return result;
 }

@@ -13,7 +13,7 @@ namespace {
 // The tile's part of a row buffer.
 struct TileBytes {
     unsigned char* data;
-    uint32_t firstPixel;
+    uint64_t firstPixel;
     uint32_t count;
 };
 
@@ -37,7 +37,7 @@ struct TileRows {
 };
 
 // Fetches image row y and brings the tile's bytes of it to the codec's polarity.
-int FetchRow(const TileRows& rows, uint32_t y) {
+int FetchRow(const TileRows& rows, uint64_t y) {
     const uint32_t height = rows.saveBitmap->Height > 0 ? static_cast<uint32_t>(rows.saveBitmap->Height) : 0;
     if (y >= height) {
         std::memset(rows.bytes.data, 0, rows.bytes.count);
@@ -46,8 +46,9 @@ int FetchRow(const TileRows& rows, uint32_t y) {
     _SAVEDISPATCH* dispatch = rows.dispatch;
     const bool bottomUp = dispatch->Bitmap && dispatch->Bitmap->Orientation == ORIENTATION_BOTTOM_UP;
     const int status = dispatch->GetRowCallback(dispatch->Bitmap, rows.saveBitmap, rows.rowBuffer,
-                                                bottomUp ? height - 1 - y : y, 1, dispatch->CallbackParam,
-                                                dispatch->UserData1, dispatch->UserData2, rows.saveFile);
+                                                static_cast<unsigned>(bottomUp ? height - 1 - y : y), 1,
+                                                dispatch->CallbackParam, dispatch->UserData1,
+                                                dispatch->UserData2, rows.saveFile);
     if (status != SUCCESS)
         return status;
     if (rows.invert)
@@ -70,7 +71,7 @@ struct TiledSave {
     uint32_t tilesDown = 0;
     uint32_t tileRowBytes = 0;
 
-    uint32_t TileCount() const { return tilesAcross * tilesDown; }
+    uint64_t TileCount() const { return uint64_t{tilesAcross} * tilesDown; }
 };
 
 int SaveTile(TiledSave& save, uint32_t tileRow, uint32_t column) {
@@ -85,7 +86,8 @@ int SaveTile(TiledSave& save, uint32_t tileRow, uint32_t column) {
     if (save.gap != 0)
         K_RedirectedSeek(save.handle, save.gap, 1);
     int status = put(1);
-    if (status != SUCCESS || !save.uncompressed || *size <= save.tile->TileHeight * save.tileRowBytes)
+    if (status != SUCCESS || !save.uncompressed ||
+        *size <= uint64_t{save.tile->TileHeight} * save.tileRowBytes)
         return status;
 
     // Compression made it larger: its rows take the stream's place.
@@ -126,12 +128,13 @@ int SaveFaxTile(_SAVEDISPATCH* dispatch, tagHANDLE* handle, CCITTG34* codec, int
     const unsigned number = static_cast<unsigned>(format);
     if (compress && InitEncodeG34(dispatch, codec, number, tile->TileWidth, flags, handle) != 0)
         return ERROR_NO_MEMORY;
-    const TileRows rows{dispatch,  saveBitmap,  saveFile,
-                        rowBuffer, invert != 0, {rowBuffer + byteOffset, byteOffset * 8, byteCount}};
+    const TileRows rows{dispatch,    saveBitmap,
+                        saveFile,    rowBuffer,
+                        invert != 0, {rowBuffer + byteOffset, uint64_t{byteOffset} * 8, byteCount}};
     LineEncoder* encode = LineEncoderFor(number);
     int status = SUCCESS;
     for (uint32_t row = 0; row < tile->TileHeight; ++row) {
-        status = FetchRow(rows, firstRow + row);
+        status = FetchRow(rows, uint64_t{firstRow} + row);
         if (status != SUCCESS)
             break;
         if (compress) {
@@ -173,15 +176,15 @@ int K_SaveTiledFax(_SAVEDISPATCH* dispatch, tagHANDLE* handle, _BITMAPHANDLE* bi
             tile->TileByteCounts = nullptr;
     });
     const auto finish = [&](int status) {
-        dropEncoder.Release();
-        endSession.Release();
+        dropEncoder.Disarm();
+        endSession.Disarm();
         session.End();
         rowBuffer.Release();
         if (ownByteCounts.data) {
             tile->TileByteCounts = nullptr;
             ownByteCounts.Release();
         }
-        dropByteCounts.Release();
+        dropByteCounts.Disarm();
         return status;
     };
 
@@ -196,6 +199,8 @@ int K_SaveTiledFax(_SAVEDISPATCH* dispatch, tagHANDLE* handle, _BITMAPHANDLE* bi
     save.tilesDown =
         CeilDivide(image->Height > 0 ? static_cast<uint32_t>(image->Height) : 0, tile->TileHeight);
     save.tileRowBytes = (tile->TileWidth + 7) / 8;
+    if (save.TileCount() > UINT32_MAX)
+        return finish(ERROR_INV_PARAMETER);
     const size_t stripBytes = size_t{save.tilesAcross} * save.tileRowBytes;
     const size_t bitmapRowBytes = dispatch->Bitmap ? dispatch->Bitmap->BytesPerLine : 0;
     if (!rowBuffer.Allocate(std::max(stripBytes, bitmapRowBytes)))
