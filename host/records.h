@@ -171,7 +171,8 @@ struct _BITMAPINFOHEADER {
 
 #pragma pack(pop)
 
-// _LOADINFO.Flags. The orientation bits are tested in the order of OrientationFromFlags (Tif_faxx.h).
+// _LOADINFO.Flags. Where several orientation bits are set, the first one
+// of this list counts; where none is, the orientation is 4.
 inline constexpr uint32_t LOADINFO_ORIENTATION_1 = 0x1;
 inline constexpr uint32_t LOADINFO_ORIENTATION_6 = 0x10;
 inline constexpr uint32_t LOADINFO_ORIENTATION_3 = 0x80;

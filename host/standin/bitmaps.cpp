@@ -67,13 +67,18 @@ void FreeBitmap::operator()(_BITMAPHANDLE* bitmap) const {
     delete bitmap;
 }
 
-BitmapPtr MakeBitmap(unsigned width, int height) {
+BitmapPtr MakeBitmapWithoutRows(unsigned width, int height) {
     static constexpr _PALETTEENTRY WHITE_AND_BLACK[] = {{255, 255, 255, 0}, {0, 0, 0, 0}};
     BitmapPtr bitmap(new _BITMAPHANDLE);
     K_InitBitmap(bitmap.get(), sizeof(_BITMAPHANDLE), static_cast<int>(width), height, 1);
+    K_SetBitmapNewPalette(bitmap.get(), WHITE_AND_BLACK, bitmap->PaletteParam, -1);
+    return bitmap;
+}
+
+BitmapPtr MakeBitmap(unsigned width, int height) {
+    BitmapPtr bitmap = MakeBitmapWithoutRows(width, height);
     if (K_AllocateBitmap(bitmap.get(), BITMAP_MEMORY_KIND) != SUCCESS)
         return nullptr;
-    K_SetBitmapNewPalette(bitmap.get(), WHITE_AND_BLACK, bitmap->PaletteParam, -1);
     return bitmap;
 }
 
@@ -89,7 +94,8 @@ bool IsInverted(const _BITMAPHANDLE& bitmap) {
 _BITMAPHANDLE BitmapRows(const _BITMAPHANDLE& bitmap, size_t firstRow, int rows) {
     _BITMAPHANDLE part = bitmap;
     OwnFields own = GetOwn(bitmap);
-    own.Rows += firstRow * bitmap.BytesPerLine;
+    if (own.Rows != nullptr)
+        own.Rows += firstRow * bitmap.BytesPerLine;
     SetOwn(part, own);
     part.Height = rows;
     return part;
@@ -100,13 +106,15 @@ _BITMAPHANDLE BitmapRows(const _BITMAPHANDLE& bitmap, size_t firstRow, int rows)
 extern "C" {
 
 void K_InitBitmap(_BITMAPHANDLE* bitmap, unsigned recordSize, int width, int height, int bitsPerPixel) {
-    std::memset(static_cast<void*>(bitmap), 0, std::max<size_t>(recordSize, sizeof *bitmap));
-    bitmap->Width = static_cast<uint32_t>(width);
-    bitmap->Height = height;
-    bitmap->BitsPerPixel = bitsPerPixel;
-    const uint64_t bits = uint64_t{bitmap->Width} * static_cast<uint32_t>(std::max(bitsPerPixel, 0));
-    bitmap->BytesPerLine = static_cast<uint32_t>((bits + 31) / 32 * 4);
-    bitmap->Orientation = 1;
+    _BITMAPHANDLE empty{};
+    empty.Width = static_cast<uint32_t>(width);
+    empty.Height = height;
+    empty.BitsPerPixel = bitsPerPixel;
+    const uint64_t bits = uint64_t{empty.Width} * static_cast<uint32_t>(std::max(bitsPerPixel, 0));
+    empty.BytesPerLine = static_cast<uint32_t>((bits + 31) / 32 * 4);
+    empty.Orientation = 1;
+    // A caller's record may be shorter than the kernel's; one that claims to be longer has no more fields.
+    std::memcpy(static_cast<void*>(bitmap), &empty, std::min<size_t>(recordSize, sizeof empty));
 }
 
 int K_AllocateBitmap(_BITMAPHANDLE* bitmap, int /*memoryKind*/) {

@@ -105,12 +105,15 @@ int TransferAll(size_t count, Transfer transfer) {
 
 extern "C" {
 
+// Of permission, only whether the owner may write counts: everyone may read a new file, and who may write may
+// all write, unless the process's umask says otherwise.
 tagHANDLE* K_RedirectedOpen(const char* fileName, int flags, int permission) {
     if (fileName == nullptr) {
         errno = EINVAL;
         return INVALID_KERNEL_HANDLE;
     }
-    const int descriptor = open(fileName, flags | O_CLOEXEC, static_cast<mode_t>(permission));
+    const mode_t mode = (permission & S_IWUSR) != 0 ? 0666 : 0444;
+    const int descriptor = open(fileName, flags | O_CLOEXEC, mode);
     if (descriptor < 0)
         return INVALID_KERNEL_HANDLE;
     struct stat about {};

@@ -6,7 +6,7 @@
 #include "host/standin/standin.h"
 
 #include <algorithm>
-#include <cstring>
+#include <utility>
 
 namespace standin {
 
@@ -41,6 +41,23 @@ Description Describe(const Filter& filter, const std::string& fileName) {
     return description;
 }
 
+namespace {
+
+// As the filter itself takes the flags (host/records.h).
+int OrientationOf(uint32_t flags) {
+    static constexpr std::pair<uint32_t, int> ORIENTATIONS[] = {
+        {LOADINFO_ORIENTATION_1, 1}, {LOADINFO_ORIENTATION_6, 6}, {LOADINFO_ORIENTATION_3, 3},
+        {LOADINFO_ORIENTATION_8, 8}, {LOADINFO_ORIENTATION_5, 5}, {LOADINFO_ORIENTATION_2, 2},
+        {LOADINFO_ORIENTATION_7, 7},
+    };
+    for (const auto& [flag, orientation] : ORIENTATIONS)
+        if ((flags & flag) != 0)
+            return orientation;
+    return ORIENTATION_BOTTOM_UP;
+}
+
+} // namespace
+
 Description DescribeStream(const _LOADINFO& stream) {
     Description description;
     description.Status = SUCCESS;
@@ -51,7 +68,7 @@ Description DescribeStream(const _LOADINFO& stream) {
     info.Height = stream.Height;
     info.BitsPerPixel = 1;
     info.ImageSize = (uint64_t{info.Width} + 7) / 8 * static_cast<uint32_t>(std::max(stream.Height, 0));
-    info.Orientation = 1;
+    info.Orientation = OrientationOf(stream.Flags);
     info.XResolution = stream.XResolution;
     info.YResolution = stream.YResolution;
     info.Flags = FILEINFO_DESCRIBED;
@@ -67,7 +84,8 @@ LoadResult Load(const Filter& filter, const std::string& fileName, const Descrip
     }
     Padded<_FILEINFOA> fileInfo = description.FileInfo;
     const int height = std::max(fileInfo.Declared.Height, 0);
-    BitmapPtr bitmap = MakeBitmap(fileInfo.Declared.Width, options.DiscardRows ? 0 : height);
+    const auto make = options.DiscardRows ? MakeBitmapWithoutRows : MakeBitmap;
+    BitmapPtr bitmap = make(fileInfo.Declared.Width, height);
     if (bitmap == nullptr) {
         result.Status = ERROR_NO_MEMORY;
         return result;

@@ -17,6 +17,7 @@
 #include <cstring>
 #include <mutex>
 #include <new>
+#include <type_traits>
 #include <utility>
 
 namespace standin {
@@ -90,23 +91,40 @@ void Drop(BlockHeader* block) {
     std::free(block->Memory);
 }
 
-// What a thread gave back, sorted by nothing: there are few.
+// The blocks that a thread keeps, in no order: there are few. Without a destructor, so that it can be looked
+// at until the thread's last instruction.
 struct KeptBlocks {
+    enum class State { Unused, Open, Closed } Use = State::Unused;
+    size_t Next = 0; // the slot to reuse when all are taken
     std::array<BlockHeader*, 8> Slots{};
-    size_t Next = 0; // the slot to give up
+};
+static_assert(std::is_trivially_destructible_v<KeptBlocks>);
 
-    KeptBlocks() = default;
-    KeptBlocks(const KeptBlocks&) = delete;
-    KeptBlocks& operator=(const KeptBlocks&) = delete;
-    ~KeptBlocks() {
-        for (BlockHeader* block : Slots)
-            if (block != nullptr)
-                Drop(block);
+// Few bytes, found without a call even in a library that is loaded late.
+[[gnu::tls_model("initial-exec")]] constinit thread_local KeptBlocks kept;
+
+// Frees a thread's kept blocks when the thread ends. Destructors that run later may still free memory: from
+// then on nothing is kept.
+struct CloseKeptBlocks {
+    bool Armed = false;
+
+    CloseKeptBlocks() = default;
+    CloseKeptBlocks(const CloseKeptBlocks&) = delete;
+    CloseKeptBlocks& operator=(const CloseKeptBlocks&) = delete;
+    ~CloseKeptBlocks() {
+        kept.Use = KeptBlocks::State::Closed;
+        for (BlockHeader*& slot : kept.Slots)
+            if (slot != nullptr)
+                Drop(std::exchange(slot, nullptr));
     }
 };
 
-// Few bytes, found without a call even in a library that is loaded late.
-[[gnu::tls_model("initial-exec")]] thread_local KeptBlocks kept;
+thread_local CloseKeptBlocks closeKept;
+
+[[gnu::noinline]] void OpenKeptBlocks() {
+    closeKept.Armed = true; // the first use registers the destructor
+    kept.Use = KeptBlocks::State::Open;
+}
 
 bool IsKept(size_t bytes) {
     return KEEPS_BLOCKS && bytes >= SMALLEST_KEPT && bytes <= LARGEST_KEPT;
@@ -137,6 +155,12 @@ BlockHeader* TakeKept(size_t bytes) {
 }
 
 void Keep(BlockHeader* block) {
+    if (kept.Use == KeptBlocks::State::Unused)
+        OpenKeptBlocks();
+    if (kept.Use == KeptBlocks::State::Closed) {
+        Drop(block);
+        return;
+    }
     for (BlockHeader*& slot : kept.Slots)
         if (slot == nullptr) {
             slot = block;

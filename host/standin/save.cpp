@@ -11,6 +11,17 @@
 
 namespace standin {
 
+int SaveRefusal(const _BITMAPHANDLE& bitmap) {
+    if (bitmap.BitsPerPixel != 1)
+        return ERROR_BITS_PER_PIXEL;
+    if (bitmap.Height < 0)
+        return ERROR_INV_PARAMETER;
+    if (BitmapRow(bitmap, 0) == nullptr)
+        return ERROR_NULL_PTR;
+    const bool kept = bitmap.Orientation == 1 || bitmap.Orientation == ORIENTATION_BOTTOM_UP;
+    return kept ? SUCCESS : ERROR_INV_PARAMETER;
+}
+
 namespace {
 
 BitmapPtr ConvertedCopy(const _BITMAPHANDLE& bitmap) {
@@ -38,8 +49,8 @@ extern "C" int StartSave(_BITMAPHANDLE* bitmap, _BITMAPHANDLE** saveBitmap, int 
     *saveFile = &call.SaveFile.Declared;
     if (rowBuffer != nullptr)
         *rowBuffer = nullptr;
-    if (bitmap->BitsPerPixel != 1)
-        return ERROR_BITS_PER_PIXEL;
+    if (const int refusal = SaveRefusal(*bitmap); refusal != SUCCESS)
+        return refusal;
     if (call.How.ConvertedCopy) {
         BitmapPtr copy = ConvertedCopy(*bitmap);
         if (copy == nullptr)
@@ -116,6 +127,8 @@ int SaveFile(const Filter& filter, const std::string& fileName, _BITMAPHANDLE& b
              const SaveOptions& options) {
     if (filter.Save == nullptr)
         return ERROR_FORMAT_NOT_WRITABLE;
+    if (const int refusal = SaveRefusal(bitmap); refusal != SUCCESS)
+        return refusal; // before the filter creates the file
     SaveCall call;
     PrepareSave(call, fileName.c_str(), bitmap, options);
     return filter.Save(&call.Dispatch.Declared);

@@ -50,6 +50,8 @@ using BitmapPtr = std::unique_ptr<_BITMAPHANDLE, FreeBitmap>;
 
 // A 1-bit bitmap of white rows with the normal palette; null when there is not enough memory.
 BitmapPtr MakeBitmap(unsigned width, int height);
+// The same record without memory for rows, for a load whose rows go elsewhere or nowhere.
+BitmapPtr MakeBitmapWithoutRows(unsigned width, int height);
 // One packed row of BytesPerLine bytes; null for a bitmap without row memory.
 unsigned char* BitmapRow(const _BITMAPHANDLE& bitmap, size_t row);
 // Whether a set bit is white: the palette's entry 0 is black.
@@ -104,9 +106,10 @@ Description Describe(const Filter& filter, const std::string& fileName);
 Description DescribeStream(const _LOADINFO& stream);
 
 struct LoadOptions {
-    bool Batches = false;     // lines in batches of 100 and a small input buffer
-    bool DiscardRows = false; // decode without keeping a picture
-    uint32_t AddedFlags = 0;  // LOADINFO_ bits to set; not for files with a header, which set their own
+    bool Batches = false; // lines in batches of 100 and a small input buffer
+    bool DiscardRows =
+        false;               // decode without keeping a picture: the bitmap that comes back has no row memory
+    uint32_t AddedFlags = 0; // LOADINFO_ bits to set; not for files with a header, which set their own
     // Called after every batch with the lines done and in all; false stops the load.
     std::function<bool(int done, int total)> Progress;
 };
@@ -115,7 +118,9 @@ struct LoadResult {
     int Status = FAILURE; // of fltLoad; STATUS_STOPPED when Progress stopped it
     int DataStatus = 0;   // what the load said about the data: 0, or why it is damaged
     int Rows = 0;         // lines delivered
-    BitmapPtr Bitmap;     // null without row memory; lines not delivered are white
+    // Null when there was no memory for it. Lines not delivered are white; after a load that discards rows
+    // BitmapRow is null.
+    BitmapPtr Bitmap;
     _LOADINFO LoadInfo{}; // the stream as it was decoded
 };
 
@@ -149,6 +154,12 @@ struct SaveCall {
 // savers take a dispatch.
 void PrepareSave(SaveCall& call, const char* fileName, _BITMAPHANDLE& bitmap, const SaveOptions& options);
 
+// Whether the saves take a bitmap: SUCCESS, or why not. It needs 1 bit per pixel (ERROR_BITS_PER_PIXEL) and
+// row memory (ERROR_NULL_PTR). No stream says how its picture is turned: rows from top to bottom (orientation
+// 1) are saved as they are, rows from bottom to top (4) from the last one on, and anything else is refused
+// (ERROR_INV_PARAMETER).
+int SaveRefusal(const _BITMAPHANDLE& bitmap);
+
 // Saves a bitmap through fltSave, which does not cut an existing longer file. Returns its status.
 int SaveFile(const Filter& filter, const std::string& fileName, _BITMAPHANDLE& bitmap,
              const SaveOptions& options = {});
@@ -172,8 +183,9 @@ struct Blocks {
 LoadResult LoadBlocks(const Filter& filter, const Description& image, Blocks& blocks, bool uncompressed,
                       const LoadOptions& options = {});
 
-// Codes a bitmap as blocks of the size and kind that blocks says, and fills the rest of it. The bitmap's rows
-// lie top to bottom. Returns the filter's status; ERROR_FILE_WRITE beyond 4 GiB.
+// Codes a bitmap as blocks of the size and kind that blocks says, and fills the rest of it. Only rows from
+// top to bottom are taken, ERROR_INV_PARAMETER for others. Returns the filter's status; ERROR_FILE_WRITE
+// beyond 4 GiB.
 int SaveBlocks(const Filter& filter, _BITMAPHANDLE& bitmap, const SaveOptions& options, Blocks& blocks);
 
 // ---- Line by line

@@ -60,8 +60,7 @@ int LoadStripByStrip(BlockLoad& load, _BITMAPHANDLE& bitmap, int* dataStatus) {
         if (firstRow >= height)
             break;
         const auto rows = static_cast<int>(std::min<size_t>(stripRows, height - firstRow));
-        _BITMAPHANDLE part = load.Target.Bitmap != nullptr ? BitmapRows(bitmap, firstRow, rows) : bitmap;
-        part.Height = rows;
+        _BITMAPHANDLE part = BitmapRows(bitmap, firstRow, rows);
         if (load.Target.Bitmap != nullptr)
             ClearRows(part);
         load.Target.RowsBefore = static_cast<int>(firstRow);
@@ -143,12 +142,12 @@ LoadResult LoadBlocks(const Filter& filter, const Description& image, Blocks& bl
         result.Status = ERROR_FILE_FORMAT;
         return result;
     }
-    BitmapPtr bitmap = MakeBitmap(info.Width, options.DiscardRows ? 0 : info.Height);
+    const auto make = options.DiscardRows ? MakeBitmapWithoutRows : MakeBitmap;
+    BitmapPtr bitmap = make(info.Width, info.Height);
     if (bitmap == nullptr) {
         result.Status = ERROR_NO_MEMORY;
         return result;
     }
-    bitmap->Height = info.Height;
     bitmap->Palette = nullptr; // chosen by the loader
     MemoryHandle memory(REDIRECT_READ, blocks.Bytes.data(), blocks.Bytes.size());
     if (memory.Status != SUCCESS) {
@@ -189,8 +188,9 @@ LoadResult LoadBlocks(const Filter& filter, const Description& image, Blocks& bl
 int SaveBlocks(const Filter& filter, _BITMAPHANDLE& bitmap, const SaveOptions& options, Blocks& blocks) {
     if (filter.SaveTiled == nullptr)
         return ERROR_FORMAT_NOT_WRITABLE;
-    if (blocks.Width == 0 || blocks.Height == 0 || bitmap.Height < 0 ||
-        bitmap.Orientation == ORIENTATION_BOTTOM_UP)
+    if (const int refusal = SaveRefusal(bitmap); refusal != SUCCESS)
+        return refusal;
+    if (blocks.Width == 0 || blocks.Height == 0 || bitmap.Orientation == ORIENTATION_BOTTOM_UP)
         return ERROR_INV_PARAMETER;
     const auto height = static_cast<unsigned>(bitmap.Height);
     const unsigned lastRows = blocks.Tiled ? 0 : height % blocks.Height;
