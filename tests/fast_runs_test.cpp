@@ -1,6 +1,6 @@
 // The two forms of the fast G3 reader against each other, and against the codes it was given.
-#include "API/Filters/Fax/Common/Tif_faxx/g3_line.h"
-#include "API/Filters/Fax/Common/Tif_faxx/instructions.h"
+#include "API/Filters/Fax/Common/Tif_faxx/base/dispatch.h"
+#include "API/Filters/Fax/Common/Tif_faxx/decode/fast/g3_fast.h"
 
 #include <gtest/gtest.h>
 
@@ -57,7 +57,7 @@ Outcome read(bool (*reader)(g3::Line&, g3::Edge), Stream& stream, int format) {
 }
 
 TEST(FastRuns, BothFormsReadEveryLengthAndStopAtTheSameBit) {
-    if (!HasFasterInstructions())
+    if (!HasAvx2())
         GTEST_SKIP() << "the processor has one form only";
     std::mt19937 random(3);
     for (unsigned round = 0; round < 600; ++round) {
@@ -75,7 +75,7 @@ TEST(FastRuns, BothFormsReadEveryLengthAndStopAtTheSameBit) {
                 expected.changes.push_back(expected.remaining);
         }
         expected.position = static_cast<int64_t>(stream.bits);
-        const Outcome clean = read(g3::ReadFastAnywhere, stream, FORMAT_FAX_G3_1D);
+        const Outcome clean = read(g3::ReadRunsBaseline, stream, FORMAT_FAX_G3_1D);
         ASSERT_EQ(clean.complete, expected.remaining == 0) << "round " << round;
         if (clean.complete) {
             ASSERT_EQ(clean, expected) << "round " << round;
@@ -84,7 +84,7 @@ TEST(FastRuns, BothFormsReadEveryLengthAndStopAtTheSameBit) {
         for (auto damage = random() % 3; damage != 0; --damage)
             stream.bytes[random() % (stream.bits / 8)] ^= static_cast<uint8_t>(random());
         for (const int format : {FORMAT_FAX_G3_1D, FORMAT_FAX_G3_1D_NOEOL})
-            ASSERT_EQ(read(g3::ReadFastAnywhere, stream, format), read(g3::ReadFastFaster, stream, format))
+            ASSERT_EQ(read(g3::ReadRunsBaseline, stream, format), read(g3::ReadRunsAvx2, stream, format))
                 << "round " << round;
     }
 }

@@ -1,9 +1,10 @@
 // Where code stands in two forms, both do the same: over pictures of every kind, and streams of them, whole
 // and damaged.
-#include "API/Filters/Fax/Common/Tif_faxx/change_list.h"
-#include "API/Filters/Fax/Common/Tif_faxx/encode_forms.h"
-#include "API/Filters/Fax/Common/Tif_faxx/g4_fast.h"
-#include "API/Filters/Fax/Common/Tif_faxx/run_rows.h"
+#include "API/Filters/Fax/Common/Tif_faxx/base/dispatch.h"
+#include "API/Filters/Fax/Common/Tif_faxx/decode/fast/g4_fast.h"
+#include "API/Filters/Fax/Common/Tif_faxx/encode/line_coding.h"
+#include "API/Filters/Fax/Common/Tif_faxx/rows/row_scan.h"
+#include "API/Filters/Fax/Common/Tif_faxx/rows/run_rows.h"
 #include "host/kernel.h"
 #include "tests/pictures.h"
 
@@ -17,7 +18,7 @@ constexpr unsigned kWidths[] = {1, 7, 8, 63, 64, 65, 127, 319, 320, 577, 1728, 2
 class Forms : public testing::Test {
 protected:
     void SetUp() override {
-        if (!faxx::HasFasterInstructions())
+        if (!faxx::HasAvx2())
             GTEST_SKIP() << "the processor runs one form only";
     }
 };
@@ -51,7 +52,7 @@ TEST_F(Forms, OfTheRowScanListEveryChange) {
                 for (const uint32_t column : changesOf(row, width))
                     expected.push_back(width - column);
                 expected.insert(expected.end(), 3, 0);
-                for (const auto list : {faxx::ListChangesAnywhere, faxx::ListChangesFaster}) {
+                for (const auto list : {faxx::ListChangesBaseline, faxx::ListChangesAvx2}) {
                     Encoder encoder(FORMAT_FAX_G4, width);
                     list(&encoder.record, row.data());
                     ASSERT_EQ(encoder.list(), expected) << "width " << width << ", kind " << kind;
@@ -75,7 +76,7 @@ TEST_F(Forms, OfTheRowScanFindALonePixel) {
                 expected.push_back(width - column - 1);
             const auto changes = static_cast<uint32_t>(expected.size());
             expected.insert(expected.end(), 3, 0);
-            for (const auto list : {faxx::ListChangesAnywhere, faxx::ListChangesFaster}) {
+            for (const auto list : {faxx::ListChangesBaseline, faxx::ListChangesAvx2}) {
                 std::fill_n(encoder.record.CodingLine, 8, 7);
                 ASSERT_EQ(list(&encoder.record, area.data() + place), changes) << "width " << width;
                 ASSERT_EQ(encoder.list(), expected) << "width " << width << ", column " << column;
@@ -84,34 +85,35 @@ TEST_F(Forms, OfTheRowScanFindALonePixel) {
     }
 }
 
-template <auto encode, faxx::LineEnd end>
+template <const faxx::CodecFunctions& functions, faxx::LineEnd end>
 void modes(CCITTG34* record, const uint8_t* row) {
-    encode(record, row, end);
+    functions.encodeModes(record, row, end);
 }
 
 TEST_F(Forms, OfTheCodersWriteTheSameBits) {
+    using faxx::kAvx2Functions;
+    using faxx::kBaselineFunctions;
     using faxx::LineEnd;
     const struct {
         int format;
-        void (*anywhere)(CCITTG34*, const uint8_t*);
-        void (*faster)(CCITTG34*, const uint8_t*);
-    } coders[] = {{FORMAT_FAX_G4, modes<faxx::EncodeModesAnywhere, LineEnd::None>,
-                   modes<faxx::EncodeModesFaster, LineEnd::None>},
-                  {FORMAT_FAX_G3_2D, modes<faxx::EncodeModesAnywhere, LineEnd::Eol>,
-                   modes<faxx::EncodeModesFaster, LineEnd::Eol>},
-                  {FORMAT_FAX_G3_1D, faxx::EncodeRunsAnywhere, faxx::EncodeRunsFaster},
-                  {FORMAT_FAX_G3_1D_NOEOL, faxx::EncodeRunsAnywhere, faxx::EncodeRunsFaster}};
+        void (*baseline)(CCITTG34*, const uint8_t*);
+        void (*avx2)(CCITTG34*, const uint8_t*);
+    } coders[] = {
+        {FORMAT_FAX_G4, modes<kBaselineFunctions, LineEnd::None>, modes<kAvx2Functions, LineEnd::None>},
+        {FORMAT_FAX_G3_2D, modes<kBaselineFunctions, LineEnd::Eol>, modes<kAvx2Functions, LineEnd::Eol>},
+        {FORMAT_FAX_G3_1D, kBaselineFunctions.encodeRuns, kAvx2Functions.encodeRuns},
+        {FORMAT_FAX_G3_1D_NOEOL, kBaselineFunctions.encodeRuns, kAvx2Functions.encodeRuns}};
     for (const auto& coder : coders)
         for (const unsigned width : kWidths)
             for (int kind = 0; kind < PICTURE_KINDS; ++kind) {
-                Encoder anywhere(coder.format, width);
-                Encoder faster(coder.format, width);
+                Encoder baseline(coder.format, width);
+                Encoder avx2(coder.format, width);
                 for (const Bytes& row : pictureOf(width, kRows, kind)) {
-                    coder.anywhere(&anywhere.record, row.data());
-                    coder.faster(&faster.record, row.data());
-                    ASSERT_EQ(anywhere.coded(), faster.coded()) << "width " << width << ", kind " << kind;
-                    ASSERT_EQ(anywhere.record.BitAccumulator, faster.record.BitAccumulator);
-                    ASSERT_EQ(anywhere.record.BitCount, faster.record.BitCount);
+                    coder.baseline(&baseline.record, row.data());
+                    coder.avx2(&avx2.record, row.data());
+                    ASSERT_EQ(baseline.coded(), avx2.coded()) << "width " << width << ", kind " << kind;
+                    ASSERT_EQ(baseline.record.BitAccumulator, avx2.record.BitAccumulator);
+                    ASSERT_EQ(baseline.record.BitCount, avx2.record.BitCount);
                 }
             }
 }
@@ -128,8 +130,8 @@ TEST_F(Forms, OfTheRowWriterWriteTheSameRuns) {
                 list[random() % entries] = std::array<uint32_t, 4>{0, UINT32_MAX, 65534, 65535}[random() % 4];
             std::vector<uint16_t> anywhere(entries + 9, 0xAAAA);
             std::vector<uint16_t> faster = anywhere;
-            const uint32_t written = faxx::WriteRunsAnywhere(list.data(), entries, 65534, anywhere.data());
-            ASSERT_EQ(faxx::WriteRunsFaster(list.data(), entries, 65534, faster.data()), written);
+            const uint32_t written = faxx::WriteRunsBaseline(list.data(), entries, 65534, anywhere.data());
+            ASSERT_EQ(faxx::WriteRunsAvx2(list.data(), entries, 65534, faster.data()), written);
             ASSERT_EQ(anywhere, faster);
             for (uint32_t i = 0; i < written; ++i)
                 ASSERT_EQ(anywhere[i], (i == 0 ? 65534 : list[i - 1]) - list[i]) << "entry " << i;
@@ -159,7 +161,7 @@ TEST_F(Forms, OfTheG4DecoderStopAtTheSameBit) {
         for (int kind = 0; kind < PICTURE_KINDS; ++kind) {
             Encoder encoder(FORMAT_FAX_G4, width);
             for (const Bytes& row : pictureOf(width, kRows, kind)) {
-                faxx::EncodeModesFaster(&encoder.record, row.data(), faxx::LineEnd::None);
+                faxx::EncodeModesAvx2(&encoder.record, row.data(), faxx::LineEnd::None);
             }
             Bytes stream = encoder.coded();
             for (auto damage = random() % 3; damage != 0 && !stream.empty(); --damage)
@@ -176,8 +178,8 @@ TEST_F(Forms, OfTheG4DecoderStopAtTheSameBit) {
                 const faxx::RowOutput output{nullptr, 200000, 200000, kRows};
                 a.Begin(output, width);
                 b.Begin(output, width);
-                const faxx::g4::After after = faxx::g4::DecodeFastAnywhere(a);
-                ASSERT_EQ(after, faxx::g4::DecodeFastFaster(b)) << "width " << width << ", kind " << kind;
+                const faxx::g4::After after = faxx::g4::ReadModesBaseline(a);
+                ASSERT_EQ(after, faxx::g4::ReadModesAvx2(b)) << "width " << width << ", kind " << kind;
                 ASSERT_EQ(a.input.Position(), b.input.Position());
                 ASSERT_EQ(std::tie(a.written, a.a0, a.b1), std::tie(b.written, b.a0, b.b1));
                 ASSERT_TRUE(std::equal(a.coding, a.coding + a.written, b.coding));

@@ -1,6 +1,6 @@
-// Where a group's course is drawn wrong, its codes are done singly and no picture changes: only here does it
+// Where a group's plan is drawn wrong, its codes are done singly and no picture changes: only here does it
 // show. Each group is followed code by code over a reference line of the spacing that it is for.
-#include "API/Filters/Fax/Common/Tif_faxx/g4_groups.h"
+#include "API/Filters/Fax/Common/Tif_faxx/decode/fast/g4_groups.h"
 
 #include <gtest/gtest.h>
 
@@ -8,6 +8,7 @@
 
 namespace {
 
+using namespace faxx;
 using namespace faxx::g4;
 
 constexpr size_t kFirstB1 = 10;
@@ -45,13 +46,13 @@ TEST_P(Groups, TakeTheCourseThatTheirCodesTake) {
     for (unsigned index = 0; index < 1u << kGroupIndexBits; ++index) {
         const CodeGroup& group = GroupsFor(GetParam())[index];
         const ModeCode firstCode = kModeCodes[index >> (kGroupIndexBits - kModeIndexBits)];
-        ASSERT_EQ(group.course == kHorizontalCourse, firstCode.mode == Mode::Horizontal) << index;
-        ASSERT_EQ(group.course == kFailingCourse, firstCode.mode > Mode::Horizontal) << index;
+        ASSERT_EQ(group.plan == kHorizontalPlan, firstCode.mode == Mode::Horizontal) << index;
+        ASSERT_EQ(group.plan == kFailingPlan, firstCode.mode > Mode::Horizontal) << index;
         if (firstCode.mode > Mode::Pass)
             continue;
 
-        const Course& course = CourseOf(group);
-        const size_t window = kFirstB1 + static_cast<size_t>(course.window / 4);
+        const GroupPlan& plan = PlanOf(group);
+        const size_t window = kFirstB1 + static_cast<size_t>(plan.window / 4);
         size_t b1 = kFirstB1;
         uint32_t a0 = UINT32_MAX;
         unsigned bits = 0;
@@ -71,9 +72,9 @@ TEST_P(Groups, TakeTheCourseThatTheirCodesTake) {
                 break;
             }
             b1 = pass ? b1 + 2 : soughtB1(list, b1, change);
-            ASSERT_EQ(window + course.change[lane], from) << index << " lane " << lane;
-            ASSERT_EQ(window + course.nextB1[lane], b1) << index << " lane " << lane;
-            ASSERT_GE(list[window + course.notYet[lane]], change) << index << " lane " << lane;
+            ASSERT_EQ(window + plan.change[lane], from) << index << " lane " << lane;
+            ASSERT_EQ(window + plan.nextB1[lane], b1) << index << " lane " << lane;
+            ASSERT_GE(list[window + plan.previousB1[lane]], change) << index << " lane " << lane;
             ASSERT_EQ(static_cast<int32_t>(group.offsets << (28 - 4 * lane)) >> 28, code.offset) << index;
             if (!pass)
                 written.push_back(lane);
@@ -83,12 +84,12 @@ TEST_P(Groups, TakeTheCourseThatTheirCodesTake) {
             continue;
         ++followed;
         ASSERT_EQ(bits, group.length) << index;
-        ASSERT_EQ(course.written, static_cast<int64_t>(written.size() * 4)) << index;
-        ASSERT_TRUE(std::equal(written.begin(), written.end(), course.order)) << index;
-        ASSERT_EQ(kFirstB1 + static_cast<size_t>(course.move / 4), b1) << index;
+        ASSERT_EQ(plan.written, static_cast<int64_t>(written.size() * 4)) << index;
+        ASSERT_TRUE(std::equal(written.begin(), written.end(), plan.order)) << index;
+        ASSERT_EQ(kFirstB1 + static_cast<size_t>(plan.move / 4), b1) << index;
         ASSERT_EQ(group.after, spacingAt(list, b1)) << index;
         for (; lane < kGroupLanes; ++lane) {
-            ASSERT_EQ(course.change[lane], course.change[lane - 1]);
+            ASSERT_EQ(plan.change[lane], plan.change[lane - 1]);
             ASSERT_EQ(group.offsets >> 4 * lane & 0xF, group.offsets >> 4 * (lane - 1) & 0xF);
         }
     }

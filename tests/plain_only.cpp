@@ -1,12 +1,19 @@
 // In place of the fast loops: none, so that the plain decoders do everything.
-#include "API/Filters/Fax/Common/Tif_faxx/g3_blank.h"
-#include "API/Filters/Fax/Common/Tif_faxx/g4_fast.h"
+#include "API/Filters/Fax/Common/Tif_faxx/base/dispatch.h"
+#include "API/Filters/Fax/Common/Tif_faxx/decode/fast/g3_blank.h"
+#include "API/Filters/Fax/Common/Tif_faxx/decode/fast/g3_fast.h"
+#include "API/Filters/Fax/Common/Tif_faxx/decode/fast/g4_fast.h"
+#include "API/Filters/Fax/Common/Tif_faxx/rows/run_rows.h"
+
+namespace faxx {
+
+const CodecFunctions kFunctions{
+    [](g3::Line&, g3::Edge) { return false; }, [](g4::Line&) { return g4::After::NextCode; },
+    [](const uint32_t*, uint32_t, uint32_t, uint16_t*) { return 0U; }, nullptr, nullptr};
+
+} // namespace faxx
 
 namespace faxx::g3 {
-
-bool ReadFast(Line&, Edge) {
-    return false;
-}
 
 BlankLineCode BlankLineOf(const CCITTG34* record) {
     return {.width = record->Width};
@@ -30,10 +37,6 @@ unsigned DecodeOtherPair(CCITTG34* record, uint16_t* rows, unsigned lines, LineD
 } // namespace faxx::g3
 
 namespace faxx::g4 {
-
-After DecodeFast(Line&) {
-    return After::NextCode;
-}
 
 uint32_t ReadBlankLines(Line&, uint32_t) {
     return 0;

@@ -4,7 +4,7 @@
 
 #include <gtest/gtest.h>
 
-#include "API/Filters/Fax/Common/Tif_faxx/stream_search.h"
+#include "API/Filters/Fax/Common/Tif_faxx/streams/stream_search.h"
 
 namespace {
 

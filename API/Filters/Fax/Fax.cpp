@@ -1,7 +1,7 @@
 // Whole files: fltInfo describes one, fltLoad loads it, fltSave writes one.
 #include "API/Filters/Fax/Fax.h"
 
-#include "API/Filters/Fax/Common/Tif_faxx/stream.h"
+#include "API/Filters/Fax/Common/Tif_faxx/streams/description.h"
 #include "API/Filters/Fax/file.h"
 
 #include <array>

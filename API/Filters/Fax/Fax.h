@@ -8,7 +8,7 @@
 FAXX_API int fltInfo(_INFODISPATCH* dispatch);
 FAXX_API int fltInfoFAX(_INFODISPATCH* dispatch);
 
-// Loads the file that fltInfo described. SUCCESS also for damaged data, told by dispatch->Status.
+// Loads the file that fltInfo described. SUCCESS also for damaged data, which dispatch->Status reports.
 FAXX_API int fltLoad(_LOADDISPATCH* dispatch);
 FAXX_API int fltLoadFAX(_LOADDISPATCH* dispatch);
 

@@ -1,8 +1,10 @@
 // Strips in memory: a compressed block becomes packed rows, packed rows become a compressed block.
-#include "API/Filters/Fax/Common/Tif_faxx/bit_input.h"
-#include "API/Filters/Fax/Common/Tif_faxx/limits.h"
-#include "API/Filters/Fax/Common/Tif_faxx/save_session.h"
-#include "API/Filters/Fax/Common/Tif_faxx/stream.h"
+#include "API/Filters/Fax/Common/Tif_faxx/base/limits.h"
+#include "API/Filters/Fax/Common/Tif_faxx/decode/decoder.h"
+#include "API/Filters/Fax/Common/Tif_faxx/encode/line_encoder.h"
+#include "API/Filters/Fax/Common/Tif_faxx/streams/cleanup.h"
+#include "API/Filters/Fax/Common/Tif_faxx/streams/description.h"
+#include "API/Filters/Fax/Common/Tif_faxx/streams/save_session.h"
 #include "API/Filters/Fax/Fax.h"
 
 namespace faxx {
@@ -28,7 +30,7 @@ int DecodeBlock(BufferLoad& load, tagHANDLE* handle) {
                      static_cast<unsigned>(load.width), ReversedBits(load.flags), handle, 0, load.byteLimit);
     if (status != SUCCESS)
         return status;
-    LineDecoder* const decode = LineDecoderFor(load.format);
+    LineDecoder* const decode = LineDecoderFor(static_cast<uint32_t>(load.format));
     const size_t rowBytes = (static_cast<size_t>(load.width) + 7) / 8;
     for (int done = 0; done < load.height;) {
         const unsigned got = decode(&load.codec, load.runs, static_cast<unsigned>(load.height - done));
@@ -53,7 +55,7 @@ int ReleaseBlock(BufferLoad& load, Buffer<unsigned short>& runs, Buffer<unsigned
                  int result) {
     result = ReleaseLoad(runs, mirrored, &load.codec, result);
     if (std::exchange(load.redirected, false) &&
-        Throws([&] { StopRedirectToBuffer(load.redirect, nullptr, nullptr); }))
+        !RunGuarded([&] { StopRedirectToBuffer(load.redirect, nullptr, nullptr); }))
         result = ERROR_EXCEPTION;
     return result;
 }
@@ -90,7 +92,7 @@ int fltLoadBufferFAX(unsigned char* input, unsigned long long inputSize, unsigne
                     CCITTG34{}, runs.data, mirrored.data, redirect, true};
     OnUnwind release([&] { ReleaseBlock(load, runs, mirrored, ERROR_EXCEPTION); });
     int result = ERROR_EXCEPTION;
-    Throws([&] { result = DecodeBlock(load, handle); });
+    RunGuarded([&] { result = DecodeBlock(load, handle); });
     result = ReleaseBlock(load, runs, mirrored, result);
     release.Disarm();
     return result;

@@ -1,7 +1,7 @@
 // A file that an entry point opens.
 #pragma once
 
-#include "API/Filters/Fax/Common/Tif_faxx/stream.h"
+#include "API/Filters/Fax/Common/Tif_faxx/streams/cleanup.h"
 
 namespace faxx {
 
@@ -20,7 +20,7 @@ public:
     File(const File&) = delete;
     File& operator=(const File&) = delete;
     ~File() {
-        Throws([this] { Close(); });
+        RunGuarded([this] { Close(); });
     }
 
     bool IsOpen() const { return handle_ != INVALID_KERNEL_HANDLE; }

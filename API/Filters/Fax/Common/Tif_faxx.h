@@ -29,6 +29,9 @@ inline constexpr unsigned DECODE_STATUS_OK = 0;
 inline constexpr unsigned DECODE_STATUS_BAD_CODE = 1;
 inline constexpr unsigned DECODE_STATUS_NO_DATA = 2;
 
+// CCITTG34::WriteStatus. Once a write has come back short; coding goes on.
+inline constexpr unsigned WRITE_STATUS_SHORT = 3;
+
 inline constexpr unsigned MAX_CODEC_WIDTH = 250000; // accepted by the decoder set-up
 inline constexpr unsigned MAX_IMAGE_WIDTH = 249999; // accepted by loaders and savers
 inline constexpr unsigned MAX_BUFFER_WIDTH = 65535; // accepted by the buffer entries
@@ -81,7 +84,7 @@ static_assert(offsetof(CCITTG34, KFactor) == 80 && offsetof(CCITTG34, FlushThres
 
 // Loads the stream at loadInfo->Offset of handle, batch by batch, through rowCallback. With a null
 // dispatch describes instead: probes the first 2000 offsets for a G3 stream and fills loadInfo.
-// Returns SUCCESS also for damaged data, which dispatch->Status then tells.
+// Returns SUCCESS also for damaged data, which dispatch->Status then reports.
 FAXX_API int K_LoadRawFax(_LOADDISPATCH* dispatch, tagHANDLE* handle, _LOADINFO* loadInfo,
                           _FILEINFOA* fileInfo, _BITMAPHANDLE* bitmap, RowCallbackFn* rowCallback,
                           int bitsPerPixel, void* userData);
@@ -100,7 +103,7 @@ FAXX_API int SetBitmapPalette(_LOADDISPATCH* dispatch, _LOADINFO* loadInfo, _BIT
 // Tiles: an image as a grid of separately compressed streams; a column of strips is the one-tile-wide case.
 
 // Loads the tiles of tileInfo into bitmap through rowCallback. uncompressedTiles (may be null) marks tiles
-// that are stored as packed rows. SUCCESS also for damaged data, which dispatch->Status then tells.
+// that are stored as packed rows. SUCCESS also for damaged data, which dispatch->Status then reports.
 FAXX_API int K_LoadTiledFax(_LOADDISPATCH* dispatch, tagHANDLE* handle, _LOADINFO* loadInfo,
                             _FAXTILEINFO* tileInfo, _FILEINFOA* fileInfo, _BITMAPHANDLE* bitmap,
                             RowCallbackFn* rowCallback, int bitsPerPixel, void* userData,
