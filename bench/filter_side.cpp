@@ -2,7 +2,7 @@
 
 #include "API/Filters/Fax/Common/Tif_faxx.h"
 #include "host/kernel.h"
-#include "host/standin/rows.h"
+#include "host/standin/fast/copy_row.h"
 
 #include <stdexcept>
 #include <utility>
@@ -24,7 +24,7 @@ extern "C" int StartSave(_BITMAPHANDLE* bitmap, _BITMAPHANDLE** saveBitmap, int,
     Save& save = *static_cast<Save*>(userData);
     *saveBitmap = bitmap;
     *rowBuffer = static_cast<unsigned char*>(
-        K_LocalAlloc(save.page.RowBytes() + standin::ROW_SLACK, 1, __LINE__, "row buffer"));
+        K_LocalAlloc(save.page.RowBytes() + standin::kRowSlack, 1, __LINE__, "row buffer"));
     if (*rowBuffer == nullptr)
         return ERROR_NO_MEMORY;
     *saveFile = &save.saveFile;
@@ -71,7 +71,7 @@ Save::Save(Page source, int formatNumber) : page(std::move(source)), format(form
     bitmap.YResolution = 204;
     saveFile.NoInvert = 1;
     stream.resize(page.rows.size() * 4);
-    page.rows.resize(page.rows.size() + standin::ROW_SLACK);
+    page.rows.resize(page.rows.size() + standin::kRowSlack);
 }
 
 void SaveWithFilter(Save& save) {

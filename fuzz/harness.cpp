@@ -86,9 +86,7 @@ bool EndsAtRefill(size_t bytes, bool smallBuffer) {
 }
 
 const standin::Filter& TheFilter() {
-    static constexpr standin::Filter FILTER{fltInfo,        fltLoad,        fltSave,
-                                            K_LoadTiledFax, K_SaveTiledFax, InitDecodeG34,
-                                            QuitDecodeG34,  DecodeG4,       DecodeG3};
+    static constexpr standin::Filter FILTER{fltInfo, fltLoad, fltSave, K_LoadTiledFax, K_SaveTiledFax};
     return FILTER;
 }
 

@@ -1,7 +1,7 @@
 // Rows of every density, too long and too short ones among them, expanded as pixel by pixel; packed rows
 // copied.
 #include "host/kernel.h"
-#include "host/standin/rows.h"
+#include "host/standin/fast/copy_row.h"
 
 #include <gtest/gtest.h>
 
@@ -50,14 +50,14 @@ TEST(ExpandRows, EveryDensityAndLength) {
 }
 
 TEST(CopyRow, EveryLengthAndPlaceWithinTheSlack) {
-    std::vector<uint8_t> source(5 + 320 + standin::ROW_SLACK);
+    std::vector<uint8_t> source(5 + 320 + standin::kRowSlack);
     for (size_t i = 0; i < source.size(); ++i)
         source[i] = static_cast<uint8_t>(i * 7 + 1);
     for (size_t bytes = 0; bytes <= 320; ++bytes) {
         const size_t place = bytes % 37;
-        std::vector<uint8_t> target(place + bytes + standin::ROW_SLACK, 0xAA);
+        std::vector<uint8_t> target(place + bytes + standin::kRowSlack, 0xAA);
         const std::vector<uint8_t> from(
-            source.begin() + 5, source.begin() + static_cast<ptrdiff_t>(5 + bytes + standin::ROW_SLACK));
+            source.begin() + 5, source.begin() + static_cast<ptrdiff_t>(5 + bytes + standin::kRowSlack));
         standin::CopyRow(target.data() + place, from.data(), bytes);
         ASSERT_TRUE(std::equal(from.begin(), from.begin() + static_cast<ptrdiff_t>(bytes),
                                target.begin() + static_cast<ptrdiff_t>(place)))

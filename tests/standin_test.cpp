@@ -9,9 +9,11 @@
 #include <filesystem>
 #include <gtest/gtest.h>
 #include <malloc.h>
+#include <pthread.h>
 #include <string>
 #include <sys/stat.h>
 #include <thread>
+#include <type_traits>
 #include <unistd.h>
 #include <vector>
 
@@ -30,6 +32,12 @@ protected:
     const std::string file = directory + "/file";
     const standin::Filter filter = standin::LoadFilter(KFFAX_LIBRARY);
 };
+
+// The stand-in declares by itself what it uses of the filter.
+static_assert(std::is_same_v<decltype(standin::Filter::LoadTiled), decltype(&K_LoadTiledFax)>);
+static_assert(std::is_same_v<decltype(standin::Filter::SaveTiled), decltype(&K_SaveTiledFax)>);
+static_assert(standin::kTilesReverseBits == FAX_REVERSE_BITS && standin::kTilesAlignEol == FAX_ALIGN_EOL);
+static_assert(standin::kTilesByteTrailer == FAX_BYTE_TRAILER);
 
 // A page whose rows all differ.
 standin::BitmapPtr makePage() {
@@ -79,6 +87,46 @@ TEST(Memory, AThreadThatOnlyFreesAtItsEndLeavesNothing) {
         std::thread([] { lateOwner.block = K_LocalAlloc(kBlockBytes, 1, 1, "late"); }).join();
     EXPECT_LT(bytesInUse(), before + 10 * kBlockBytes);
     EXPECT_TRUE(standin::HeldAllocations().Blocks.empty());
+}
+
+// Destructors of thread-specific values run even later than those of thread_local objects.
+TEST(Memory, AThreadThatFreesInAKeysDestructorLeavesNothing) {
+    pthread_key_t key{};
+    ASSERT_EQ(pthread_key_create(&key, [](void* block) { K_LocalFree(block, 1, "late"); }), 0);
+    const size_t before = bytesInUse();
+    for (int i = 0; i < 100; ++i)
+        std::thread([&] { pthread_setspecific(key, K_LocalAlloc(kBlockBytes, 1, 1, "late")); }).join();
+    EXPECT_LT(bytesInUse(), before + 10 * kBlockBytes);
+    EXPECT_TRUE(standin::HeldAllocations().Blocks.empty());
+    pthread_key_delete(key);
+}
+
+// Ends a redirection that outgrew its block while its thread ends.
+struct LateRedirection {
+    void* redirect = nullptr;
+    ~LateRedirection() {
+        if (redirect)
+            K_StopRedirectToBuffer(redirect, nullptr, nullptr);
+    }
+};
+thread_local LateRedirection lateRedirection;
+
+TEST(Memory, AThreadThatEndsARedirectionLateLeavesNothing) {
+    const std::vector<unsigned char> bytes(kBlockBytes);
+    const auto outgrow = [&](void** redirect) {
+        tagHANDLE* handle = nullptr;
+        ASSERT_EQ(K_StartRedirectToBuffer(redirect, &handle, REDIRECT_WRITE, nullptr, 0), SUCCESS);
+        ASSERT_EQ(K_RedirectedWrite(handle, bytes.data(), kBlockBytes), static_cast<int>(kBlockBytes));
+    };
+    const size_t before = bytesInUse();
+    for (int i = 0; i < 100; ++i)
+        std::thread([&] {
+            outgrow(&lateRedirection.redirect);
+            void* early = nullptr;
+            outgrow(&early);
+            K_StopRedirectToBuffer(early, nullptr, nullptr);
+        }).join();
+    EXPECT_LT(bytesInUse(), before + 10 * kBlockBytes);
 }
 
 TEST(Memory, HeldAllocationsNamesWhatIsHeld) {

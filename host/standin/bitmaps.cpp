@@ -1,6 +1,7 @@
 // Bitmaps of 1 bit per pixel. Rows are padded to 4 bytes and lie in one tracked block, whose address
 // and whose two palette entries stand in a part of the record that is the kernel's own.
 #include "host/kernel.h"
+#include "host/standin/fast/copy_row.h"
 #include "host/standin/memory.h"
 #include "host/standin/rows.h"
 #include "host/standin/standin.h"
@@ -125,7 +126,7 @@ int K_AllocateBitmap(_BITMAPHANDLE* bitmap, int /*memoryKind*/) {
     const size_t bytes = size_t{bitmap->BytesPerLine} * static_cast<unsigned>(bitmap->Height);
     OwnFields own = GetOwn(*bitmap);
     own.Rows = static_cast<unsigned char*>(
-        standin::AllocateTracked(bytes + standin::ROW_SLACK, true, __LINE__, "bitmap rows"));
+        standin::AllocateTracked(bytes + standin::kRowSlack, true, __LINE__, "bitmap rows"));
     if (own.Rows == nullptr)
         return ERROR_NO_MEMORY;
     SetOwn(*bitmap, own);

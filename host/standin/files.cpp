@@ -4,6 +4,7 @@
 // by doubling, once the data outgrows it. The kernel keeps such a block for as long as the caller may
 // look at it: until the thread ends its next redirection or exits.
 #include "host/kernel.h"
+#include "host/standin/thread_end.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -15,6 +16,7 @@
 #include <new>
 #include <sys/stat.h>
 #include <unistd.h>
+#include <utility>
 
 namespace {
 
@@ -39,8 +41,20 @@ struct tagHANDLE {
 
 namespace {
 
-// What the last redirection of this thread that outgrew its block left behind.
-thread_local OwnBlock outgrown;
+// What this thread's last redirection that outgrew its block left behind.
+thread_local unsigned char* outgrown = nullptr;
+
+void FreeOutgrown(void* /*outgrown*/) {
+    std::free(std::exchange(outgrown, nullptr));
+}
+
+const standin::ThreadEnd freeAtEnd(FreeOutgrown);
+
+void KeepOutgrown(OwnBlock block) {
+    std::free(outgrown);
+    outgrown = block.release();
+    freeAtEnd.Call(outgrown);
+}
 
 int ReadMemory(tagHANDLE& handle, void* buffer, size_t count) {
     if (handle.Position >= handle.Size)
@@ -205,7 +219,7 @@ int K_StopRedirectToBuffer(void* redirect, unsigned char** buffer, unsigned long
         *buffer = memory->Data;
     if (size != nullptr)
         *size = memory->Size;
-    outgrown = std::move(memory->Own);
+    KeepOutgrown(std::move(memory->Own));
     return SUCCESS;
 }
 

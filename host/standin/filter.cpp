@@ -47,10 +47,7 @@ Filter LoadFilter(const std::string& library) {
     FindOptional(handle, "fltSave", filter.Save);
     FindOptional(handle, "K_LoadTiledFax", filter.LoadTiled);
     FindOptional(handle, "K_SaveTiledFax", filter.SaveTiled);
-    FindOptional(handle, "InitDecodeG34", filter.InitDecode);
-    FindOptional(handle, "QuitDecodeG34", filter.QuitDecode);
-    FindOptional(handle, "DecodeG4", filter.DecodeG4);
-    FindOptional(handle, "DecodeG3", filter.DecodeG3);
+    filter.Library = handle;
     return filter;
 }
 

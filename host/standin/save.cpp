@@ -4,7 +4,7 @@
 // way round and asks, by a NoInvert of 0, for the saver's inversion; a converted copy has the normal
 // palette and needs none.
 #include "host/kernel.h"
-#include "host/standin/rows.h"
+#include "host/standin/fast/copy_row.h"
 #include "host/standin/standin.h"
 
 #include <cstring>
@@ -59,7 +59,7 @@ extern "C" int StartSave(_BITMAPHANDLE* bitmap, _BITMAPHANDLE** saveBitmap, int 
     }
     if (rowBuffer != nullptr) {
         *rowBuffer = static_cast<unsigned char*>(
-            K_LocalAlloc((*saveBitmap)->BytesPerLine + ROW_SLACK, 1, __LINE__, "save row buffer"));
+            K_LocalAlloc((*saveBitmap)->BytesPerLine + kRowSlack, 1, __LINE__, "save row buffer"));
         if (*rowBuffer == nullptr)
             return ERROR_NO_MEMORY;
         call.RowBuffer = *rowBuffer;

@@ -15,8 +15,6 @@
 #include <string>
 #include <vector>
 
-struct CCITTG34;
-
 namespace standin {
 
 // ---- Statuses
@@ -70,14 +68,15 @@ struct Filter {
                      RowCallbackFn*, int bitsPerPixel, void* userData, unsigned char* uncompressedTiles);
     int (*SaveTiled)(_SAVEDISPATCH*, tagHANDLE*, _BITMAPHANDLE*, _FAXTILEINFO*, unsigned char* uncompressed,
                      unsigned gap, int bitsPerPixel, unsigned format, unsigned callbackParam, void* userData1,
-                     void* userData2, unsigned* lastSize, unsigned flags);
-    // The codec, for those that decode by themselves; null as above.
-    int (*InitDecode)(_LOADDISPATCH*, CCITTG34*, unsigned format, unsigned width, unsigned flags, tagHANDLE*,
-                      unsigned smallBuffer, unsigned byteLimit);
-    void (*QuitDecode)(CCITTG34*, int freeAll);
-    unsigned (*DecodeG4)(CCITTG34*, unsigned short* rows, unsigned lines);
-    unsigned (*DecodeG3)(CCITTG34*, unsigned short* rows, unsigned lines);
+                     void* userData2, unsigned* lastSize, unsigned flags); // kTiles flags
+    // Of dlopen, for what else a program may want of the filter.
+    void* Library = nullptr;
 };
+
+// Flags of SaveTiled.
+inline constexpr unsigned kTilesReverseBits = 1; // the first bit of a byte is its least significant
+inline constexpr unsigned kTilesByteTrailer = 2; // a tile may end with an odd byte
+inline constexpr unsigned kTilesAlignEol = 4;    // each trailer EOL ends on a byte boundary
 
 inline constexpr const char* FILTER_LIBRARY = "libkffax.so.19";
 
@@ -187,35 +186,5 @@ LoadResult LoadBlocks(const Filter& filter, const Description& image, Blocks& bl
 // top to bottom are taken, ERROR_INV_PARAMETER for others. Returns the filter's status; ERROR_FILE_WRITE
 // beyond 4 GiB.
 int SaveBlocks(const Filter& filter, _BITMAPHANDLE& bitmap, const SaveOptions& options, Blocks& blocks);
-
-// ---- Line by line
-
-struct CodedStream {
-    unsigned char* Bytes = nullptr; // only read
-    size_t Size = 0;
-    int Format = 68;
-    uint32_t Width = 0;
-    uint32_t Lines = 0;
-    bool Reversed = false; // the first bit is a byte's least significant
-};
-
-enum class LineFault {
-    InvalidData,
-    OtherWidth, // than the stream's
-    EndsShort,  // of the right edge
-    NoLineEnd,  // behind the right edge
-    DataEnds,   // in the first of the lines
-    DataLeft,   // behind the last line
-};
-const char* FaultText(LineFault fault); // "invalid codes"
-
-struct FaultyLines {
-    LineFault Fault;
-    uint32_t First, Last; // from 0
-};
-
-// Decodes a stream line by line and appends what is wrong to faults, in the order of the lines, a line at
-// most once. Returns the filter's status; ERROR_FILE_FORMAT where it has no codec to ask.
-int InspectLines(const Filter& filter, const CodedStream& stream, std::vector<FaultyLines>& faults);
 
 } // namespace standin

@@ -4,7 +4,6 @@
 // the strips behind it: such an image is loaded again, strip by strip, each into its own rows. The saver
 // completes the last row of blocks with white rows; a strip must not have these, so a last strip with fewer
 // rows is saved on its own.
-#include "API/Filters/Fax/Common/Tif_faxx.h"
 #include "host/kernel.h"
 #include "host/standin/memory_handle.h"
 #include "host/standin/row_target.h"
@@ -105,8 +104,8 @@ int AppendBlocks(const Filter& filter, const _BITMAPHANDLE& image, unsigned firs
     MemoryHandle memory(REDIRECT_WRITE, nullptr, 0);
     if (memory.Status != SUCCESS)
         return memory.Status;
-    const unsigned flags = FAX_BYTE_TRAILER | (options.ReverseBits ? FAX_REVERSE_BITS : 0) |
-                           (options.AlignEol ? FAX_ALIGN_EOL : 0);
+    const unsigned flags = kTilesByteTrailer | (options.ReverseBits ? kTilesReverseBits : 0) |
+                           (options.AlignEol ? kTilesAlignEol : 0);
     _SAVEDISPATCH& dispatch = call.Dispatch.Declared;
     const int status =
         filter.SaveTiled(&dispatch, memory.Handle, &bitmap, &tiles, nullptr, blocks.Padding,

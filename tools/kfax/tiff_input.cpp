@@ -175,11 +175,11 @@ std::string ReadBlocks(TiffFile& file, const TiffPage& page, standin::Blocks& bl
 
 // What is wrong below the image is nobody's loss, but for data that is left over: it tells that there are
 // more lines than there should be, wherever these came in.
-void KeepRowsOfImage(std::vector<standin::FaultyLines>& faults, uint32_t count) {
-    std::erase_if(faults, [&](const standin::FaultyLines& lines) {
-        return lines.First >= count && lines.Fault != standin::LineFault::DataLeft;
+void KeepRowsOfImage(std::vector<FaultyLines>& faults, uint32_t count) {
+    std::erase_if(faults, [&](const FaultyLines& lines) {
+        return lines.First >= count && lines.Fault != LineFault::DataLeft;
     });
-    for (standin::FaultyLines& lines : faults) {
+    for (FaultyLines& lines : faults) {
         lines.First = std::min(lines.First, count - 1);
         lines.Last = std::min(lines.Last, count - 1);
     }
@@ -192,16 +192,16 @@ std::vector<BlockFaults> InspectBlocks(const standin::Filter& filter, const Tiff
     for (uint32_t number = 0; number < page.BlockCount; ++number) {
         const Rows rows = RowsOfBlock(page, number);
         BlockFaults block{NameOfBlock(page, number), rows.First, {}};
-        const standin::CodedStream stream{blocks.Bytes.data() + blocks.Offsets[number],
-                                          blocks.ByteCounts[number],
-                                          info.Format,
-                                          page.BlockWidth,
-                                          page.Tiled ? page.CodedHeight : rows.Count,
-                                          (info.Flags & LOADINFO_REVERSED_BITS) != 0};
+        const CodedStream stream{blocks.Bytes.data() + blocks.Offsets[number],
+                                 blocks.ByteCounts[number],
+                                 info.Format,
+                                 page.BlockWidth,
+                                 page.Tiled ? page.CodedHeight : rows.Count,
+                                 (info.Flags & LOADINFO_REVERSED_BITS) != 0};
         if (stream.Size == 0)
-            block.Lines.push_back({standin::LineFault::DataEnds, 0, rows.Count - 1});
+            block.Lines.push_back({LineFault::DataEnds, 0, rows.Count - 1});
         else
-            standin::InspectLines(filter, stream, block.Lines);
+            InspectLines(filter, stream, block.Lines);
         KeepRowsOfImage(block.Lines, rows.Count);
         if (!block.Lines.empty())
             faults.push_back(std::move(block));

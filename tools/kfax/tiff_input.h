@@ -2,6 +2,7 @@
 #pragma once
 
 #include "host/standin/standin.h"
+#include "tools/kfax/line_faults.h"
 #include "tools/kfax/tiff_file.h"
 
 #include <cstdint>
@@ -32,7 +33,7 @@ TiffPage OpenTiffPage(TiffFile& file, int64_t number);
 struct BlockFaults {
     std::string Name; // "strip 3 of 12"; empty: the lines are those of a whole stream
     uint32_t FirstRow = 0;
-    std::vector<standin::FaultyLines> Lines;
+    std::vector<FaultyLines> Lines;
 };
 
 // Loads the page that was opened last. What is wrong with the file's bytes is in damage; throws where

@@ -8,6 +8,7 @@
 #include "tools/kfax/commands.h"
 #include "tools/kfax/input.h"
 #include "tools/kfax/json_line.h"
+#include "tools/kfax/line_faults.h"
 #include "tools/kfax/messages.h"
 #include "tools/kfax/pages.h"
 #include "tools/kfax/picture_input.h"
@@ -63,7 +64,7 @@ PageVerdict VerdictOf(const std::string& file, const standin::LoadResult& trial,
 bool MayBeTwoDimensional(const PageVerdict& verdict) {
     int64_t faulty = 0;
     for (const BlockFaults& block : verdict.Blocks)
-        for (const standin::FaultyLines& lines : block.Lines)
+        for (const FaultyLines& lines : block.Lines)
             faulty += int64_t{lines.Last} - lines.First + 1;
     return faulty > verdict.Height / 2;
 }
@@ -77,14 +78,14 @@ PageVerdict VerifyRaw(const standin::Filter& filter, const std::string& file, co
         VerdictOf(file, trial, trial.DataStatus != 0 ? standin::StatusText(trial.DataStatus) : "");
     const _LOADINFO& info = trial.LoadInfo;
     std::vector<unsigned char> bytes = ReadFrom(file, info.Offset);
-    const standin::CodedStream stream{bytes.data(),
-                                      bytes.size(),
-                                      info.Format,
-                                      verdict.Width,
-                                      static_cast<uint32_t>(std::max(info.Height, 0)),
-                                      (info.Flags & LOADINFO_REVERSED_BITS) != 0};
+    const CodedStream stream{bytes.data(),
+                             bytes.size(),
+                             info.Format,
+                             verdict.Width,
+                             static_cast<uint32_t>(std::max(info.Height, 0)),
+                             (info.Flags & LOADINFO_REVERSED_BITS) != 0};
     BlockFaults lines;
-    if (standin::InspectLines(filter, stream, lines.Lines) == SUCCESS && !lines.Lines.empty())
+    if (InspectLines(filter, stream, lines.Lines) == SUCCESS && !lines.Lines.empty())
         verdict.Blocks.push_back(std::move(lines));
     if (options.Format.empty() && info.Format == FORMAT_FAX_G3_1D && MayBeTwoDimensional(verdict))
         Note(file, "most lines are damaged; see whether it is two-dimensional (--format g3-2d --width N "
@@ -115,10 +116,10 @@ std::string AsText(const PageVerdict& verdict) {
     const std::string page = Printable(verdict.File) + ": " +
                              (verdict.Page != 0 ? "page " + std::to_string(verdict.Page) + ": " : "");
     for (const BlockFaults& block : verdict.Blocks)
-        for (const standin::FaultyLines& lines : block.Lines) {
+        for (const FaultyLines& lines : block.Lines) {
             text += page + LineRange(block.FirstRow + lines.First, block.FirstRow + lines.Last);
             text += block.Name.empty() ? ": " : " (" + block.Name + "): ";
-            text += std::string(standin::FaultText(lines.Fault)) + "\n";
+            text += std::string(FaultText(lines.Fault)) + "\n";
         }
     if (text.empty())
         text = page + (verdict.Damage.empty() ? "good" : "damaged: " + verdict.Damage) + "\n";
@@ -136,10 +137,10 @@ std::string AsJson(const PageVerdict& verdict) {
         json["damage"] = verdict.Damage;
     auto lines = nlohmann::ordered_json::array();
     for (const BlockFaults& block : verdict.Blocks)
-        for (const standin::FaultyLines& faulty : block.Lines) {
+        for (const FaultyLines& faulty : block.Lines) {
             nlohmann::ordered_json entry{{"first", block.FirstRow + faulty.First + 1},
                                          {"last", block.FirstRow + faulty.Last + 1},
-                                         {"fault", standin::FaultText(faulty.Fault)}};
+                                         {"fault", FaultText(faulty.Fault)}};
             if (!block.Name.empty())
                 entry["block"] = block.Name;
             lines.push_back(std::move(entry));

@@ -1,16 +1,10 @@
-// Rows with a change every few pixels, as in dithered pictures, expanded eight runs at a time.
+// Rows with a change every few pixels, as in dithered pictures, expanded eight runs at a time. Needs
+// HasAvx2AndBmi2 (processor.h).
 #pragma once
 
 #include <cstddef>
-#include <cstdint>
 
 namespace standin {
-
-// Sets the pixels first <= x < last; any row, any length.
-void FillBlack(unsigned char* packed, size_t first, size_t last);
-
-// Whether the processor has what AddDenseRuns and the faster form of the row expansion need.
-bool HasBmiAndAvx2();
 
 // Adds the runs' black pixels to a cleared packed row of width pixels, as long as 64 pixels of the row and
 // eight runs remain. Returns how many runs were done, a multiple of eight, and the column behind them in *x.

@@ -5,19 +5,20 @@
 // looked at: an EOL that came before the right edge ended its line and stands right before the position
 // reached, and a line whose edge came too early has none behind it. No line's codes contain an EOL
 // (T.4 § 4.1.2).
+#include "tools/kfax/line_faults.h"
+
 #include "API/Filters/Fax/Common/Tif_faxx.h"
 #include "host/kernel.h"
 #include "host/standin/memory_handle.h"
-#include "host/standin/standin.h"
 
-#include <vector>
+#include <dlfcn.h>
 
-namespace standin {
+namespace kfax {
 
 namespace {
 
-constexpr size_t ROW_WORDS = 251000; // what one call may write
-constexpr uint64_t EOL_ZEROS = 11;
+constexpr size_t kRowWords = 251000; // the most that one call writes
+constexpr uint64_t kEolZeros = 11;
 
 struct Bits {
     const CodedStream& Stream;
@@ -32,7 +33,7 @@ struct Bits {
         uint64_t zeros = 0;
         while (position + zeros < Count() && !At(position + zeros))
             ++zeros;
-        return zeros >= EOL_ZEROS && position + zeros < Count();
+        return zeros >= kEolZeros && position + zeros < Count();
     }
     bool AnySetFrom(uint64_t position) const {
         while (position < Count() && !At(position))
@@ -40,9 +41,9 @@ struct Bits {
         return position < Count();
     }
     bool EolEnds(uint64_t position) const {
-        if (position <= EOL_ZEROS || position > Count() || !At(position - 1))
+        if (position <= kEolZeros || position > Count() || !At(position - 1))
             return false;
-        for (uint64_t i = 2; i <= EOL_ZEROS + 1; ++i)
+        for (uint64_t i = 2; i <= kEolZeros + 1; ++i)
             if (At(position - i))
                 return false;
         return true;
@@ -55,16 +56,37 @@ uint64_t Position(const CCITTG34& codec) {
            static_cast<uint64_t>(codec.BitCount);
 }
 
+// The filter's codec, for a program that decodes by itself.
+struct Codec {
+    decltype(&InitDecodeG34) Init;
+    decltype(&QuitDecodeG34) Quit;
+    decltype(&::DecodeG3) DecodeG3;
+    decltype(&::DecodeG4) DecodeG4;
+
+    explicit Codec(void* library) {
+        Find(library, "InitDecodeG34", Init);
+        Find(library, "QuitDecodeG34", Quit);
+        Find(library, "DecodeG3", DecodeG3);
+        Find(library, "DecodeG4", DecodeG4);
+    }
+    bool IsComplete() const { return Init && Quit && DecodeG3 && DecodeG4; }
+
+    template <typename Function>
+    static void Find(void* library, const char* name, Function& function) {
+        function = library ? reinterpret_cast<Function>(dlsym(library, name)) : nullptr;
+    }
+};
+
 struct Inspection {
-    const Filter& ToolFilter;
+    const Codec& Functions;
     const CodedStream& Stream;
     std::vector<FaultyLines>& Faults;
-    Padded<_LOADDISPATCH> Dispatch{};
-    CCITTG34 Codec{};
+    standin::Padded<_LOADDISPATCH> Dispatch{};
+    CCITTG34 Record{};
 
-    Inspection(const Filter& filter, const CodedStream& stream, std::vector<FaultyLines>& faults)
-        : ToolFilter(filter), Stream(stream), Faults(faults) {}
-    ~Inspection() { ToolFilter.QuitDecode(&Codec, 1); }
+    Inspection(const Codec& functions, const CodedStream& stream, std::vector<FaultyLines>& faults)
+        : Functions(functions), Stream(stream), Faults(faults) {}
+    ~Inspection() { Functions.Quit(&Record, 1); }
     Inspection(const Inspection&) = delete;
     Inspection& operator=(const Inspection&) = delete;
 
@@ -85,13 +107,13 @@ bool HasLineDecoder1D(int format) {
 
 void InspectAll(Inspection& inspection) {
     const CodedStream& stream = inspection.Stream;
-    CCITTG34& codec = inspection.Codec;
+    CCITTG34& codec = inspection.Record;
     const Bits bits{stream};
     const auto decode =
-        HasLineDecoder1D(stream.Format) ? inspection.ToolFilter.DecodeG3 : inspection.ToolFilter.DecodeG4;
+        HasLineDecoder1D(stream.Format) ? inspection.Functions.DecodeG3 : inspection.Functions.DecodeG4;
     const bool tagged = stream.Format == FORMAT_FAX_G3_2D;
     const bool lineEnds = (stream.Format == FORMAT_FAX_G3_1D || tagged) && bits.EolBegins(0);
-    std::vector<unsigned short> row(ROW_WORDS);
+    std::vector<unsigned short> row(kRowWords);
     bool eolTaken = true; // the EOL before the line is consumed, or it is the first one's
     for (uint32_t line = 0; line < stream.Lines; ++line) {
         const uint32_t width = codec.Width;
@@ -144,20 +166,20 @@ const char* FaultText(LineFault fault) {
     return "unknown fault";
 }
 
-int InspectLines(const Filter& filter, const CodedStream& stream, std::vector<FaultyLines>& faults) {
-    if (filter.InitDecode == nullptr || filter.QuitDecode == nullptr || filter.DecodeG3 == nullptr ||
-        filter.DecodeG4 == nullptr)
+int InspectLines(const standin::Filter& filter, const CodedStream& stream, std::vector<FaultyLines>& faults) {
+    const Codec codec(filter.Library);
+    if (!codec.IsComplete())
         return ERROR_FILE_FORMAT;
-    const MemoryHandle memory(REDIRECT_READ, stream.Bytes, stream.Size);
+    const standin::MemoryHandle memory(REDIRECT_READ, stream.Bytes, stream.Size);
     if (memory.Status != SUCCESS)
         return memory.Status;
-    Inspection inspection(filter, stream, faults);
-    const int status = filter.InitDecode(&inspection.Dispatch.Declared, &inspection.Codec,
-                                         static_cast<unsigned>(stream.Format), stream.Width,
-                                         stream.Reversed ? FAX_REVERSE_BITS : 0, memory.Handle, 0, 0);
+    Inspection inspection(codec, stream, faults);
+    const int status =
+        codec.Init(&inspection.Dispatch.Declared, &inspection.Record, static_cast<unsigned>(stream.Format),
+                   stream.Width, stream.Reversed ? FAX_REVERSE_BITS : 0, memory.Handle, 0, 0);
     if (status == SUCCESS)
         InspectAll(inspection);
     return status;
 }
 
-} // namespace standin
+} // namespace kfax

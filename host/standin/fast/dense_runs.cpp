@@ -2,20 +2,22 @@
 // change at column p turns all pixels from p on, ~0 >> p, and the changes' words are combined by exclusive
 // or. An even number of runs begins and ends in white, so that the word is complete. What it has in the byte
 // that the next runs begin in goes on with them.
-#include "host/standin/dense_runs.h"
+#include "host/standin/fast/dense_runs.h"
+
+#include "host/standin/rows.h"
 
 #include <immintrin.h>
 
 #include <cstring>
 
-#define STANDIN_FASTER __attribute__((target("avx2,bmi2")))
+#define STANDIN_AVX2 __attribute__((target("avx2,bmi2")))
 
 namespace standin {
 
 namespace {
 
 // The ends of so many runs, counted from where the first begins.
-template <size_t RUNS>
+template <size_t kRuns>
 struct RunEnds;
 
 // In words; 65535 where they lie further away.
@@ -23,18 +25,18 @@ template <>
 struct RunEnds<8> {
     __m128i Ends;
 
-    STANDIN_FASTER explicit RunEnds(const unsigned short* runs) {
+    STANDIN_AVX2 explicit RunEnds(const unsigned short* runs) {
         Ends = _mm_loadu_si128(reinterpret_cast<const __m128i*>(runs));
         Ends = _mm_adds_epu16(Ends, _mm_slli_si128(Ends, 2));
         Ends = _mm_adds_epu16(Ends, _mm_slli_si128(Ends, 4));
         Ends = _mm_adds_epu16(Ends, _mm_slli_si128(Ends, 8));
     }
 
-    STANDIN_FASTER size_t Last() const { return static_cast<size_t>(_mm_extract_epi16(Ends, 7)); }
+    STANDIN_AVX2 size_t Last() const { return static_cast<size_t>(_mm_extract_epi16(Ends, 7)); }
 
     // The pixels of a word, the leftmost on top, between the changes that lie so many pixels behind its
     // start.
-    STANDIN_FASTER uint64_t PixelsBetween(size_t before) const {
+    STANDIN_AVX2 uint64_t PixelsBetween(size_t before) const {
         const __m256i all = _mm256_set1_epi64x(-1);
         const __m128i changes = _mm_add_epi16(Ends, _mm_set1_epi16(static_cast<short>(before)));
         const __m256i low = _mm256_srlv_epi64(all, _mm256_cvtepu16_epi64(changes));
@@ -42,7 +44,7 @@ struct RunEnds<8> {
         return Combined(_mm256_xor_si256(low, high));
     }
 
-    STANDIN_FASTER static uint64_t Combined(__m256i four) {
+    STANDIN_AVX2 static uint64_t Combined(__m256i four) {
         const __m128i two = _mm_xor_si128(_mm256_castsi256_si128(four), _mm256_extracti128_si256(four, 1));
         return static_cast<uint64_t>(_mm_cvtsi128_si64(_mm_xor_si128(two, _mm_unpackhi_epi64(two, two))));
     }
@@ -53,7 +55,7 @@ template <>
 struct RunEnds<16> {
     __m128i Ends;
 
-    STANDIN_FASTER explicit RunEnds(const unsigned short* runs) {
+    STANDIN_AVX2 explicit RunEnds(const unsigned short* runs) {
         const __m128i most = _mm_set1_epi16(255);
         const auto* eight = reinterpret_cast<const __m128i*>(runs);
         Ends = _mm_packus_epi16(_mm_min_epu16(_mm_loadu_si128(eight), most),
@@ -64,9 +66,9 @@ struct RunEnds<16> {
         Ends = _mm_adds_epu8(Ends, _mm_slli_si128(Ends, 8));
     }
 
-    STANDIN_FASTER size_t Last() const { return static_cast<size_t>(_mm_extract_epi8(Ends, 15)); }
+    STANDIN_AVX2 size_t Last() const { return static_cast<size_t>(_mm_extract_epi8(Ends, 15)); }
 
-    STANDIN_FASTER uint64_t PixelsBetween(size_t before) const {
+    STANDIN_AVX2 uint64_t PixelsBetween(size_t before) const {
         const __m256i all = _mm256_set1_epi64x(-1);
         const __m128i changes = _mm_add_epi8(Ends, _mm_set1_epi8(static_cast<char>(before)));
         const __m256i four0 = _mm256_srlv_epi64(all, _mm256_cvtepu8_epi64(changes));
@@ -85,9 +87,9 @@ struct Row {
     uint64_t Begun = 0; // the pixels from the start of Column's byte on that are known, the first on top
 
     // Adds so many runs, or nothing where they do not end within the word.
-    template <size_t RUNS>
-    STANDIN_FASTER bool Add(const unsigned short* runs) {
-        const RunEnds<RUNS> ends(runs);
+    template <size_t kRuns>
+    STANDIN_AVX2 bool Add(const unsigned short* runs) {
+        const RunEnds<kRuns> ends(runs);
         const size_t pixels = ends.Last();
         const size_t bit = Column % 8;
         const size_t last = bit + pixels;
@@ -120,32 +122,8 @@ struct Row {
 
 } // namespace
 
-void FillBlack(unsigned char* packed, size_t first, size_t last) {
-    if (first >= last)
-        return;
-    const size_t firstByte = first / 8;
-    const size_t lastByte = last / 8;
-    const auto head = static_cast<unsigned char>(0xFF >> (first % 8));
-    const auto tail = static_cast<unsigned char>(~(0xFF >> (last % 8)));
-    if (firstByte == lastByte) {
-        packed[firstByte] |= head & tail;
-        return;
-    }
-    packed[firstByte] |= head;
-    std::memset(packed + firstByte + 1, 0xFF, lastByte - firstByte - 1);
-    if (tail != 0)
-        packed[lastByte] |= tail;
-}
-
-bool HasBmiAndAvx2() {
-    __builtin_cpu_init(); // it is asked while the library is loaded
-    static const bool has =
-        __builtin_cpu_supports("avx2") && __builtin_cpu_supports("bmi") && __builtin_cpu_supports("bmi2");
-    return has;
-}
-
-STANDIN_FASTER size_t AddDenseRuns(const unsigned short* runs, size_t count, unsigned char* packed,
-                                   size_t width, size_t* x) {
+STANDIN_AVX2 size_t AddDenseRuns(const unsigned short* runs, size_t count, unsigned char* packed,
+                                 size_t width, size_t* x) {
     Row row{packed};
     size_t done = 0;
     while (done + 8 <= count && row.Column + 64 <= width) {
