@@ -32,7 +32,7 @@ void fuzz::RunInput(const uint8_t* data, size_t size) {
     case SUCCESS:
         Require(loaded.Rows <= std::max(info.Height, 0), "no more rows than lines");
         break;
-    case standin::STATUS_STOPPED:
+    case standin::kStatusStopped:
         Require((stream.Choice & STOP) != 0, "only stopped loads stop");
         break;
     case ERROR_INV_PARAMETER:

@@ -18,7 +18,7 @@
 namespace {
 
 // A kernel's records are larger than what is declared of them, and a filter may rely on that.
-template <class Record>
+template <typename Record>
 struct Padded {
     Record record{};
     unsigned char rest[4096]{};
@@ -30,16 +30,16 @@ struct Filter {
     decltype(&K_InitBitmap) initBitmap;
 };
 
-template <class Function>
+template <typename Function>
 void Find(void* library, const char* name, Function& function) {
     function = reinterpret_cast<Function>(dlsym(library, name));
-    if (function == nullptr)
+    if (!function)
         throw std::runtime_error(std::string(name) + " is missing");
 }
 
 Filter LoadFilter(const char* path) {
     void* const library = dlopen(path, RTLD_NOW | RTLD_LOCAL);
-    if (library == nullptr)
+    if (!library)
         throw std::runtime_error(dlerror());
     Filter filter{};
     Find(library, "fltInfo", filter.info);

@@ -1,5 +1,5 @@
-// Bitmaps of 1 bit per pixel. Rows are padded to 4 bytes and lie in one tracked block, whose address
-// and whose two palette entries stand in a part of the record that is the kernel's own.
+// Bitmaps of 1 bit per pixel. Rows are padded to 4 bytes and lie in one tracked block. The kernel keeps its
+// address and the two palette entries in the record's Unused108.
 #include "host/kernel.h"
 #include "host/standin/fast/copy_row.h"
 #include "host/standin/memory.h"
@@ -11,7 +11,7 @@
 
 namespace {
 
-// What the kernel keeps in the record's Unused108.
+// Read and written by copying: the record is byte-packed, so these fields are not aligned in it.
 struct OwnFields {
     unsigned char* Rows;
     _PALETTEENTRY Palette[2];
@@ -29,8 +29,8 @@ void SetOwn(_BITMAPHANDLE& bitmap, const OwnFields& own) {
 }
 
 bool HasRow(const _BITMAPHANDLE* bitmap, unsigned row) {
-    return bitmap != nullptr && bitmap->Height > 0 && row < static_cast<unsigned>(bitmap->Height) &&
-           standin::BitmapRow(*bitmap, row) != nullptr;
+    return bitmap && bitmap->Height > 0 && row < static_cast<unsigned>(bitmap->Height) &&
+           standin::BitmapRow(*bitmap, row);
 }
 
 // Copies the first pixels of a packed row to a column of another one, leaving the pixels around it.
@@ -69,10 +69,10 @@ void FreeBitmap::operator()(_BITMAPHANDLE* bitmap) const {
 }
 
 BitmapPtr MakeBitmapWithoutRows(unsigned width, int height) {
-    static constexpr _PALETTEENTRY WHITE_AND_BLACK[] = {{255, 255, 255, 0}, {0, 0, 0, 0}};
+    static constexpr _PALETTEENTRY kWhiteAndBlack[] = {{255, 255, 255, 0}, {0, 0, 0, 0}};
     BitmapPtr bitmap(new _BITMAPHANDLE);
     K_InitBitmap(bitmap.get(), sizeof(_BITMAPHANDLE), static_cast<int>(width), height, 1);
-    K_SetBitmapNewPalette(bitmap.get(), WHITE_AND_BLACK, bitmap->PaletteParam, -1);
+    K_SetBitmapNewPalette(bitmap.get(), kWhiteAndBlack, bitmap->PaletteParam, -1);
     return bitmap;
 }
 
@@ -85,17 +85,17 @@ BitmapPtr MakeBitmap(unsigned width, int height) {
 
 unsigned char* BitmapRow(const _BITMAPHANDLE& bitmap, size_t row) {
     unsigned char* const rows = GetOwn(bitmap).Rows;
-    return rows != nullptr ? rows + row * bitmap.BytesPerLine : nullptr;
+    return rows ? rows + row * bitmap.BytesPerLine : nullptr;
 }
 
 bool IsInverted(const _BITMAPHANDLE& bitmap) {
-    return bitmap.Palette != nullptr && GetOwn(bitmap).Palette[0].Red == 0;
+    return bitmap.Palette && GetOwn(bitmap).Palette[0].Red == 0;
 }
 
 _BITMAPHANDLE BitmapRows(const _BITMAPHANDLE& bitmap, size_t firstRow, int rows) {
     _BITMAPHANDLE part = bitmap;
     OwnFields own = GetOwn(bitmap);
-    if (own.Rows != nullptr)
+    if (own.Rows)
         own.Rows += firstRow * bitmap.BytesPerLine;
     SetOwn(part, own);
     part.Height = rows;
@@ -119,7 +119,7 @@ void K_InitBitmap(_BITMAPHANDLE* bitmap, unsigned recordSize, int width, int hei
 }
 
 int K_AllocateBitmap(_BITMAPHANDLE* bitmap, int /*memoryKind*/) {
-    if (bitmap == nullptr)
+    if (!bitmap)
         return ERROR_NULL_PTR;
     if (bitmap->Height < 0 || (bitmap->Flags & BITMAP_ALLOCATED) != 0)
         return ERROR_INV_PARAMETER;
@@ -127,7 +127,7 @@ int K_AllocateBitmap(_BITMAPHANDLE* bitmap, int /*memoryKind*/) {
     OwnFields own = GetOwn(*bitmap);
     own.Rows = static_cast<unsigned char*>(
         standin::AllocateTracked(bytes + standin::kRowSlack, true, __LINE__, "bitmap rows"));
-    if (own.Rows == nullptr)
+    if (!own.Rows)
         return ERROR_NO_MEMORY;
     SetOwn(*bitmap, own);
     bitmap->Flags |= BITMAP_ALLOCATED;
@@ -135,7 +135,7 @@ int K_AllocateBitmap(_BITMAPHANDLE* bitmap, int /*memoryKind*/) {
 }
 
 int K_IntAccessBitmap(_BITMAPHANDLE* bitmap, int /*zero*/) {
-    return bitmap != nullptr && (bitmap->Flags & BITMAP_ALLOCATED) != 0 ? SUCCESS : ERROR_NULL_PTR;
+    return bitmap && (bitmap->Flags & BITMAP_ALLOCATED) != 0 ? SUCCESS : ERROR_NULL_PTR;
 }
 
 int K_IntReleaseBitmap(_BITMAPHANDLE* /*bitmap*/, int /*one*/, int status) {
@@ -143,7 +143,7 @@ int K_IntReleaseBitmap(_BITMAPHANDLE* /*bitmap*/, int /*one*/, int status) {
 }
 
 void K_FreeBitmap(_BITMAPHANDLE* bitmap) {
-    if (bitmap == nullptr || (bitmap->Flags & BITMAP_ALLOCATED) == 0)
+    if (!bitmap || (bitmap->Flags & BITMAP_ALLOCATED) == 0)
         return;
     OwnFields own = GetOwn(*bitmap);
     standin::FreeTracked(own.Rows, __LINE__, "bitmap rows");
@@ -154,7 +154,7 @@ void K_FreeBitmap(_BITMAPHANDLE* bitmap) {
 
 int K_SetBitmapNewPalette(_BITMAPHANDLE* bitmap, const _PALETTEENTRY* twoEntries, unsigned /*paletteParam*/,
                           int /*normal*/) {
-    if (bitmap == nullptr || twoEntries == nullptr)
+    if (!bitmap || !twoEntries)
         return ERROR_NULL_PTR;
     OwnFields own = GetOwn(*bitmap);
     std::copy_n(twoEntries, 2, own.Palette);
@@ -166,7 +166,7 @@ int K_SetBitmapNewPalette(_BITMAPHANDLE* bitmap, const _PALETTEENTRY* twoEntries
 int K_GetBitmapRowCompressed(_BITMAPHANDLE* bitmap, unsigned char* /*work*/, unsigned short* runs,
                              unsigned row, unsigned rowCount) {
     for (; rowCount != 0; --rowCount, ++row) {
-        if (runs == nullptr || !HasRow(bitmap, row))
+        if (!runs || !HasRow(bitmap, row))
             return ERROR_INV_PARAMETER;
         runs = standin::CompressRow(standin::BitmapRow(*bitmap, row), bitmap->Width, runs);
     }
@@ -175,15 +175,15 @@ int K_GetBitmapRowCompressed(_BITMAPHANDLE* bitmap, unsigned char* /*work*/, uns
 
 int K_PutBitmapRowColCompressed(_BITMAPHANDLE* bitmap, unsigned char* work, const unsigned short* runs,
                                 unsigned row, unsigned column, unsigned pixels) {
-    if (runs == nullptr || !HasRow(bitmap, row) || column > bitmap->Width)
+    if (!runs || !HasRow(bitmap, row) || column > bitmap->Width)
         return ERROR_INV_PARAMETER;
     pixels = std::min(pixels, bitmap->Width - column);
     unsigned char* const target = standin::BitmapRow(*bitmap, row);
-    if (column % 8 == 0 && column + pixels == bitmap->Width) { // nothing to keep behind it
+    if (column % 8 == 0 && column + pixels == bitmap->Width) { // no pixels follow in the row
         standin::ExpandRow(runs, target + column / 8, pixels);
         return SUCCESS;
     }
-    if (work == nullptr)
+    if (!work)
         return ERROR_NULL_PTR;
     standin::ExpandRow(runs, work, pixels);
     PutPixels(target, column, work, pixels);

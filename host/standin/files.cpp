@@ -1,8 +1,8 @@
 // Redirected files: a handle is either a POSIX descriptor or a block of memory.
 //
-// A block that is written to starts as the caller's and moves to one of the kernel's own, which grows
-// by doubling, once the data outgrows it. The kernel keeps such a block for as long as the caller may
-// look at it: until the thread ends its next redirection or exits.
+// Data that is written goes to the caller's block. Once it no longer fits, all of it moves to a block of the
+// kernel's own, which grows by doubling. The kernel keeps its block for as long as the caller may look at it:
+// until the thread ends its next redirection, or ends.
 #include "host/kernel.h"
 #include "host/standin/thread_end.h"
 
@@ -70,9 +70,9 @@ bool Grow(tagHANDLE& handle, size_t needed) {
     if (handle.Capacity <= SIZE_MAX / 4)
         capacity = std::max(capacity, handle.Capacity * 2);
     auto* block = static_cast<unsigned char*>(std::realloc(handle.Own.get(), capacity));
-    if (block == nullptr)
+    if (!block)
         return false;
-    const bool callers = handle.Own == nullptr;
+    const bool callers = !handle.Own;
     static_cast<void>(handle.Own.release());
     handle.Own.reset(block);
     if (callers && handle.Size != 0)
@@ -101,7 +101,7 @@ int WriteMemory(tagHANDLE& handle, const void* buffer, size_t count) {
 }
 
 // Calls transfer(done) for what is left until it is done, fails or meets the end.
-template <class Transfer>
+template <typename Transfer>
 int TransferAll(size_t count, Transfer transfer) {
     size_t done = 0;
     while (done < count) {
@@ -122,7 +122,7 @@ extern "C" {
 // Of permission, only whether the owner may write counts: everyone may read a new file, and who may write may
 // all write, unless the process's umask says otherwise.
 tagHANDLE* K_RedirectedOpen(const char* fileName, int flags, int permission) {
-    if (fileName == nullptr) {
+    if (!fileName) {
         errno = EINVAL;
         return INVALID_KERNEL_HANDLE;
     }
@@ -137,7 +137,7 @@ tagHANDLE* K_RedirectedOpen(const char* fileName, int flags, int permission) {
         return INVALID_KERNEL_HANDLE;
     }
     auto* handle = new (std::nothrow) tagHANDLE;
-    if (handle == nullptr) {
+    if (!handle) {
         close(descriptor);
         errno = ENOMEM;
         return INVALID_KERNEL_HANDLE;
@@ -183,7 +183,7 @@ long long K_RedirectedSeek(tagHANDLE* handle, long long offset, int origin) {
 
 void K_RedirectedClose(tagHANDLE* handle) {
     // A handle to memory ends with its redirection.
-    if (handle == nullptr || handle == INVALID_KERNEL_HANDLE || handle->Descriptor < 0)
+    if (!handle || handle == INVALID_KERNEL_HANDLE || handle->Descriptor < 0)
         return;
     close(handle->Descriptor);
     delete handle;
@@ -195,12 +195,12 @@ int K_OsGetLastError(int defaultStatus) {
 
 int K_StartRedirectToBuffer(void** redirect, tagHANDLE** handle, unsigned mode, unsigned char* buffer,
                             unsigned long long size) {
-    if (redirect == nullptr || handle == nullptr)
+    if (!redirect || !handle)
         return ERROR_NULL_PTR;
-    if ((mode != REDIRECT_READ && mode != REDIRECT_WRITE) || (buffer == nullptr && size != 0))
+    if ((mode != REDIRECT_READ && mode != REDIRECT_WRITE) || (!buffer && size != 0))
         return ERROR_INV_PARAMETER;
     auto* memory = new (std::nothrow) tagHANDLE;
-    if (memory == nullptr)
+    if (!memory)
         return ERROR_NO_MEMORY;
     memory->Mode = mode;
     memory->Data = buffer;
@@ -212,12 +212,12 @@ int K_StartRedirectToBuffer(void** redirect, tagHANDLE** handle, unsigned mode, 
 }
 
 int K_StopRedirectToBuffer(void* redirect, unsigned char** buffer, unsigned long long* size) {
-    if (redirect == nullptr)
+    if (!redirect)
         return ERROR_NULL_PTR;
     const std::unique_ptr<tagHANDLE> memory(static_cast<tagHANDLE*>(redirect));
-    if (buffer != nullptr)
+    if (buffer)
         *buffer = memory->Data;
-    if (size != nullptr)
+    if (size)
         *size = memory->Size;
     KeepOutgrown(std::move(memory->Own));
     return SUCCESS;

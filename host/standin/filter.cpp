@@ -20,15 +20,15 @@ std::string BesideKernel(const std::string& library) {
     return access(beside.c_str(), R_OK) == 0 && beside != library ? beside : library;
 }
 
-template <class Function>
+template <typename Function>
 Function Required(void* library, const char* name) {
     void* const address = dlsym(library, name);
-    if (address == nullptr)
+    if (!address)
         throw std::runtime_error(std::string("the filter lacks ") + name);
     return reinterpret_cast<Function>(address);
 }
 
-template <class Function>
+template <typename Function>
 void FindOptional(void* library, const char* name, Function& function) {
     function = reinterpret_cast<Function>(dlsym(library, name));
 }
@@ -37,9 +37,9 @@ void FindOptional(void* library, const char* name, Function& function) {
 
 Filter LoadFilter(const std::string& library) {
     void* const handle = dlopen(BesideKernel(library).c_str(), RTLD_NOW | RTLD_LOCAL);
-    if (handle == nullptr) {
+    if (!handle) {
         const char* const reason = dlerror();
-        throw std::runtime_error(reason != nullptr ? reason : "the filter cannot be loaded");
+        throw std::runtime_error(reason ? reason : "the filter cannot be loaded");
     }
     Filter filter{};
     filter.Info = Required<decltype(filter.Info)>(handle, "fltInfo");

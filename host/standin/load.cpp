@@ -13,7 +13,7 @@ namespace standin {
 extern "C" int ReceiveRows(_FILEINFOA* /*fileInfo*/, _BITMAPHANDLE* /*bitmap*/, unsigned short* rows,
                            unsigned /*flags*/, int firstLine, int rowCount, void* userData) {
     auto& target = *static_cast<RowTarget*>(userData);
-    if (target.Bitmap != nullptr && rows != nullptr) {
+    if (target.Bitmap && rows) {
         const unsigned short* row = rows;
         const int end = std::min(firstLine + rowCount, target.Bitmap->Height);
         for (int line = firstLine; line < end; ++line)
@@ -21,7 +21,7 @@ extern "C" int ReceiveRows(_FILEINFOA* /*fileInfo*/, _BITMAPHANDLE* /*bitmap*/, 
     }
     target.Rows = std::max(target.Rows, firstLine + rowCount);
     if (*target.Progress && !(*target.Progress)(target.RowsBefore + target.Rows, target.Total))
-        return STATUS_STOPPED;
+        return kStatusStopped;
     return SUCCESS;
 }
 
@@ -31,7 +31,7 @@ Description Describe(const Filter& filter, const std::string& fileName) {
     load.Declared.FileName = fileName.c_str();
     load.Declared.FileInfo = &description.FileInfo.Declared;
     load.Declared.LoadInfoValid = 1;
-    load.Declared.LoadInfo.Width = -1; // only a stream that the probe finds counts
+    load.Declared.LoadInfo.Width = -1; // stays so when the filter finds no stream
     Padded<_INFODISPATCH> info;
     info.Declared.FileName = fileName.c_str();
     info.Declared.FileInfo = &description.FileInfo.Declared;
@@ -45,12 +45,12 @@ namespace {
 
 // As the filter itself takes the flags (host/records.h).
 int OrientationOf(uint32_t flags) {
-    static constexpr std::pair<uint32_t, int> ORIENTATIONS[] = {
+    static constexpr std::pair<uint32_t, int> kOrientations[] = {
         {LOADINFO_ORIENTATION_1, 1}, {LOADINFO_ORIENTATION_6, 6}, {LOADINFO_ORIENTATION_3, 3},
         {LOADINFO_ORIENTATION_8, 8}, {LOADINFO_ORIENTATION_5, 5}, {LOADINFO_ORIENTATION_2, 2},
         {LOADINFO_ORIENTATION_7, 7},
     };
-    for (const auto& [flag, orientation] : ORIENTATIONS)
+    for (const auto& [flag, orientation] : kOrientations)
         if ((flags & flag) != 0)
             return orientation;
     return ORIENTATION_BOTTOM_UP;
@@ -86,7 +86,7 @@ LoadResult Load(const Filter& filter, const std::string& fileName, const Descrip
     const int height = std::max(fileInfo.Declared.Height, 0);
     const auto make = options.DiscardRows ? MakeBitmapWithoutRows : MakeBitmap;
     BitmapPtr bitmap = make(fileInfo.Declared.Width, height);
-    if (bitmap == nullptr) {
+    if (!bitmap) {
         result.Status = ERROR_NO_MEMORY;
         return result;
     }

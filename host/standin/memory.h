@@ -1,12 +1,12 @@
-// Tracked memory within the kernel.
+// Tracked memory, for use inside the kernel.
 #pragma once
 
 #include <cstddef>
 
 namespace standin {
 
-// K_LocalAlloc and K_LocalFree with a choice of contents, and beyond the reach of a program that puts its
-// own functions in front of the kernel's. zeroed: untouched pages then cost nothing.
+// K_LocalAlloc and K_LocalFree for the kernel itself: a program that replaces those does not replace these.
+// zeroed: the contents are 0, and pages that are never touched take no memory.
 void* AllocateTracked(size_t bytes, bool zeroed, int line, const char* path);
 void FreeTracked(void* memory, int line, const char* path);
 

@@ -12,7 +12,7 @@ struct MemoryHandle {
         Status = K_StartRedirectToBuffer(&Redirect, &Handle, mode, bytes, size);
     }
     ~MemoryHandle() {
-        if (Redirect != nullptr)
+        if (Redirect)
             K_StopRedirectToBuffer(Redirect, nullptr, nullptr);
     }
     MemoryHandle(const MemoryHandle&) = delete;

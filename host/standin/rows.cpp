@@ -70,7 +70,7 @@ const unsigned short* ExpandRow(const unsigned short* row, unsigned char* packed
 unsigned short* CompressRow(const unsigned char* packed, size_t width, unsigned short* row) {
     unsigned short* out = row + kRowHeaderWords;
     size_t lastChange = 0;
-    uint64_t before = 0; // the pixel left of the word, as its bit 63
+    uint64_t before = 0; // bit 63: the pixel left of the word
 
     const auto scan = [&](uint64_t pixels, size_t column, uint64_t changes) {
         while (changes != 0) {
@@ -103,13 +103,13 @@ unsigned short* MirrorRow(const unsigned short* row, unsigned short* mirrored) {
     const unsigned short* const first = row + kRowHeaderWords;
     const unsigned short* last = first + RunCount(row);
     unsigned short* out = mirrored + kRowHeaderWords;
-    // Empty runs at the end say nothing; in front they would cost words.
+    // Empty runs at the end have no effect, but mirrored they would add words.
     while (last - first > 1 && last[-1] == 0)
         --last;
     if ((last - first) % 2 == 0 && last != first)
-        *out++ = 0; // ended in black
+        *out++ = 0; // the row ended in black: an empty white run comes first
     out = std::reverse_copy(first, last, out);
-    // What began in black ends in black now.
+    // A row that began in black ended up with an empty white run at the end.
     while (out - mirrored > 3 && out[-1] == 0)
         --out;
     StoreRunCount(mirrored, static_cast<size_t>(out - mirrored) - kRowHeaderWords);
@@ -118,8 +118,7 @@ unsigned short* MirrorRow(const unsigned short* row, unsigned short* mirrored) {
 
 namespace {
 
-// White rows come in stretches, a single run each: how many of rowCount rows stand before the first other
-// one.
+// How many of rowCount rows come before the first one that is not white. A white row has a single run.
 unsigned CountWhiteRows(const unsigned short* runs, unsigned rowCount) {
     unsigned rows = 0;
     while (rows < rowCount && RunCount(runs) == 1) {
@@ -154,7 +153,7 @@ unsigned CountWhiteRows(const unsigned short* runs, unsigned rowCount) {
 extern "C" {
 
 int K_ExpandRows(const unsigned short* runs, unsigned char* destination, unsigned width, unsigned rowCount) {
-    if (rowCount != 0 && (runs == nullptr || destination == nullptr))
+    if (rowCount != 0 && (!runs || !destination))
         return ERROR_NULL_PTR;
     if (standin::CountWhiteRows(runs, rowCount) == rowCount) {
         if (rowCount != 0)
@@ -166,7 +165,7 @@ int K_ExpandRows(const unsigned short* runs, unsigned char* destination, unsigne
 }
 
 int K_CompressRow(unsigned short* runs, const unsigned char* row, int /*zero*/, unsigned width) {
-    if (runs == nullptr || (row == nullptr && width != 0))
+    if (!runs || (!row && width != 0))
         return ERROR_NULL_PTR;
     standin::CompressRow(row, width, runs);
     return SUCCESS;

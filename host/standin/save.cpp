@@ -16,7 +16,7 @@ int SaveRefusal(const _BITMAPHANDLE& bitmap) {
         return ERROR_BITS_PER_PIXEL;
     if (bitmap.Height < 0)
         return ERROR_INV_PARAMETER;
-    if (BitmapRow(bitmap, 0) == nullptr)
+    if (!BitmapRow(bitmap, 0))
         return ERROR_NULL_PTR;
     const bool kept = bitmap.Orientation == 1 || bitmap.Orientation == ORIENTATION_BOTTOM_UP;
     return kept ? SUCCESS : ERROR_INV_PARAMETER;
@@ -26,7 +26,7 @@ namespace {
 
 BitmapPtr ConvertedCopy(const _BITMAPHANDLE& bitmap) {
     BitmapPtr copy = MakeBitmap(bitmap.Width, bitmap.Height);
-    if (copy == nullptr)
+    if (!copy)
         return nullptr;
     copy->Orientation = bitmap.Orientation;
     copy->XResolution = bitmap.XResolution;
@@ -47,20 +47,20 @@ extern "C" int StartSave(_BITMAPHANDLE* bitmap, _BITMAPHANDLE** saveBitmap, int 
     auto& call = *static_cast<SaveCall*>(userData1);
     *saveBitmap = bitmap;
     *saveFile = &call.SaveFile.Declared;
-    if (rowBuffer != nullptr)
+    if (rowBuffer)
         *rowBuffer = nullptr;
     if (const int refusal = SaveRefusal(*bitmap); refusal != SUCCESS)
         return refusal;
     if (call.How.ConvertedCopy) {
         BitmapPtr copy = ConvertedCopy(*bitmap);
-        if (copy == nullptr)
+        if (!copy)
             return ERROR_NO_MEMORY;
         *saveBitmap = copy.release();
     }
-    if (rowBuffer != nullptr) {
+    if (rowBuffer) {
         *rowBuffer = static_cast<unsigned char*>(
             K_LocalAlloc((*saveBitmap)->BytesPerLine + kRowSlack, 1, __LINE__, "save row buffer"));
-        if (*rowBuffer == nullptr)
+        if (!*rowBuffer)
             return ERROR_NO_MEMORY;
         call.RowBuffer = *rowBuffer;
     }
@@ -78,7 +78,7 @@ extern "C" int GetSaveRow(_BITMAPHANDLE* /*bitmap*/, _BITMAPHANDLE* saveBitmap, 
     // The tiled saver fetches a row once for every tile in it.
     const int done = call.Tiled ? static_cast<int>(row) : call.RowsFetched;
     if (call.How.Progress && !call.How.Progress(done, saveBitmap->Height))
-        return STATUS_STOPPED;
+        return kStatusStopped;
     ++call.RowsFetched;
     const unsigned char* const source = BitmapRow(*saveBitmap, row);
     if (rowBuffer == call.RowBuffer)
@@ -93,7 +93,7 @@ extern "C" int EndSave(_BITMAPHANDLE* bitmap, _BITMAPHANDLE** saveBitmap, unsign
     if (*saveBitmap != bitmap)
         FreeBitmap{}(*saveBitmap);
     *saveBitmap = nullptr;
-    if (rowBuffer != nullptr) {
+    if (rowBuffer) {
         K_LocalFree(*rowBuffer, __LINE__, "save row buffer");
         *rowBuffer = nullptr;
     }
@@ -125,7 +125,7 @@ void PrepareSave(SaveCall& call, const char* fileName, _BITMAPHANDLE& bitmap, co
 
 int SaveFile(const Filter& filter, const std::string& fileName, _BITMAPHANDLE& bitmap,
              const SaveOptions& options) {
-    if (filter.Save == nullptr)
+    if (!filter.Save)
         return ERROR_FORMAT_NOT_WRITABLE;
     if (const int refusal = SaveRefusal(bitmap); refusal != SUCCESS)
         return refusal; // before the filter creates the file

@@ -2,14 +2,15 @@
 // (host/kernel.h). It loads the filter as the real kernel does, hands it dispatch records, and builds
 // bitmaps from the rows that come back. Any number of calls may run at once on different records.
 //
-// Memory that a redirection in write mode needed beyond the caller's block is the kernel's: it stays
-// readable until the same thread ends its next redirection, and nobody else frees it.
+// Memory that a redirection in write mode needed beyond the caller's block is the kernel's: it stays readable
+// until the same thread ends its next redirection or itself ends. The caller does not free it.
 #pragma once
 
 #include "host/records.h"
 #include "host/status.h"
 
 #include <cstddef>
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <string>
@@ -20,7 +21,7 @@ namespace standin {
 // ---- Statuses
 
 // What a load or save returns that its caller stopped; beside the statuses of host/status.h.
-inline constexpr int STATUS_STOPPED = -100;
+inline constexpr int kStatusStopped = -100;
 
 // What a status means to a person, e.g. "the file cannot be opened".
 const char* StatusText(int status);
@@ -78,14 +79,14 @@ inline constexpr unsigned kTilesReverseBits = 1; // the first bit of a byte is i
 inline constexpr unsigned kTilesByteTrailer = 2; // a tile may end with an odd byte
 inline constexpr unsigned kTilesAlignEol = 4;    // each trailer EOL ends on a byte boundary
 
-inline constexpr const char* FILTER_LIBRARY = "libkffax.so.19";
+inline constexpr const char* kFilterLibrary = "libkffax.so.19";
 
 // Loads the filter from a path, or by name from beside the kernel and the usual places. It stays loaded.
 // Throws std::runtime_error when the library or an entry point is missing.
-Filter LoadFilter(const std::string& library = FILTER_LIBRARY);
+Filter LoadFilter(const std::string& library = kFilterLibrary);
 
 // The kernel's records are larger than what is declared of them.
-template <class Record>
+template <typename Record>
 struct Padded {
     Record Declared{};
     unsigned char Rest[4096 - sizeof(Record)]{};
@@ -114,7 +115,7 @@ struct LoadOptions {
 };
 
 struct LoadResult {
-    int Status = FAILURE; // of fltLoad; STATUS_STOPPED when Progress stopped it
+    int Status = FAILURE; // of fltLoad; kStatusStopped when Progress stopped it
     int DataStatus = 0;   // what the load said about the data: 0, or why it is damaged
     int Rows = 0;         // lines delivered
     // Null when there was no memory for it. Lines not delivered are white; after a load that discards rows
@@ -177,8 +178,8 @@ struct Blocks {
     std::vector<unsigned char> Bytes;
 };
 
-// Loads an image of LoadInfo's Width, Height, Format and Flags from its blocks. A damaged block costs no
-// other one its rows, and shows in DataStatus. uncompressed: the blocks are packed rows.
+// Loads an image of LoadInfo's Width, Height, Format and Flags from its blocks. The other blocks of a
+// damaged one are loaded all the same, and DataStatus tells of it. uncompressed: the blocks are packed rows.
 LoadResult LoadBlocks(const Filter& filter, const Description& image, Blocks& blocks, bool uncompressed,
                       const LoadOptions& options = {});
 

@@ -40,7 +40,7 @@ const char* StatusText(int status) {
         return "there is no row callback";
     case ERROR_FAX_WIDTH_CHANGED:
         return "a line is wider than the picture";
-    case STATUS_STOPPED:
+    case kStatusStopped:
         return "stopped";
     default:
         return "unknown error";

@@ -35,7 +35,7 @@ int LoadSome(BlockLoad& load, _BITMAPHANDLE& bitmap, size_t first, size_t count)
     tiles.TileByteCounts = load.Source.ByteCounts.data() + first;
     tiles.TileCount = static_cast<uint32_t>(count);
     load.FileInfo.Declared.Height = bitmap.Height;
-    load.Target.Bitmap = load.Target.Bitmap != nullptr ? &bitmap : nullptr;
+    load.Target.Bitmap = load.Target.Bitmap ? &bitmap : nullptr;
     load.Target.Rows = 0;
     load.Dispatch.Declared.Bitmap = &bitmap;
     load.Dispatch.Declared.Status = 0;
@@ -60,7 +60,7 @@ int LoadStripByStrip(BlockLoad& load, _BITMAPHANDLE& bitmap, int* dataStatus) {
             break;
         const auto rows = static_cast<int>(std::min<size_t>(stripRows, height - firstRow));
         _BITMAPHANDLE part = BitmapRows(bitmap, firstRow, rows);
-        if (load.Target.Bitmap != nullptr)
+        if (load.Target.Bitmap)
             ClearRows(part);
         load.Target.RowsBefore = static_cast<int>(firstRow);
         if (load.Source.ByteCounts[strip] == 0) {
@@ -137,13 +137,13 @@ LoadResult LoadBlocks(const Filter& filter, const Description& image, Blocks& bl
                       const LoadOptions& options) {
     LoadResult result;
     const _FILEINFOA& info = image.FileInfo.Declared;
-    if (filter.LoadTiled == nullptr) {
+    if (!filter.LoadTiled) {
         result.Status = ERROR_FILE_FORMAT;
         return result;
     }
     const auto make = options.DiscardRows ? MakeBitmapWithoutRows : MakeBitmap;
     BitmapPtr bitmap = make(info.Width, info.Height);
-    if (bitmap == nullptr) {
+    if (!bitmap) {
         result.Status = ERROR_NO_MEMORY;
         return result;
     }
@@ -185,7 +185,7 @@ LoadResult LoadBlocks(const Filter& filter, const Description& image, Blocks& bl
 }
 
 int SaveBlocks(const Filter& filter, _BITMAPHANDLE& bitmap, const SaveOptions& options, Blocks& blocks) {
-    if (filter.SaveTiled == nullptr)
+    if (!filter.SaveTiled)
         return ERROR_FORMAT_NOT_WRITABLE;
     if (const int refusal = SaveRefusal(bitmap); refusal != SUCCESS)
         return refusal;

@@ -1,9 +1,9 @@
-// What is wrong with which lines: a stream decoded one line a call.
+// Finds damaged lines by decoding a stream with one call for each line.
 //
-// The decoders leave data errors in the dispatch and go on; after every line it is asked and cleared. A
-// one-dimensional decoder takes any codes for a line, so in streams whose lines have ends two more things are
-// looked at: an EOL that came before the right edge ended its line and stands right before the position
-// reached, and a line whose edge came too early has none behind it. No line's codes contain an EOL
+// A decoder writes a data error into the dispatch's Status and goes on, so Status is read and cleared after
+// every line. A one-dimensional decoder accepts any sequence of codes. In streams with an EOL behind each
+// line, the EOLs are therefore checked as well: when the decoder stops right behind an EOL, the line ended
+// before its right edge; when no EOL follows, the line goes on past the edge. No line's codes contain an EOL
 // (T.4 § 4.1.2).
 #include "tools/kfax/line_faults.h"
 

@@ -123,7 +123,7 @@ void DeclareOptions(CLI::App& app, Options& options) {
     app.footer(
         "Exit codes: 0 good; 1 an error, of at least one file; 2 wrong command line; 3 no error, but damaged "
         "data (what could be decoded is written).");
-    options.Library = standin::FILTER_LIBRARY;
+    options.Library = standin::kFilterLibrary;
     app.add_option("--filter", options.Library, "The filter library to use")->capture_default_str();
     options.InfoParsed = app.add_subcommand("info", "Describe fax and TIFF files");
     DeclareInfo(*options.InfoParsed, options.Info);

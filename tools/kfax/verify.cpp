@@ -1,7 +1,7 @@
 // kfax verify: every page decoded line by line, nothing written.
 //
-// Whether a page is damaged is the filter's word, and that of the lines: a load takes any codes for a
-// one-dimensional line, so what damages one often shows only in where the line ends.
+// A page is damaged when its load reports it or when one of its lines is faulty: a load accepts any codes for
+// a one-dimensional line, so damage often shows only in where the line ends.
 #include "API/Filters/Fax/Common/Tif_faxx.h"
 #include "host/standin/standin.h"
 #include "tools/kfax/batch.h"

@@ -1,7 +1,8 @@
-// Where eight or sixteen runs end within 64 pixels from the byte that they begin in, they become one word: a
-// change at column p turns all pixels from p on, ~0 >> p, and the changes' words are combined by exclusive
-// or. An even number of runs begins and ends in white, so that the word is complete. What it has in the byte
-// that the next runs begin in goes on with them.
+// Eight or sixteen runs that end within 64 pixels of the byte in which they begin are stored as one word. A
+// change at column p inverts all pixels from p on, which is the word ~0 >> p; the exclusive or of these words
+// has the pixels. The first run is white and the number of runs is even, so the pixels behind the last run
+// are white. The next runs may begin within the last byte: what it has so far is carried over to their word
+// (Row::Begun).
 #include "host/standin/fast/dense_runs.h"
 
 #include "host/standin/rows.h"
@@ -16,11 +17,11 @@ namespace standin {
 
 namespace {
 
-// The ends of so many runs, counted from where the first begins.
+// The ends of kRuns runs, in pixels from the beginning of the first.
 template <size_t kRuns>
 struct RunEnds;
 
-// In words; 65535 where they lie further away.
+// As 16-bit numbers, at most 65535.
 template <>
 struct RunEnds<8> {
     __m128i Ends;
@@ -34,8 +35,7 @@ struct RunEnds<8> {
 
     STANDIN_AVX2 size_t Last() const { return static_cast<size_t>(_mm_extract_epi16(Ends, 7)); }
 
-    // The pixels of a word, the leftmost on top, between the changes that lie so many pixels behind its
-    // start.
+    // The pixels as a word whose highest bit is the leftmost one; the first run begins at bit "before" of it.
     STANDIN_AVX2 uint64_t PixelsBetween(size_t before) const {
         const __m256i all = _mm256_set1_epi64x(-1);
         const __m128i changes = _mm_add_epi16(Ends, _mm_set1_epi16(static_cast<short>(before)));
@@ -50,7 +50,7 @@ struct RunEnds<8> {
     }
 };
 
-// In bytes; 255 where they lie further away.
+// As 8-bit numbers, at most 255.
 template <>
 struct RunEnds<16> {
     __m128i Ends;
@@ -84,9 +84,9 @@ struct RunEnds<16> {
 struct Row {
     unsigned char* Packed = nullptr;
     size_t Column = 0;
-    uint64_t Begun = 0; // the pixels from the start of Column's byte on that are known, the first on top
+    uint64_t Begun = 0; // the pixels so far of Column's byte, in the highest bits
 
-    // Adds so many runs, or nothing where they do not end within the word.
+    // Adds kRuns runs. False, and nothing added, when they do not end within the word.
     template <size_t kRuns>
     STANDIN_AVX2 bool Add(const unsigned short* runs) {
         const RunEnds<kRuns> ends(runs);
@@ -103,7 +103,8 @@ struct Row {
         return true;
     }
 
-    // Adds eight runs wherever they end; false where that is not 64 pixels in front of the row's end.
+    // Adds eight runs of any length. False, and nothing added, when they end less than 64 pixels before the
+    // row does.
     bool AddLong(const unsigned short* runs, size_t width) {
         size_t end = Column;
         for (size_t i = 0; i < 8; ++i)
