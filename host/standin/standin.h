@@ -61,15 +61,16 @@ _BITMAPHANDLE BitmapRows(const _BITMAPHANDLE& bitmap, size_t firstRow, int rows)
 // ---- The filter
 
 struct Filter {
-    int (*Info)(_INFODISPATCH*);
-    int (*Load)(_LOADDISPATCH*);
-    int (*Save)(_SAVEDISPATCH*); // null: a filter that only reads
+    int (*Info)(_INFODISPATCH*) = nullptr;
+    int (*Load)(_LOADDISPATCH*) = nullptr;
+    int (*Save)(_SAVEDISPATCH*) = nullptr; // null: a filter that only reads
     // For containers; null: a filter that does not serve them.
     int (*LoadTiled)(_LOADDISPATCH*, tagHANDLE*, _LOADINFO*, _FAXTILEINFO*, _FILEINFOA*, _BITMAPHANDLE*,
-                     RowCallbackFn*, int bitsPerPixel, void* userData, unsigned char* uncompressedTiles);
+                     RowCallbackFn*, int bitsPerPixel, void* userData,
+                     unsigned char* uncompressedTiles) = nullptr;
     int (*SaveTiled)(_SAVEDISPATCH*, tagHANDLE*, _BITMAPHANDLE*, _FAXTILEINFO*, unsigned char* uncompressed,
                      unsigned gap, int bitsPerPixel, unsigned format, unsigned callbackParam, void* userData1,
-                     void* userData2, unsigned* lastSize, unsigned flags); // kTiles flags
+                     void* userData2, unsigned* lastSize, unsigned flags) = nullptr; // kTiles flags
     // Of dlopen, for what else a program may want of the filter.
     void* Library = nullptr;
 };

@@ -23,7 +23,7 @@ constexpr bool kKeepsBlocks = true;
 constexpr size_t kSmallestKept = 64 << 10;
 constexpr size_t kLargestKept = 2 << 20;
 constexpr size_t kShifts = 7;
-constexpr size_t kShiftBytes = 9 * 64; // whole cache lines
+constexpr size_t kShiftBytes = 9 * size_t{64}; // whole cache lines
 
 // The blocks of a thread, in no order. It has no destructor: other destructors may free blocks after it.
 struct KeptBlocks {
