@@ -58,10 +58,10 @@ uint64_t Position(const CCITTG34& codec) {
 
 // The filter's codec, for a program that decodes by itself.
 struct Codec {
-    decltype(&InitDecodeG34) Init;
-    decltype(&QuitDecodeG34) Quit;
-    decltype(&::DecodeG3) DecodeG3;
-    decltype(&::DecodeG4) DecodeG4;
+    decltype(&InitDecodeG34) Init = nullptr;
+    decltype(&QuitDecodeG34) Quit = nullptr;
+    decltype(&::DecodeG3) DecodeG3 = nullptr;
+    decltype(&::DecodeG4) DecodeG4 = nullptr;
 
     explicit Codec(void* library) {
         Find(library, "InitDecodeG34", Init);
