@@ -61,8 +61,8 @@ inline constexpr CodeWord kV0Code = CodeOf(Mode::Vertical, 0);
 // Indexed by a1 - b1 + 3 in columns: VL3, VL2, VL1, V0, VR1, VR2, VR3.
 inline constexpr auto VerticalCodes = [] {
     std::array<CodeWord, 7> codes{};
-    for (int columns = -3; columns <= 3; ++columns)
-        codes[static_cast<size_t>(columns + 3)] = CodeOf(Mode::Vertical, -columns);
+    for (size_t i = 0; i < codes.size(); ++i)
+        codes[i] = CodeOf(Mode::Vertical, 3 - static_cast<int>(i));
     return codes;
 }();
 

@@ -22,6 +22,7 @@ uint64_t MultiplyModPrime(uint64_t a, uint64_t b) {
 // The bytes that the system gives every process for such purposes: asking for more would be a system call.
 ListHash SecretPoints() {
     ListHash points{};
+    // NOLINTNEXTLINE(performance-no-int-to-ptr): that is how the address is given
     if (const auto* bytes = reinterpret_cast<const void*>(getauxval(AT_RANDOM)))
         std::memcpy(points.data(), bytes, sizeof points);
     for (uint64_t& point : points)
