@@ -31,14 +31,14 @@ void fuzz::RunInput(const uint8_t* data, size_t size) {
     const Stream stream = TakeStream(input);
     Bytes bytes = input.Rest();
     bytes.resize(std::min(bytes.size(), MOST_BYTES));
-    resetTestKernel();
+    ResetTestKernel();
     CodecSetup setup;
     setup.format = static_cast<unsigned>(stream.Format);
     setup.width = std::min(stream.Width, MAX_CODEC_WIDTH);
     setup.flags = (stream.Flags & LOADINFO_REVERSED_BITS) != 0 ? FAX_REVERSE_BITS : 0;
     setup.smallBuffer = (stream.Choice & SMALL_BUFFER) != 0;
     setup.byteLimit = (stream.Choice & BYTE_LIMIT) != 0 ? 1u + stream.Offset : 0;
-    const bool probe = (stream.Choice & PROBE) != 0 && isG3(setup.format);
+    const bool probe = (stream.Choice & PROBE) != 0 && IsG3(setup.format);
     if (probe)
         setup.width = 0;
     CodecRun codec(bytes, setup);

@@ -16,7 +16,7 @@ struct SaveCall {
     Bytes stream = {};
 
     int run() {
-        Bytes source = joined(picture);
+        Bytes source = Joined(picture);
         _BITMAPINFOHEADER info = {};
         info.Width = width;
         info.Height = height < 0 ? -static_cast<int>(picture.size()) : height;
@@ -47,9 +47,9 @@ struct LoadCall {
     }
 };
 
-std::vector<Line> mirroredLines(const Picture& picture, unsigned width) {
+std::vector<Line> MirroredLines(const Picture& picture, unsigned width) {
     std::vector<Line> lines;
-    for (const Line& line : linesOf(picture, width)) {
+    for (const Line& line : LinesOf(picture, width)) {
         lines.emplace_back(line.size() % 2, 0);
         for (auto change = line.rbegin(); change != line.rend(); ++change)
             if (*change != 0)
@@ -61,11 +61,11 @@ std::vector<Line> mirroredLines(const Picture& picture, unsigned width) {
 class Buffers : public KernelTest {};
 
 TEST_F(Buffers, CallsInTheirOrder) {
-    SaveCall save{pictureOf(1728, 300, NOISE), 1728};
+    SaveCall save{PictureOf(1728, 300, NOISE), 1728};
     save.height = 20;
     EXPECT_EQ(save.run(), SUCCESS);
     const std::string size = std::to_string(save.size);
-    EXPECT_EQ(testKernel().trace,
+    EXPECT_EQ(KernelInUse().trace,
               (Trace{"StartRedirect 8 1000000", "Alloc 250000 4", "Alloc 250000 4", "Alloc 200000 1",
                      "Write " + size, "Free 1000000", "Free 1000000", "Free 200000", "StopRedirect"}));
     Trace wanted = {"Alloc 250000 2", "Alloc 250000 2",     "StartRedirect 4 " + size,
@@ -74,10 +74,10 @@ TEST_F(Buffers, CallsInTheirOrder) {
                     "Free 500000",    "Free 1000000",       "Free 1000000",
                     "Free 200000",    "StopRedirect"};
     for (const unsigned flags : {0u, LOADINFO_MIRROR}) {
-        resetTestKernel();
+        ResetTestKernel();
         LoadCall load{save.stream, 68, 1728, 20, flags};
         EXPECT_EQ(load.run(), SUCCESS);
-        EXPECT_EQ(testKernel().trace, wanted);
+        EXPECT_EQ(KernelInUse().trace, wanted);
         wanted[1] = "Alloc 334000 2";
         wanted[9] = "Free 668000";
         wanted.insert(wanted.begin() + 7, "Mirror 20");
@@ -103,18 +103,18 @@ TEST_F(Buffers, RefusesWhatItCannotSave) {
         EXPECT_EQ(save(&byte, &byte, &size, 0, width), ERROR_INV_PARAMETER) << width;
         EXPECT_EQ(save(&byte, &byte, &size, 0, width, 8), ERROR_NULL_PTR) << width;
     }
-    EXPECT_TRUE(testKernel().trace.empty());
+    EXPECT_TRUE(KernelInUse().trace.empty());
 }
 
 TEST_F(Buffers, TellsWhenTheDestinationIsTooSmall) {
-    const Bytes stream = codedPicture(pictureOf(100, 30), 100, 67, 0, 2);
+    const Bytes stream = CodedPicture(PictureOf(100, 30), 100, 67, 0, 2);
     for (const size_t capacity : {size_t{0}, size_t{1}, stream.size() - 1, stream.size()}) {
-        SaveCall save{pictureOf(100, 30), 100, 67};
+        SaveCall save{PictureOf(100, 30), 100, 67};
         save.capacity = capacity;
         EXPECT_EQ(save.run(), capacity < stream.size() ? ERROR_BUFFER_TOO_SMALL : SUCCESS) << capacity;
         EXPECT_EQ(save.size, stream.size());
     }
-    SaveCall none{pictureOf(9, 1), 9};
+    SaveCall none{PictureOf(9, 1), 9};
     none.height = 0;
     EXPECT_EQ(none.run(), SUCCESS);
     EXPECT_EQ(none.stream, (Bytes{0, 0x10, 1, 0}));
@@ -126,35 +126,35 @@ TEST_F(Buffers, RefusesWhatItCannotLoad) {
     EXPECT_EQ(load.run(), ERROR_INV_PARAMETER);
     EXPECT_EQ(fltLoadBufferFAX(nullptr, 1, &byte, 68, 8, 1, 0, 0, 0), ERROR_NULL_PTR);
     EXPECT_EQ(fltLoadBufferFAX(&byte, 1, nullptr, 68, 8, 1, 0, 0, 0), ERROR_NULL_PTR);
-    EXPECT_TRUE(testKernel().trace.empty());
+    EXPECT_TRUE(KernelInUse().trace.empty());
     for (const int height : {0, -3}) {
-        resetTestKernel();
+        ResetTestKernel();
         LoadCall none{{0x80}, 68, 8, height};
         EXPECT_EQ(none.run(), SUCCESS);
         EXPECT_EQ(none.rows, Picture(1, Bytes(1, 0xEE)));
-        EXPECT_EQ(callsNamed("Read"), Trace{"Read 1"});
+        EXPECT_EQ(CallsNamed("Read"), Trace{"Read 1"});
     }
 }
 
 // An extension that is not uncompressed mode ends a G4 block: what it did not yield stays.
 TEST_F(Buffers, LeavesTheRowsThatABlockLacks) {
-    LoadCall load{packed(horizontal(3, 4) + V0 + repeated(V0, 27) + "0000001000"), 68, 9, 20};
+    LoadCall load{Packed(Horizontal(3, 4) + kV0 + Repeated(kV0, 27) + "0000001000"), 68, 9, 20};
     EXPECT_EQ(load.run(), SUCCESS);
-    Picture wanted(10, packedRow({3, 4, 2}));
+    Picture wanted(10, PackedRow({3, 4, 2}));
     wanted.resize(20, {0xEE, 0xEE});
     EXPECT_EQ(load.rows, wanted);
 }
 
 // More rows than the run buffer holds come in several goes; mirrored ones may take a word more each.
 TEST_F(Buffers, LoadsInSeveralGoes) {
-    const Picture picture = pictureOf(2001, 400, ALTERNATING);
+    const Picture picture = PictureOf(2001, 400, ALTERNATING);
     for (const bool mirror : {false, true}) {
-        resetTestKernel();
-        LoadCall load{codedPicture(picture, 2001, 66), 66, 2001, 400, mirror ? LOADINFO_MIRROR : 0};
+        ResetTestKernel();
+        LoadCall load{CodedPicture(picture, 2001, 66), 66, 2001, 400, mirror ? LOADINFO_MIRROR : 0};
         EXPECT_EQ(load.run(), SUCCESS);
-        EXPECT_TRUE(linesOf(load.rows, 2001) ==
-                    (mirror ? mirroredLines(picture, 2001) : linesOf(picture, 2001)));
-        EXPECT_GE(callsNamed("ExpandRows").size(), 4u);
+        EXPECT_TRUE(LinesOf(load.rows, 2001) ==
+                    (mirror ? MirroredLines(picture, 2001) : LinesOf(picture, 2001)));
+        EXPECT_GE(CallsNamed("ExpandRows").size(), 4u);
     }
 }
 

@@ -5,24 +5,24 @@
 
 namespace {
 
-constexpr unsigned short GUARD = 0xD1CE;
-constexpr size_t GUARD_WORDS = 64;
+constexpr unsigned short kGuard = 0xD1CE;
+constexpr size_t kGuardWords = 64;
 
-Rows rowsOfCall(CodecRun& run, unsigned count) {
-    const auto end = run.area.begin() + ROW_AREA_WORDS;
-    EXPECT_TRUE(std::all_of(end, run.area.end(), [](unsigned short w) { return w == GUARD; }));
-    Rows rows = rowsFromWords(run.area.data(), count);
-    EXPECT_LE(wordsOf(rows), ROW_AREA_WORDS);
+Rows RowsOfCall(CodecRun& run, unsigned count) {
+    const auto end = run.area.begin() + kRowAreaWords;
+    EXPECT_TRUE(std::all_of(end, run.area.end(), [](unsigned short w) { return w == kGuard; }));
+    Rows rows = RowsFromWords(run.area.data(), count);
+    EXPECT_LE(WordsOf(rows), kRowAreaWords);
     return rows;
 }
 
 } // namespace
 
-bool isG3(unsigned format) {
+bool IsG3(unsigned format) {
     return format == 66 || format == 67 || format == 117 || format == 162;
 }
 
-CodecRun::CodecRun(const Bytes& stream, const CodecSetup& setup) : area(ROW_AREA_WORDS + GUARD_WORDS, GUARD) {
+CodecRun::CodecRun(const Bytes& stream, const CodecSetup& setup) : area(kRowAreaWords + kGuardWords, kGuard) {
     restart(stream, setup);
 }
 
@@ -40,17 +40,17 @@ void CodecRun::restart(const Bytes& stream, const CodecSetup& setup) {
 }
 
 Rows CodecRun::decode(unsigned lines) {
-    return rowsOfCall(*this, isG3(record.Format) ? DecodeG3(&record, area.data(), lines)
+    return RowsOfCall(*this, IsG3(record.Format) ? DecodeG3(&record, area.data(), lines)
                                                  : DecodeG4(&record, area.data(), lines));
 }
 
 Rows CodecRun::decodeG4(unsigned lines) {
-    return rowsOfCall(*this, DecodeG4(&record, area.data(), lines));
+    return RowsOfCall(*this, DecodeG4(&record, area.data(), lines));
 }
 
 int CodecRun::probe() {
     const int lines = InfoDecodeG3(&record, area.data());
-    rowsOfCall(*this, 0);
+    RowsOfCall(*this, 0);
     return lines;
 }
 

@@ -16,7 +16,7 @@ struct CodecSetup {
     std::vector<int> readScript = {};
 };
 
-inline constexpr size_t ROW_AREA_WORDS = 250000; // what one decoder call may write at most
+inline constexpr size_t kRowAreaWords = 250000; // what one decoder call may write at most
 
 struct CodecRun {
     CodecRun(const Bytes& stream, const CodecSetup& setup);
@@ -40,4 +40,4 @@ struct CodecRun {
     int setupStatus = 0;
 };
 
-bool isG3(unsigned format);
+bool IsG3(unsigned format);

@@ -11,11 +11,11 @@
 
 namespace {
 
-size_t lineEstimate(size_t width) {
+size_t LineEstimate(size_t width) {
     return (13 * ((width + 1) / 2) + 35) / 8 + 2;
 }
 
-void fillTo(Bits& bits, size_t boundary, size_t ahead) {
+void FillTo(Bits& bits, size_t boundary, size_t ahead) {
     while ((bits.size() + ahead) % boundary != 0)
         bits += '0';
 }
@@ -23,17 +23,17 @@ void fillTo(Bits& bits, size_t boundary, size_t ahead) {
 } // namespace
 
 ReferenceEncoder::ReferenceEncoder(unsigned f, unsigned w, unsigned fl, unsigned k)
-    : format(f), width(w), flags(fl), kFactor(k), bufferSize(std::max(3 * lineEstimate(w), size_t{200000})) {
-    flushThreshold = bufferSize - lineEstimate(w);
+    : format(f), width(w), flags(fl), kFactor(k), bufferSize(std::max(3 * LineEstimate(w), size_t{200000})) {
+    flushThreshold = bufferSize - LineEstimate(w);
     if (format == 66 || format == 67 || format == 117)
-        bits = "0000" + EOL;
+        bits = "0000" + kEol;
 }
 
 bool ReferenceEncoder::usesG3() const {
-    return isG3(format) && !(format == 117 && nextLineTag > 1);
+    return IsG3(format) && !(format == 117 && nextLineTag > 1);
 }
 
-Bits coded1D(const Line& line, unsigned width) {
+Bits Coded1D(const Line& line, unsigned width) {
     std::vector<unsigned> runs;
     unsigned x = 0;
     for (const unsigned change : line) {
@@ -41,11 +41,11 @@ Bits coded1D(const Line& line, unsigned width) {
         x = change;
     }
     runs.push_back(width - x);
-    return line1D(runs);
+    return Line1D(runs);
 }
 
-Bits coded2D(const Line& reference, const Line& line, unsigned width) {
-    static const Bits vertical[] = {VL3, VL2, VL1, V0, VR1, VR2, VR3};
+Bits Coded2D(const Line& reference, const Line& line, unsigned width) {
+    static const Bits vertical[] = {kVL3, kVL2, kVL1, kV0, kVR1, kVR2, kVR3};
     const auto at = [width](const Line& list, size_t i) -> int64_t {
         return i < list.size() ? list[i] : width;
     };
@@ -68,11 +68,11 @@ Bits coded2D(const Line& reference, const Line& line, unsigned width) {
             a0 = a1;
             black = !black;
         } else if (b2 < a1) {
-            bits += PASS;
+            bits += kPass;
             a0 = b2;
         } else {
-            bits += HORIZONTAL + runBits(black, static_cast<unsigned>(a1 - std::max<int64_t>(a0, 0))) +
-                    runBits(!black, static_cast<unsigned>(a2 - a1));
+            bits += kHorizontal + RunBits(black, static_cast<unsigned>(a1 - std::max<int64_t>(a0, 0))) +
+                    RunBits(!black, static_cast<unsigned>(a2 - a1));
             if (a2 == width)
                 return bits;
             a0 = a2;
@@ -94,13 +94,13 @@ void ReferenceEncoder::add(const Line& line) {
         writes.push_back(waiting());
         written += waiting();
     }
-    bits += twoDimensional ? coded2D(reference, line, width) : coded1D(line, width);
+    bits += twoDimensional ? Coded2D(reference, line, width) : Coded1D(line, width);
     reference = line;
     if (format == 162) {
-        fillTo(bits, 8, 0);
+        FillTo(bits, 8, 0);
     } else if (g3 && !(format == 117 && twoDimensional)) {
-        fillTo(bits, 8, EOL.size());
-        bits += EOL;
+        FillTo(bits, 8, kEol.size());
+        bits += kEol;
     }
 }
 
@@ -111,18 +111,18 @@ Bytes ReferenceEncoder::finish() {
     }
     if (format == 66 || format == 67) {
         if ((flags & FAX_ALIGN_EOL) == 0)
-            fillTo(bits, 16, EOFB.size());
+            FillTo(bits, 16, kEofb.size());
         for (int i = 0; i < 2; ++i) {
             if ((flags & FAX_ALIGN_EOL) != 0)
-                fillTo(bits, 8, EOL.size());
-            bits += EOL;
+                FillTo(bits, 8, kEol.size());
+            bits += kEol;
         }
     } else if (format == 162) {
-        fillTo(bits, 8, 0);
+        FillTo(bits, 8, 0);
     } else {
-        bits += EOFB;
+        bits += kEofb;
     }
-    Bytes stream = packed(bits, (flags & FAX_REVERSE_BITS) != 0);
+    Bytes stream = Packed(bits, (flags & FAX_REVERSE_BITS) != 0);
     if ((flags & FAX_BYTE_TRAILER) == 0 && stream.size() % 2 != 0)
         stream.push_back(0);
     if (stream.size() != written)
@@ -130,11 +130,11 @@ Bytes ReferenceEncoder::finish() {
     return stream;
 }
 
-Bytes codedPicture(const Picture& picture, unsigned width, unsigned format, unsigned flags,
+Bytes CodedPicture(const Picture& picture, unsigned width, unsigned format, unsigned flags,
                    unsigned kFactor) {
     ReferenceEncoder encoder(format, width, flags, kFactor);
     for (const Bytes& row : picture)
-        encoder.add(changesOf(row, width));
+        encoder.add(ChangesOf(row, width));
     return encoder.finish();
 }
 
@@ -153,18 +153,18 @@ EncoderRun::~EncoderRun() {
 namespace {
 
 // A copy of a row in front of a page that nobody may touch: sanitizers do not see what masked vectors read.
-std::span<uint8_t> atTheEndOfMemory(const Bytes& row) {
-    constexpr size_t ROOM = 1 << 16;
-    constexpr size_t PAGE = 1 << 12;
+std::span<uint8_t> AtTheEndOfMemory(const Bytes& row) {
+    constexpr size_t kRoom = 1 << 16;
+    constexpr size_t kPage = 1 << 12;
     static uint8_t* const end = [] {
         void* const memory =
-            mmap(nullptr, ROOM + PAGE, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
-        uint8_t* const behind = static_cast<uint8_t*>(memory) + ROOM;
-        if (memory == MAP_FAILED || mprotect(behind, PAGE, PROT_NONE) != 0)
+            mmap(nullptr, kRoom + kPage, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+        uint8_t* const behind = static_cast<uint8_t*>(memory) + kRoom;
+        if (memory == MAP_FAILED || mprotect(behind, kPage, PROT_NONE) != 0)
             throw std::runtime_error("no guarded memory");
         return behind;
     }();
-    if (row.size() > ROOM)
+    if (row.size() > kRoom)
         throw std::runtime_error("the row is too long");
     const std::span copy(end - row.size(), row.size());
     std::copy(row.begin(), row.end(), copy.begin());
@@ -174,10 +174,10 @@ std::span<uint8_t> atTheEndOfMemory(const Bytes& row) {
 } // namespace
 
 void EncoderRun::encode(const Bytes& row) {
-    const std::span<uint8_t> copy = atTheEndOfMemory(row);
+    const std::span<uint8_t> copy = AtTheEndOfMemory(row);
     const uint32_t* const coding = record.CodingLine;
     (expected.usesG3() ? EncodeG3 : EncodeG4)(&record, copy.data());
-    expected.add(changesOf(row, record.Width));
+    expected.add(ChangesOf(row, record.Width));
     EXPECT_TRUE(std::equal(copy.begin(), copy.end(), row.begin()));
 
     const size_t pending = expected.pending();
@@ -209,7 +209,7 @@ Bytes EncoderRun::finish() {
     Trace writes;
     for (const size_t count : expected.writes)
         writes.push_back("Write " + std::to_string(count));
-    EXPECT_EQ(callsNamed("Write"), writes);
+    EXPECT_EQ(CallsNamed("Write"), writes);
     return file.bytes;
 }
 

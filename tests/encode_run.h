@@ -25,11 +25,11 @@ struct ReferenceEncoder {
     std::vector<size_t> writes; // and how
 };
 
-Bits coded1D(const Line& line, unsigned width);
-Bits coded2D(const Line& reference, const Line& line, unsigned width);
+Bits Coded1D(const Line& line, unsigned width);
+Bits Coded2D(const Line& reference, const Line& line, unsigned width);
 
 // A whole stream as a saver makes it.
-Bytes codedPicture(const Picture& picture, unsigned width, unsigned format, unsigned flags = 0,
+Bytes CodedPicture(const Picture& picture, unsigned width, unsigned format, unsigned flags = 0,
                    unsigned kFactor = 2);
 
 struct EncoderRun {

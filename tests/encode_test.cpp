@@ -5,7 +5,7 @@
 
 namespace {
 
-constexpr unsigned FORMATS[] = {66, 67, 68, 117, 162};
+constexpr unsigned kFormats[] = {66, 67, 68, 117, 162};
 
 class Encoder : public KernelTest {};
 
@@ -19,52 +19,52 @@ struct Described {
     int resolution = 0;
 };
 
-const Bits START = "0000 000000000001";
-const Bits LONE_EOL = "0000 000000000001"; // behind whole bytes
+const Bits kStart = "0000 000000000001";
+const Bits kLoneEol = "0000 000000000001"; // behind whole bytes
 
-const Described described[] = {
-    {"G4 without rows", 68, 8, 0, "", EOFB + "00000000"},
-    {"G4 without rows, odd", 68, 8, FAX_BYTE_TRAILER, "", EOFB},
+const Described kDescribed[] = {
+    {"G4 without rows", 68, 8, 0, "", kEofb + "00000000"},
+    {"G4 without rows, odd", 68, 8, FAX_BYTE_TRAILER, "", kEofb},
     {"G4 reversed", 68, 8, FAX_REVERSE_BITS, "", "00000000 00001000 10000000 00000000"},
-    {"G3 without rows", 66, 8, 0, "", START + "00000000" + EOFB},
-    {"G3 without rows, aligned", 66, 8, FAX_ALIGN_EOL, "", START + LONE_EOL + LONE_EOL},
+    {"G3 without rows", 66, 8, 0, "", kStart + "00000000" + kEofb},
+    {"G3 without rows, aligned", 66, 8, FAX_ALIGN_EOL, "", kStart + kLoneEol + kLoneEol},
     {"G3 reversed", 66, 8, FAX_REVERSE_BITS, "", "00000000 10000000 00000000 00000000 00001000 10000000"},
-    {"G3 2D without rows", 67, 8, FAX_BYTE_TRAILER, "", START + "00000000" + EOFB},
-    {"all 2D without rows", 117, 8, FAX_BYTE_TRAILER, "", START + EOFB},
+    {"G3 2D without rows", 67, 8, FAX_BYTE_TRAILER, "", kStart + "00000000" + kEofb},
+    {"all 2D without rows", 117, 8, FAX_BYTE_TRAILER, "", kStart + kEofb},
     {"no EOL without rows", 162, 8, 0, "", ""},
-    {"another number is G4", 4711, 8, 0, "8", "1" + EOFB + "0000000"},
+    {"another number is G4", 4711, 8, 0, "8", "1" + kEofb + "0000000"},
     {"a white page line", 66, 1728, 0, "1728",
-     "00000000 00000001 01001101 10011010 10000000 00000001" + Bits("00000000") + EOFB},
+     "00000000 00000001 01001101 10011010 10000000 00000001" + Bits("00000000") + kEofb},
     {"G3 from black", 66, 12, FAX_BYTE_TRAILER, "0 5 7",
-     START + "00110101 0011 1111" + LONE_EOL + "00000000" + EOFB},
+     kStart + "00110101 0011 1111" + kLoneEol + "00000000" + kEofb},
     {"no EOL, odd", 162, 12, FAX_BYTE_TRAILER, "0 5 7", "00110101 0011 1111"},
     {"no EOL, filled", 162, 13, 0, "0 5 8|13", "00110101 0011 1001 10000000 00001100"},
     {"no EOL, an odd row", 162, 3, 0, "3", "10000000 00000000"},
-    {"G4 white", 68, 100, 0, "100", "1" + EOFB + "0000000"},
-    {"G4 black", 68, 100, FAX_BYTE_TRAILER, "0 100", "001 00110101 0000001111 000011010100" + EOFB},
-    {"G4 the row above", 68, 20, 0, "10 1 9|10 1 9", "001 00111 010 1 111" + EOFB},
+    {"G4 white", 68, 100, 0, "100", "1" + kEofb + "0000000"},
+    {"G4 black", 68, 100, FAX_BYTE_TRAILER, "0 100", "001 00110101 0000001111 000011010100" + kEofb},
+    {"G4 the row above", 68, 20, 0, "10 1 9|10 1 9", "001 00111 010 1 111" + kEofb},
     {"G4 every offset", 68, 140, 0, "20 20 20 20 20 20 20|17 26 15 24 17 22 19|17 26 15 24 17 22 19",
-     repeated("001 0001000 00001101000", 3) + "1 0000010 0000011 000010 000011 010 011 1 1111111" + EOFB},
-    {"G4 vertical before pass", 68, 20, 0, "10 1 9|12 1 7", "001 00111 010 1 000011 001 010 1111" + EOFB},
-    {"G4 pass", 68, 40, 0, "10 1 29|20 5 15", "001 00111 010 1 0001 001 10100 0011 1" + EOFB},
+     Repeated("001 0001000 00001101000", 3) + "1 0000010 0000011 000010 000011 010 011 1 1111111" + kEofb},
+    {"G4 vertical before pass", 68, 20, 0, "10 1 9|12 1 7", "001 00111 010 1 000011 001 010 1111" + kEofb},
+    {"G4 pass", 68, 40, 0, "10 1 29|20 5 15", "001 00111 010 1 0001 001 10100 0011 1" + kEofb},
     {"K of 2", 67, 8, 0, "8|8|8",
-     START + "1 10011 000000 000000000001 0 1 00 000000000001 1 10011 000000 000000000001" + "00000000" +
-         EOFB},
+     kStart + "1 10011 000000 000000000001 0 1 00 000000000001 1 10011 000000 000000000001" + "00000000" +
+         kEofb},
     {"K of 4", 67, 8, 0, "8|8|8|8|8",
-     START + "1 10011 000000 000000000001" + repeated("0 1 00 000000000001", 3) +
-         "1 10011 000000 000000000001" + "00000000" + EOFB,
+     kStart + "1 10011 000000 000000000001" + Repeated("0 1 00 000000000001", 3) +
+         "1 10011 000000 000000000001" + "00000000" + kEofb,
      200},
-    {"all 2D", 117, 8, 0, "8|8|8|8", START + "1 10011 000000 000000000001 0 1 1 1" + EOFB},
+    {"all 2D", 117, 8, 0, "8|8|8|8", kStart + "1 10011 000000 000000000001 0 1 1 1" + kEofb},
 };
 
 TEST_F(Encoder, WritesTheDescribedStreams) {
-    for (const Described& d : described) {
+    for (const Described& d : kDescribed) {
         SCOPED_TRACE(d.name);
-        resetTestKernel();
+        ResetTestKernel();
         EncoderRun run(d.format, d.width, d.flags, d.resolution);
-        for (const Row& row : rowsFromText(d.rows))
-            run.encode(packedRow(row));
-        Bytes stream = packed(d.stream);
+        for (const Row& row : RowsFromText(d.rows))
+            run.encode(PackedRow(row));
+        Bytes stream = Packed(d.stream);
         if ((d.flags & FAX_BYTE_TRAILER) == 0 && stream.size() % 2 != 0)
             stream.push_back(0);
         EXPECT_EQ(run.finish(), stream);
@@ -72,15 +72,15 @@ TEST_F(Encoder, WritesTheDescribedStreams) {
 }
 
 TEST_F(Encoder, WritesEveryRunOfBothColours) {
-    constexpr unsigned WIDTH = 5300;
-    EncoderRun mixed(162, WIDTH);
+    constexpr unsigned kWidth = 5300;
+    EncoderRun mixed(162, kWidth);
     Bits wanted;
-    for (unsigned run = 0; run <= WIDTH; ++run) {
-        const Row row = run == WIDTH ? Row{WIDTH} : Row{run, WIDTH - run};
-        mixed.encode(packedRow(row));
-        wanted += alignedToByte(line1D(row));
+    for (unsigned run = 0; run <= kWidth; ++run) {
+        const Row row = run == kWidth ? Row{kWidth} : Row{run, kWidth - run};
+        mixed.encode(PackedRow(row));
+        wanted += AlignedToByte(Line1D(row));
     }
-    EXPECT_EQ(mixed.finish(), packed(wanted));
+    EXPECT_EQ(mixed.finish(), Packed(wanted));
 }
 
 TEST_F(Encoder, SetsTheRecordUp) {
@@ -96,11 +96,11 @@ TEST_F(Encoder, SetsTheRecordUp) {
                         {4711, 249999, 250002, 609393, 203131}};
     for (const auto& s : setups) {
         SCOPED_TRACE(s.width);
-        resetTestKernel();
+        ResetTestKernel();
         EncoderRun run(s.format, s.width, 5, 1199);
         const CCITTG34& r = run.record;
         const Bits list = "Alloc " + std::to_string(s.listEntries) + " 4";
-        EXPECT_EQ(testKernel().trace,
+        EXPECT_EQ(KernelInUse().trace,
                   (std::vector<Bits>{list, list, "Alloc " + std::to_string(s.bufferSize) + " 1"}));
         EXPECT_EQ(run.setupStatus, 0);
         EXPECT_EQ(r.FlushThreshold, s.bufferSize - s.lineEstimate);
@@ -144,7 +144,7 @@ TEST_F(Encoder, ChoosesKByTheResolution) {
 TEST_F(Encoder, TagsEveryLineOfFormat117) {
     for (const unsigned lines : {0u, 1u}) {
         SCOPED_TRACE(lines);
-        resetTestKernel();
+        ResetTestKernel();
         EncoderRun run(117, 8);
         Bytes row = {0};
         EncodeG3(&run.record, row.data());
@@ -154,9 +154,10 @@ TEST_F(Encoder, TagsEveryLineOfFormat117) {
             EncodeG3(&run.record, row.data());
         EXPECT_EQ(run.record.NextLineTag, 9);
         QuitEncodeG34(&run.record);
-        Bits wanted = "0000" + EOL + "110011000000" + EOL + repeated("1", lines) + repeated("01", 8) + EOFB;
+        Bits wanted =
+            "0000" + kEol + "110011000000" + kEol + Repeated("1", lines) + Repeated("01", 8) + kEofb;
         wanted.resize((wanted.size() + 15) / 16 * 16, '0');
-        EXPECT_EQ(run.file.bytes, packed(wanted));
+        EXPECT_EQ(run.file.bytes, Packed(wanted));
     }
 }
 
@@ -164,10 +165,10 @@ TEST_F(Encoder, TagsEveryLineOfFormat117) {
 TEST_F(Encoder, FindsALonePixel) {
     for (const unsigned width : {511u, 2047u})
         for (const unsigned format : {66u, 68u}) {
-            resetTestKernel();
+            ResetTestKernel();
             EncoderRun run(format, width);
             for (unsigned column = 0; column < width; ++column)
-                run.encode(packedRow({column, 1, width - column - 1}));
+                run.encode(PackedRow({column, 1, width - column - 1}));
             run.finish();
         }
 }
@@ -175,14 +176,14 @@ TEST_F(Encoder, FindsALonePixel) {
 // The buffer leaves before a line that finds it above the threshold, never in one.
 TEST_F(Encoder, FlushesAtTheThreshold) {
     std::mt19937 random(5);
-    for (const unsigned format : FORMATS)
+    for (const unsigned format : kFormats)
         for (const unsigned threshold : {0u, 2u, 14u, 150u}) {
             SCOPED_TRACE(testing::Message() << format << " threshold " << threshold);
-            resetTestKernel();
+            ResetTestKernel();
             EncoderRun run(format, 37, FAX_REVERSE_BITS, 200);
             run.record.FlushThreshold = threshold;
             run.expected.flushThreshold = threshold;
-            for (const Bytes& row : makePicture(random, NOISE, 37, 400))
+            for (const Bytes& row : MakePicture(random, NOISE, 37, 400))
                 run.encode(row);
             EXPECT_GT(run.expected.writes.size(), 5u);
             const Bytes stream = run.expected.finish();
@@ -194,7 +195,7 @@ TEST_F(Encoder, FlushesAtTheThreshold) {
 TEST_F(Encoder, FillsTheWholeBuffer) {
     // One bit a row: from 199992 bytes on the trailer needs room made for it.
     for (const unsigned bytes : {199990u, 199992u, 199994u}) {
-        resetTestKernel();
+        ResetTestKernel();
         EncoderRun run(68, 1);
         uint8_t row = 0;
         for (unsigned i = 0; i < bytes * 8; ++i)

@@ -12,7 +12,7 @@
 
 namespace {
 
-std::vector<uint8_t> expanded(const std::vector<unsigned short>& runs, unsigned width) {
+std::vector<uint8_t> Expanded(const std::vector<unsigned short>& runs, unsigned width) {
     std::vector<uint8_t> packed((width + 7) / 8);
     size_t x = 0;
     for (size_t i = 0; i < runs.size(); ++i)
@@ -37,7 +37,7 @@ TEST(ExpandRows, EveryDensityAndLength) {
                     std::memcpy(row.data(), &count, sizeof count);
                     row.insert(row.end(), runs.begin(), runs.end());
 
-                    std::vector<uint8_t> expected = expanded(runs, width);
+                    std::vector<uint8_t> expected = Expanded(runs, width);
                     std::vector<uint8_t> packed(expected.size() + 8, 0xA5);
                     expected.resize(packed.size(), 0xA5);
                     ASSERT_EQ(K_ExpandRows(row.data(), packed.data(), width, 1), SUCCESS);

@@ -7,7 +7,7 @@
 
 namespace {
 
-std::string outputOf(const std::string& command) {
+std::string OutputOf(const std::string& command) {
     std::string output;
     FILE* pipe = popen(command.c_str(), "r");
     if (pipe == nullptr)
@@ -20,8 +20,8 @@ std::string outputOf(const std::string& command) {
 }
 
 // kind: an option of nm.
-std::set<std::string> dynamicSymbols(const std::string& kind) {
-    std::istringstream lines(outputOf("nm --dynamic --demangle " + kind + " " KFFAX_LIBRARY));
+std::set<std::string> DynamicSymbols(const std::string& kind) {
+    std::istringstream lines(OutputOf("nm --dynamic --demangle " + kind + " " KFFAX_LIBRARY));
     std::set<std::string> names;
     for (std::string line; std::getline(lines, line);)
         names.insert(line.substr(19)); // behind an address and a type
@@ -40,11 +40,11 @@ TEST(Exports, ExactlyTheInterface) {
         "DecodeG4 DecodeG3 InfoDecodeG3 InitEncodeG34 QuitEncodeG34 EncodeG4 EncodeG3 ");
     for (std::string name; names >> name;)
         expected.insert(name);
-    EXPECT_EQ(dynamicSymbols("--defined-only"), expected);
+    EXPECT_EQ(DynamicSymbols("--defined-only"), expected);
 }
 
 TEST(Exports, UndefinedAreKernelAndRuntime) {
-    const std::set<std::string> undefined = dynamicSymbols("--undefined-only");
+    const std::set<std::string> undefined = DynamicSymbols("--undefined-only");
     if (undefined.count("__asan_init") != 0)
         GTEST_SKIP() << "a sanitizer's library";
     for (const std::string& name : undefined) {
@@ -60,8 +60,8 @@ TEST(Exports, UndefinedAreKernelAndRuntime) {
 // A program with functions of the same names does not take the filter's own calls over; one with the kernel's
 // does, as these tests rely on.
 TEST(Exports, OnlyTheKernelIsLookedUp) {
-    const std::set<std::string> exported = dynamicSymbols("--defined-only");
-    std::istringstream relocations(outputOf("readelf -r -W --demangle " KFFAX_LIBRARY));
+    const std::set<std::string> exported = DynamicSymbols("--defined-only");
+    std::istringstream relocations(OutputOf("readelf -r -W --demangle " KFFAX_LIBRARY));
     for (std::string line; std::getline(relocations, line);)
         for (const std::string& name : exported)
             EXPECT_EQ(line.find(' ' + name + " +"), std::string::npos) << line;
@@ -69,7 +69,7 @@ TEST(Exports, OnlyTheKernelIsLookedUp) {
 }
 
 TEST(Exports, NameAndKernelDependency) {
-    const std::string dynamic = outputOf("readelf -d -W " KFFAX_LIBRARY);
+    const std::string dynamic = OutputOf("readelf -d -W " KFFAX_LIBRARY);
     EXPECT_NE(dynamic.find("Library soname: [libkffax.so.19]"), std::string::npos) << dynamic;
     EXPECT_NE(dynamic.find("Shared library: [libktkrn.so.19]"), std::string::npos) << dynamic;
 }

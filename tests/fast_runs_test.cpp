@@ -39,7 +39,7 @@ struct Outcome {
     bool operator==(const Outcome&) const = default;
 };
 
-Outcome read(bool (*reader)(g3::Line&, g3::Edge), Stream& stream, int format) {
+Outcome Read(bool (*reader)(g3::Line&, g3::Edge), Stream& stream, int format) {
     std::vector<uint32_t> coding(stream.bytes.size() * 8);
     CCITTG34 record{};
     record.Format = static_cast<uint32_t>(format);
@@ -75,7 +75,7 @@ TEST(FastRuns, BothFormsReadEveryLengthAndStopAtTheSameBit) {
                 expected.changes.push_back(expected.remaining);
         }
         expected.position = static_cast<int64_t>(stream.bits);
-        const Outcome clean = read(g3::ReadRunsBaseline, stream, FORMAT_FAX_G3_1D);
+        const Outcome clean = Read(g3::ReadRunsBaseline, stream, FORMAT_FAX_G3_1D);
         ASSERT_EQ(clean.complete, expected.remaining == 0) << "round " << round;
         if (clean.complete) {
             ASSERT_EQ(clean, expected) << "round " << round;
@@ -84,7 +84,7 @@ TEST(FastRuns, BothFormsReadEveryLengthAndStopAtTheSameBit) {
         for (auto damage = random() % 3; damage != 0; --damage)
             stream.bytes[random() % (stream.bits / 8)] ^= static_cast<uint8_t>(random());
         for (const int format : {FORMAT_FAX_G3_1D, FORMAT_FAX_G3_1D_NOEOL})
-            ASSERT_EQ(read(g3::ReadRunsBaseline, stream, format), read(g3::ReadRunsAvx2, stream, format))
+            ASSERT_EQ(Read(g3::ReadRunsBaseline, stream, format), Read(g3::ReadRunsAvx2, stream, format))
                 << "round " << round;
     }
 }

@@ -10,18 +10,18 @@
 
 namespace {
 
-constexpr int ANY = 4711;
+constexpr int kAny = 4711;
 
 // The status by the call that went wrong: with its arguments, or by its name. Others do not fail anything.
 using Statuses = std::map<std::string, int>;
-const Statuses STATUSES = {{"Open", ERROR_FILE_OPEN},     {"Alloc", ERROR_NO_MEMORY},
-                           {"Rows", CALLBACK_FAILED},     {"Start", CALLBACK_STOPS},
-                           {"GetRow", CALLBACK_STOPS},    {"Row", CALLBACK_STOPS},
-                           {"Write", ERROR_FILE_WRITE},   {"AllocateBitmap", ERROR_NO_MEMORY},
-                           {"IntReleaseBitmap", FAILURE}, {"StartRedirect", FAILURE},
-                           {"ExpandRows", FAILURE},       {"CompressRow", FAILURE},
-                           {"Read 20", ERROR_FILE_READ},  {"Read 1", ERROR_FILE_READ},
-                           {"Read 8", ERROR_FILE_READ},   {"Read 13", ERROR_FILE_READ}};
+const Statuses kStatuses = {{"Open", ERROR_FILE_OPEN},     {"Alloc", ERROR_NO_MEMORY},
+                            {"Rows", kCallbackFailed},     {"Start", kCallbackStops},
+                            {"GetRow", kCallbackStops},    {"Row", kCallbackStops},
+                            {"Write", ERROR_FILE_WRITE},   {"AllocateBitmap", ERROR_NO_MEMORY},
+                            {"IntReleaseBitmap", FAILURE}, {"StartRedirect", FAILURE},
+                            {"ExpandRows", FAILURE},       {"CompressRow", FAILURE},
+                            {"Read 20", ERROR_FILE_READ},  {"Read 1", ERROR_FILE_READ},
+                            {"Read 8", ERROR_FILE_READ},   {"Read 13", ERROR_FILE_READ}};
 
 // An operation in which a call goes wrong.
 struct Play {
@@ -32,7 +32,7 @@ struct Play {
         } catch (const KernelFault&) {
             thrown = true;
         }
-        call = testKernel().faulted;
+        call = KernelInUse().faulted;
         name = call.substr(0, call.find(' '));
     }
     int status = 0;
@@ -48,12 +48,12 @@ struct Scenario {
     Statuses statuses = {};
 };
 
-const Bits G3 = repeated(EOL + "1" + line1D({100, 100, 1528}) + EOL + "0" + repeated(V0, 3), 130);
-const Bits G4 = repeated(horizontal(100, 100) + V0 + VL1 + VR1 + V0, 300);
+const Bits kG3 = Repeated(kEol + "1" + Line1D({100, 100, 1528}) + kEol + "0" + Repeated(kV0, 3), 130);
+const Bits kG4 = Repeated(Horizontal(100, 100) + kV0 + kVL1 + kVR1 + kV0, 300);
 
-void playLoad(Play& play, int format, const Bytes& stream, unsigned flags, bool batches, bool byFile,
+void PlayLoad(Play& play, int format, const Bytes& stream, unsigned flags, bool batches, bool byFile,
               int height) {
-    testKernel().files["page"] = stream;
+    KernelInUse().files["page"] = stream;
     LoadRun load(stream, format, 1728, height);
     load.dispatch->Flags = batches ? LOADDISPATCH_BATCHES : 0;
     load.dispatch->FileName = "page";
@@ -67,15 +67,15 @@ void playLoad(Play& play, int format, const Bytes& stream, unsigned flags, bool 
     EXPECT_TRUE(!whole || load.rows.size() == static_cast<size_t>(height));
 }
 
-void playHeaderLoad(Play& play) {
-    Bytes file = packed(G4);
+void PlayHeaderLoad(Play& play) {
+    Bytes file = Packed(kG4);
     file.insert(file.begin(), 512, uint8_t{1});
-    playLoad(play, FORMAT_FAX_G4_HEADER, file, 1, true, true, 20);
+    PlayLoad(play, FORMAT_FAX_G4_HEADER, file, 1, true, true, 20);
 }
 
-void playProbe(Play& play, bool byFile) {
-    LoadRun load(packed(G3), -1, 1728, -1);
-    testKernel().files["page"] = load.file.bytes;
+void PlayProbe(Play& play, bool byFile) {
+    LoadRun load(Packed(kG3), -1, 1728, -1);
+    KernelInUse().files["page"] = load.file.bytes;
     load.fileInfo->Flags = FILEINFO_PROBE_RAW;
     _INFODISPATCH info = {};
     info.FileName = "page";
@@ -87,24 +87,24 @@ void playProbe(Play& play, bool byFile) {
     });
 }
 
-extern "C" int countRows(_FILEINFOA*, _BITMAPHANDLE*, unsigned short*, unsigned, int, int rowCount, void*) {
-    return enterCall("Rows " + std::to_string(rowCount)) ? CALLBACK_FAILED : SUCCESS;
+extern "C" int CountRows(_FILEINFOA*, _BITMAPHANDLE*, unsigned short*, unsigned, int, int rowCount, void*) {
+    return EnterCall("Rows " + std::to_string(rowCount)) ? kCallbackFailed : SUCCESS;
 }
 
-void playTiledLoad(Play& play, unsigned tileWidth) {
-    TiledLoad load(pictureOf(100, 20), 100, tileWidth, 16);
+void PlayTiledLoad(Play& play, unsigned tileWidth) {
+    TiledLoad load(PictureOf(100, 20), 100, tileWidth, 16);
     load.makeRaw(load.grid.across - 1);
-    load.callback = countRows; // the rows may be anything now
+    load.callback = CountRows; // the rows may be anything now
     play.run([&] { return load.load(); });
-    const bool allocated = !callsNamed("AllocateBitmap").empty() && play.name != "AllocateBitmap";
-    if (testKernel().fault != Fault::Throw || play.name != "IntReleaseBitmap") {
-        EXPECT_EQ(callsNamed("FreeBitmap").size(), allocated ? 1u : 0u);
+    const bool allocated = !CallsNamed("AllocateBitmap").empty() && play.name != "AllocateBitmap";
+    if (KernelInUse().fault != Fault::Throw || play.name != "IntReleaseBitmap") {
+        EXPECT_EQ(CallsNamed("FreeBitmap").size(), allocated ? 1u : 0u);
     }
 }
 
-void playBuffer(Play& play, bool saving) {
-    static const Bytes stream = codedPicture(pictureOf(100, 5, NOISE), 100, 66);
-    Bytes input = saving ? joined(pictureOf(100, 5, NOISE)) : stream;
+void PlayBuffer(Play& play, bool saving) {
+    static const Bytes stream = CodedPicture(PictureOf(100, 5, NOISE), 100, 66);
+    Bytes input = saving ? Joined(PictureOf(100, 5, NOISE)) : stream;
     Bytes output(1000);
     unsigned long long size = output.size();
     _BITMAPINFOHEADER info = {};
@@ -116,29 +116,29 @@ void playBuffer(Play& play, bool saving) {
                       : fltLoadBuffer(input.data(), input.size(), output.data(), 66, 100, 5, 0, 0,
                                       LOADINFO_MIRROR);
     });
-    const bool failed = play.name == "StartRedirect" || callsNamed("StartRedirect").empty();
-    EXPECT_TRUE(play.thrown || failed || testKernel().trace.back() == "StopRedirect");
+    const bool failed = play.name == "StartRedirect" || CallsNamed("StartRedirect").empty();
+    EXPECT_TRUE(play.thrown || failed || KernelInUse().trace.back() == "StopRedirect");
     EXPECT_TRUE(play.name != "Alloc" || size == output.size());
 }
 
 template <typename Operation>
-void playSave(Play& play, SaveRun& save, Operation operation) {
+void PlaySave(Play& play, SaveRun& save, Operation operation) {
     play.run(operation);
     EXPECT_EQ(save.starts, play.name == "Open" ? 0 : 1);
     EXPECT_EQ(save.ends, save.starts);
 }
 
 // Rows of 33 KB: a flush every five of them.
-void playRawSave(Play& play, unsigned format) {
-    static const Picture picture = pictureOf(60000, 12, ALTERNATING);
+void PlayRawSave(Play& play, unsigned format) {
+    static const Picture picture = PictureOf(60000, 12, ALTERNATING);
     SaveRun save(picture, 60000, static_cast<int>(format));
-    save.rowCallback = traceRow;
+    save.rowCallback = TraceRow;
     errno = format == 66 ? 0 : ENOMEM;
-    playSave(play, save, [&] { return save.run(); });
+    PlaySave(play, save, [&] { return save.run(); });
     errno = 0;
     if (play.thrown)
         return;
-    EXPECT_EQ(testKernel().trace.back(), "End");
+    EXPECT_EQ(KernelInUse().trace.back(), "End");
     if (play.name == "Start" || play.name == "Alloc") {
         EXPECT_TRUE(save.file.bytes.empty());
         EXPECT_EQ(save.size, 0xABCDu);
@@ -146,32 +146,32 @@ void playRawSave(Play& play, unsigned format) {
     }
     // The stream of the rows that came through, trailer and all, without what a bad write dropped.
     const Picture done(picture.begin(), picture.begin() + save.rowCalls - (play.name == "Row"));
-    const Bytes stream = codedPicture(done, 60000, format);
+    const Bytes stream = CodedPicture(done, 60000, format);
     EXPECT_EQ(save.size, stream.size());
     EXPECT_TRUE(play.name == "Write" || save.file.bytes == stream);
 }
 
-void playFileSave(Play& play) {
-    SaveRun save(pictureOf(100, 2), 100, 67);
-    testKernel().files["page"] = {};
+void PlayFileSave(Play& play) {
+    SaveRun save(PictureOf(100, 2), 100, 67);
+    KernelInUse().files["page"] = {};
     save.dispatch->FileName = "page";
     errno = 0;
-    playSave(play, save, [&] { return fltSave(save.dispatch.get()); });
+    PlaySave(play, save, [&] { return fltSave(save.dispatch.get()); });
 }
 
-void playTiledSave(Play& play, bool ownCounts) {
+void PlayTiledSave(Play& play, bool ownCounts) {
     Grid grid(100, 20, 64, 16);
     if (ownCounts)
         grid.info.TileByteCounts = nullptr;
-    SaveRun save(pictureOf(100, 20, NOISE), 100, 66);
-    playSave(play, save,
+    SaveRun save(PictureOf(100, 20, NOISE), 100, 66);
+    PlaySave(play, save,
              [&] { return save.runTiled(&grid.info, ownCounts ? nullptr : grid.uncompressed.data()); });
     EXPECT_EQ(grid.info.TileByteCounts, ownCounts ? nullptr : grid.counts.data());
 }
 
 // The codec's own functions, as a container filter calls them; a throw leaves the release to do.
 template <typename Release, typename Operation>
-void playCodec(Play& play, Release release, Operation operation) {
+void PlayCodec(Play& play, Release release, Operation operation) {
     play.run([&] {
         try {
             const int status = operation();
@@ -189,12 +189,12 @@ void playCodec(Play& play, Release release, Operation operation) {
     }
 }
 
-void playDecoder(Play& play, unsigned format, bool probe) {
+void PlayDecoder(Play& play, unsigned format, bool probe) {
     CCITTG34 codec = {};
-    MemoryFile file(packed(format == 68 ? repeated(G4, 20) : G3));
-    std::vector<unsigned short> rows(ROW_AREA_WORDS);
+    MemoryFile file(Packed(format == 68 ? Repeated(kG4, 20) : kG3));
+    std::vector<unsigned short> rows(kRowAreaWords);
     const auto decode = format == 68 ? DecodeG4 : DecodeG3;
-    playCodec(
+    PlayCodec(
         play, [&] { QuitDecodeG34(&codec, 1); },
         [&] {
             const int status =
@@ -207,12 +207,12 @@ void playDecoder(Play& play, unsigned format, bool probe) {
         });
 }
 
-void playEncoder(Play& play, unsigned format) {
-    static const Picture picture = pictureOf(60000, 6, ALTERNATING);
+void PlayEncoder(Play& play, unsigned format) {
+    static const Picture picture = PictureOf(60000, 6, ALTERNATING);
     CCITTG34 codec = {};
     MemoryFile file({});
     int failed = 0;
-    playCodec(
+    PlayCodec(
         play, [&] { QuitEncodeG34(&codec); },
         [&] {
             failed = InitEncodeG34(nullptr, &codec, format, 60000, 0, file.handle());
@@ -225,15 +225,15 @@ void playEncoder(Play& play, unsigned format) {
     EXPECT_TRUE(play.thrown || (codec.WriteStatus != 0) == (play.name == "Write"));
 }
 
-void playOneTile(Play& play) {
-    SaveRun save(pictureOf(100, 16), 100, 68);
+void PlayOneTile(Play& play) {
+    SaveRun save(PictureOf(100, 16), 100, 68);
     Grid grid(100, 16, 104, 16);
     CCITTG34 codec = {};
     Bytes row(16);
     unsigned size = 0;
     save.tiled = true;
     save.dispatch->CallbackParam = 78;
-    playCodec(
+    PlayCodec(
         play, [&] { QuitEncodeG34(&codec); },
         [&] {
             return SaveFaxTile(save.dispatch.get(), save.file.handle(), &codec, 68, &grid.info, 0, 0, 0, 13,
@@ -241,12 +241,12 @@ void playOneTile(Play& play) {
         });
 }
 
-void playPalette(Play& play) {
+void PlayPalette(Play& play) {
     LoadRun load({}, 68, 1, 1);
     play.run([&] { return SetBitmapPalette(load.dispatch.get(), &load.info(), &load.bitmap); });
 }
 
-void playRedirection(Play& play, bool ownBuffer) {
+void PlayRedirection(Play& play, bool ownBuffer) {
     void* redirect = nullptr;
     tagHANDLE* handle = nullptr;
     Bytes bytes(10);
@@ -258,68 +258,72 @@ void playRedirection(Play& play, bool ownBuffer) {
     });
 }
 
-const Statuses PROBE = {{"Read", ANY}, {"Seek", ANY}}; // it may find another stream
-const Statuses TILES = {{"IntAccessBitmap", FAILURE}};
-const Statuses NO_STATUS = {{"Alloc", SUCCESS}, {"Write", SUCCESS}}; // the record tells
+const Statuses kProbe = {{"Read", kAny}, {"Seek", kAny}}; // it may find another stream
+const Statuses kTiles = {{"IntAccessBitmap", FAILURE}};
+const Statuses kNoStatus = {{"Alloc", SUCCESS}, {"Write", SUCCESS}}; // the record tells
 
-constexpr size_t DECODER = 2 * 1000000 + 200000; // two change lists, input
-constexpr size_t RAW_LOAD = DECODER + 502000 + 500000;
-constexpr size_t MIRRORED = 168000; // what a mirror buffer has more
-constexpr size_t ENCODER = 2 * 1000000 + 200000;
-constexpr size_t TILE_ROW = 16;
+constexpr size_t kDecoder = 2 * 1000000 + 200000; // two change lists, input
+constexpr size_t kRawLoad = kDecoder + 502000 + 500000;
+constexpr size_t kMirrored = 168000; // what a mirror buffer has more
+constexpr size_t kEncoder = 2 * 1000000 + 200000;
+constexpr size_t kTileRow = 16;
 
-const Scenario scenarios[] = {
-    {"G4_in_batches", [](Play& p) { playLoad(p, 68, packed(repeated(G4, 20)), 1, true, false, 250); },
-     "Alloc 250000 2", RAW_LOAD},
-    {"G4_mirrored", [](Play& p) { playLoad(p, 68, packed(G4), LOADINFO_MIRROR, false, false, 250); },
-     "Alloc 334000 2", RAW_LOAD + MIRRORED},
+const Scenario kScenarios[] = {
+    {"G4_in_batches", [](Play& p) { PlayLoad(p, 68, Packed(Repeated(kG4, 20)), 1, true, false, 250); },
+     "Alloc 250000 2", kRawLoad},
+    {"G4_mirrored", [](Play& p) { PlayLoad(p, 68, Packed(kG4), LOADINFO_MIRROR, false, false, 250); },
+     "Alloc 334000 2", kRawLoad + kMirrored},
     {"G3_by_file",
-     [](Play& p) { playLoad(p, 67, packed(G3, true), LOADINFO_REVERSED_BITS, true, true, 250); },
-     "Alloc 250000 2", RAW_LOAD},
-    {"truncated_G3_by_file", [](Play& p) { playLoad(p, 66, packed(G3), 1, false, true, 1000); },
-     "Alloc 250000 2", RAW_LOAD},
-    {"header_by_file", playHeaderLoad, "Alloc 250000 2", RAW_LOAD},
-    {"probe", [](Play& p) { playProbe(p, false); }, "Alloc 250000 2", RAW_LOAD, PROBE},
-    {"probe_by_file", [](Play& p) { playProbe(p, true); }, "Alloc 250000 2", RAW_LOAD, PROBE},
-    {"tiled_load", [](Play& p) { playTiledLoad(p, 64); }, "Alloc 250000 2", DECODER + 500000 + TILE_ROW,
-     TILES},
-    {"strip_load", [](Play& p) { playTiledLoad(p, 100); }, "Alloc 250000 2", DECODER + 500000 + TILE_ROW,
-     TILES},
-    {"buffer_load", [](Play& p) { playBuffer(p, false); }, "StartRedirect", DECODER + 1000000 + MIRRORED},
-    {"buffer_save", [](Play& p) { playBuffer(p, true); }, nullptr, ENCODER, {{"Write", SUCCESS}}},
-    {"G3_save", [](Play& p) { playRawSave(p, 66); }, nullptr, ENCODER},
-    {"all_2D_save", [](Play& p) { playRawSave(p, 117); }, nullptr, ENCODER, {{"Write", ERROR_NO_MEMORY}}},
-    {"save_by_file", playFileSave, nullptr, ENCODER, {{"Open", ERROR_FILE_CREATE}}},
-    {"tiled_save", [](Play& p) { playTiledSave(p, false); }, nullptr, ENCODER + TILE_ROW, {{"Write 0", ANY}}},
-    {"tiled_save_with_own_counts", [](Play& p) { playTiledSave(p, true); }, nullptr, ENCODER + 2 * TILE_ROW},
-    {"one_tile", playOneTile, nullptr, ENCODER},
-    {"G4_decoder", [](Play& p) { playDecoder(p, 68, false); }, nullptr, DECODER},
-    {"G3_decoder", [](Play& p) { playDecoder(p, 67, false); }, nullptr, DECODER},
-    {"stream_probe", [](Play& p) { playDecoder(p, 66, true); }, nullptr, DECODER},
-    {"G4_encoder", [](Play& p) { playEncoder(p, 68); }, nullptr, ENCODER, NO_STATUS},
-    {"G3_encoder", [](Play& p) { playEncoder(p, 66); }, nullptr, ENCODER, NO_STATUS},
-    {"palette", playPalette, nullptr, 0, {{"Palette", FAILURE}}},
-    {"redirection", [](Play& p) { playRedirection(p, false); }, nullptr, 0},
-    {"redirection_to_own_buffer", [](Play& p) { playRedirection(p, true); }, nullptr, 0}};
+     [](Play& p) { PlayLoad(p, 67, Packed(kG3, true), LOADINFO_REVERSED_BITS, true, true, 250); },
+     "Alloc 250000 2", kRawLoad},
+    {"truncated_G3_by_file", [](Play& p) { PlayLoad(p, 66, Packed(kG3), 1, false, true, 1000); },
+     "Alloc 250000 2", kRawLoad},
+    {"header_by_file", PlayHeaderLoad, "Alloc 250000 2", kRawLoad},
+    {"probe", [](Play& p) { PlayProbe(p, false); }, "Alloc 250000 2", kRawLoad, kProbe},
+    {"probe_by_file", [](Play& p) { PlayProbe(p, true); }, "Alloc 250000 2", kRawLoad, kProbe},
+    {"tiled_load", [](Play& p) { PlayTiledLoad(p, 64); }, "Alloc 250000 2", kDecoder + 500000 + kTileRow,
+     kTiles},
+    {"strip_load", [](Play& p) { PlayTiledLoad(p, 100); }, "Alloc 250000 2", kDecoder + 500000 + kTileRow,
+     kTiles},
+    {"buffer_load", [](Play& p) { PlayBuffer(p, false); }, "StartRedirect", kDecoder + 1000000 + kMirrored},
+    {"buffer_save", [](Play& p) { PlayBuffer(p, true); }, nullptr, kEncoder, {{"Write", SUCCESS}}},
+    {"G3_save", [](Play& p) { PlayRawSave(p, 66); }, nullptr, kEncoder},
+    {"all_2D_save", [](Play& p) { PlayRawSave(p, 117); }, nullptr, kEncoder, {{"Write", ERROR_NO_MEMORY}}},
+    {"save_by_file", PlayFileSave, nullptr, kEncoder, {{"Open", ERROR_FILE_CREATE}}},
+    {"tiled_save",
+     [](Play& p) { PlayTiledSave(p, false); },
+     nullptr,
+     kEncoder + kTileRow,
+     {{"Write 0", kAny}}},
+    {"tiled_save_with_own_counts", [](Play& p) { PlayTiledSave(p, true); }, nullptr, kEncoder + 2 * kTileRow},
+    {"one_tile", PlayOneTile, nullptr, kEncoder},
+    {"G4_decoder", [](Play& p) { PlayDecoder(p, 68, false); }, nullptr, kDecoder},
+    {"G3_decoder", [](Play& p) { PlayDecoder(p, 67, false); }, nullptr, kDecoder},
+    {"stream_probe", [](Play& p) { PlayDecoder(p, 66, true); }, nullptr, kDecoder},
+    {"G4_encoder", [](Play& p) { PlayEncoder(p, 68); }, nullptr, kEncoder, kNoStatus},
+    {"G3_encoder", [](Play& p) { PlayEncoder(p, 66); }, nullptr, kEncoder, kNoStatus},
+    {"palette", PlayPalette, nullptr, 0, {{"Palette", FAILURE}}},
+    {"redirection", [](Play& p) { PlayRedirection(p, false); }, nullptr, 0},
+    {"redirection_to_own_buffer", [](Play& p) { PlayRedirection(p, true); }, nullptr, 0}};
 
-int expectedStatus(const Scenario& scenario, const Play& play) {
+int ExpectedStatus(const Scenario& scenario, const Play& play) {
     for (const std::string& key : {play.call, play.name})
-        for (const Statuses* statuses : {&scenario.statuses, &STATUSES})
+        for (const Statuses* statuses : {&scenario.statuses, &kStatuses})
             if (const auto found = statuses->find(key); found != statuses->end())
                 return found->second;
     return SUCCESS;
 }
 
 // What becomes of an exception: a status, or it leaves the operation.
-constexpr int LEAVES = 4712;
+constexpr int kLeaves = 4712;
 
-int expectedOfThrow(const Scenario& scenario, const Play& play) {
+int ExpectedOfThrow(const Scenario& scenario, const Play& play) {
     const std::string last = scenario.lastUnguarded == nullptr ? "-" : scenario.lastUnguarded;
-    if (callsNamed(last).empty() || play.call.rfind(last, 0) == 0 || play.name == "Close")
-        return LEAVES;
+    if (CallsNamed(last).empty() || play.call.rfind(last, 0) == 0 || play.name == "Close")
+        return kLeaves;
     // The tiled loader's clean-up comes behind its result.
     const bool cleanUp = play.name == "Free" || play.name == "IntReleaseBitmap" || play.name == "FreeBitmap";
-    return cleanUp && !callsNamed("InitBitmap").empty() ? SUCCESS : ERROR_EXCEPTION;
+    return cleanUp && !CallsNamed("InitBitmap").empty() ? SUCCESS : ERROR_EXCEPTION;
 }
 
 class Faults : public testing::TestWithParam<std::tuple<Scenario, Fault>> {};
@@ -327,66 +331,66 @@ class Faults : public testing::TestWithParam<std::tuple<Scenario, Fault>> {};
 TEST_P(Faults, AtEveryCall) {
     const auto& [scenario, fault] = GetParam();
     for (unsigned n = 1;; ++n) {
-        resetTestKernel();
-        testKernel().fault = fault;
-        testKernel().faultAt = n;
+        ResetTestKernel();
+        KernelInUse().fault = fault;
+        KernelInUse().faultAt = n;
         Play play;
         scenario.play(play);
         SCOPED_TRACE("call " + std::to_string(n) + ", " + play.call);
-        EXPECT_EQ(testKernel().badFrees + testKernel().badCloses, 0u);
+        EXPECT_EQ(KernelInUse().badFrees + KernelInUse().badCloses, 0u);
         if (play.call.empty()) {
-            EXPECT_TRUE(nothingHeld());
+            EXPECT_TRUE(NothingHeld());
             EXPECT_EQ(play.status, SUCCESS);
-            EXPECT_EQ(testKernel().mostHeld, scenario.mostHeld);
+            EXPECT_EQ(KernelInUse().mostHeld, scenario.mostHeld);
             return;
         }
         // A throw out of the codec's last releases ends the call at once: what it had not come to stays.
         const bool mayHold = scenario.lastUnguarded != nullptr && fault == Fault::Throw &&
                              (play.call == "Free 1000000" || play.call == "Free 200000");
-        EXPECT_TRUE(mayHold || nothingHeld());
+        EXPECT_TRUE(mayHold || NothingHeld());
         const int wanted =
-            fault == Fault::Throw ? expectedOfThrow(scenario, play) : expectedStatus(scenario, play);
-        EXPECT_EQ(play.thrown, fault == Fault::Throw && wanted == LEAVES);
-        EXPECT_TRUE(play.thrown || wanted == ANY || play.status == wanted) << play.status;
+            fault == Fault::Throw ? ExpectedOfThrow(scenario, play) : ExpectedStatus(scenario, play);
+        EXPECT_EQ(play.thrown, fault == Fault::Throw && wanted == kLeaves);
+        EXPECT_TRUE(play.thrown || wanted == kAny || play.status == wanted) << play.status;
     }
 }
 
-std::string caseName(const testing::TestParamInfo<Faults::ParamType>& tested) {
+std::string CaseName(const testing::TestParamInfo<Faults::ParamType>& tested) {
     const char* const faults[] = {"_fails", "_comes_short", "_throws"};
     return std::get<0>(tested.param).name + std::string(faults[static_cast<int>(std::get<1>(tested.param))]);
 }
 
 INSTANTIATE_TEST_SUITE_P(Operations, Faults,
-                         testing::Combine(testing::ValuesIn(scenarios),
+                         testing::Combine(testing::ValuesIn(kScenarios),
                                           testing::Values(Fault::Fail, Fault::Short, Fault::Throw)),
-                         caseName);
+                         CaseName);
 
 // A thread that ends inside a call is unwound: the process goes on, and the operation gives everything back.
 class EndOfThread : public testing::TestWithParam<Scenario> {};
 
 TEST_P(EndOfThread, AtEveryCall) {
     for (unsigned n = 1;; ++n) {
-        resetTestKernel();
-        testKernel().fault = Fault::EndThread;
-        testKernel().faultAt = n;
-        runOnThread([] {
+        ResetTestKernel();
+        KernelInUse().fault = Fault::EndThread;
+        KernelInUse().faultAt = n;
+        RunOnThread([] {
             Play play;
             GetParam().play(play);
         });
-        SCOPED_TRACE("call " + std::to_string(n) + ", " + testKernel().faulted);
-        EXPECT_TRUE(nothingHeld());
-        const auto calls = [](const char* name) { return callsNamed(name).size(); };
+        SCOPED_TRACE("call " + std::to_string(n) + ", " + KernelInUse().faulted);
+        EXPECT_TRUE(NothingHeld());
+        const auto calls = [](const char* name) { return CallsNamed(name).size(); };
         EXPECT_EQ(calls("Start") - calls("StartRedirect"), calls("End"));
         EXPECT_EQ(calls("FreeBitmap"),
-                  calls("AllocateBitmap") - (testKernel().faulted == "AllocateBitmap 513"));
-        const bool notStarted = testKernel().faulted.rfind("StartRedirect", 0) == 0;
+                  calls("AllocateBitmap") - (KernelInUse().faulted == "AllocateBitmap 513"));
+        const bool notStarted = KernelInUse().faulted.rfind("StartRedirect", 0) == 0;
         EXPECT_EQ(calls("StopRedirect"), notStarted ? 0 : calls("StartRedirect"));
-        if (testKernel().faulted.empty())
+        if (KernelInUse().faulted.empty())
             return;
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(Operations, EndOfThread, testing::ValuesIn(scenarios),
+INSTANTIATE_TEST_SUITE_P(Operations, EndOfThread, testing::ValuesIn(kScenarios),
                          [](const auto& tested) { return tested.param.name; });
 
 } // namespace

@@ -29,7 +29,7 @@ struct InfoRun {
 };
 
 // A header, then the stream at byte 512.
-Bytes headerFile(int width, int height, uint8_t coding, uint8_t bitOrder, const Bytes& stream) {
+Bytes HeaderFile(int width, int height, uint8_t coding, uint8_t bitOrder, const Bytes& stream) {
     Bytes bytes(512 + stream.size(), 0x77);
     Bytes header = {0xDC, 0xDC, 0, 0, 1, 2, 0, 0, 0, 0, 3, 4, coding, bitOrder, 5, 6, 98, 0, 204, 0};
     for (const size_t i : {0u, 1u}) {
@@ -41,11 +41,11 @@ Bytes headerFile(int width, int height, uint8_t coding, uint8_t bitOrder, const 
     return bytes;
 }
 
-const Bits PAGE = repeated(EOL + line1D({100, 100, 1528}), 120);
+const Bits kPage = Repeated(kEol + Line1D({100, 100, 1528}), 120);
 
 class Files : public KernelTest {
 protected:
-    std::map<std::string, Bytes>& files = testKernel().files;
+    std::map<std::string, Bytes>& files = KernelInUse().files;
 };
 
 TEST_F(Files, NullArguments) {
@@ -59,11 +59,11 @@ TEST_F(Files, NullArguments) {
     noFileInfo.dispatch->FileInfo = nullptr;
     EXPECT_EQ(fltLoad(noBitmap.dispatch.get()), ERROR_NULL_PTR);
     EXPECT_EQ(fltLoad(noFileInfo.dispatch.get()), ERROR_NULL_PTR);
-    EXPECT_TRUE(testKernel().trace.empty());
+    EXPECT_TRUE(KernelInUse().trace.empty());
 }
 
 TEST_F(Files, HeaderIsDescribed) {
-    files["page"] = headerFile(1725, 2200, 2, 1, {});
+    files["page"] = HeaderFile(1725, 2200, 2, 1, {});
     files["page"].resize(20);
     InfoRun info;
     EXPECT_EQ(info.run("page"), SUCCESS);
@@ -74,7 +74,7 @@ TEST_F(Files, HeaderIsDescribed) {
                                f.ImageSize, uint64_t(f.Orientation), f.Reserved572, uint64_t(f.XResolution),
                                uint64_t(f.YResolution), f.Flags}),
         (std::vector<uint64_t>{121, 1725, 2200, 1, 475200, 1, 0, 204, 98, 0xEE | FILEINFO_DESCRIBED}));
-    EXPECT_EQ(testKernel().trace, (Trace{"Open 0 256", "Read 20", "Close"}));
+    EXPECT_EQ(KernelInUse().trace, (Trace{"Open 0 256", "Read 20", "Close"}));
     // Only the fields that have names.
     const std::pair<size_t, size_t> written[] = {{4, 8}, {520, 532}, {540, 566}, {568, 576}, {584, 596}};
     for (const auto& [begin, end] : written)
@@ -84,25 +84,25 @@ TEST_F(Files, HeaderIsDescribed) {
 }
 
 TEST_F(Files, HeaderIsLoaded) {
-    const Bits g4 = repeated(horizontal(2, 3) + V0, 30), g3 = repeated(line1D({2, 3, 5}), 30);
+    const Bits g4 = Repeated(Horizontal(2, 3) + kV0, 30), g3 = Repeated(Line1D({2, 3, 5}), 30);
     for (const uint8_t coding : {uint8_t{0}, uint8_t{2}})
         for (const uint8_t order : {uint8_t{0}, uint8_t{1}}) {
-            files["page"] = headerFile(10, 30, coding, order, packed(coding == 2 ? g3 : g4, order == 0));
+            files["page"] = HeaderFile(10, 30, coding, order, Packed(coding == 2 ? g3 : g4, order == 0));
             InfoRun info;
             ASSERT_EQ(info.run("page"), SUCCESS);
             LoadRun load({}, -5, -5, -5);
             std::memcpy(load.fileInfo.get(), info.record, sizeof(_FILEINFOA));
             load.dispatch->FileName = "page";
-            testKernel().trace.clear();
+            KernelInUse().trace.clear();
             EXPECT_EQ(fltLoad(load.dispatch.get()), SUCCESS);
             EXPECT_EQ(load.rows, Rows(30, Row{2, 3, 5}));
             EXPECT_EQ(load.info().Format, coding == 2 ? 66 : 68);
             EXPECT_EQ(+load.info().Offset, 512);
             EXPECT_EQ(load.info().Flags, order == 0 ? 9u : 1u);
             EXPECT_EQ(load.bitmap.XResolution, 204);
-            EXPECT_EQ(Trace(testKernel().trace.begin(), testKernel().trace.begin() + 4),
+            EXPECT_EQ(Trace(KernelInUse().trace.begin(), KernelInUse().trace.begin() + 4),
                       (Trace{"Open 0 256", "Seek 12 0", "Read 1", "Read 1"}));
-            EXPECT_EQ(testKernel().trace.back(), "Close");
+            EXPECT_EQ(KernelInUse().trace.back(), "Close");
         }
     for (const size_t size : {12u, 13u}) {
         files["page"].resize(size);
@@ -116,7 +116,7 @@ TEST_F(Files, HeaderIsLoaded) {
 
 TEST_F(Files, RawStreamIsFoundAndLoaded) {
     for (const bool reversed : {false, true}) {
-        files["page"] = packed(PAGE, reversed);
+        files["page"] = Packed(kPage, reversed);
         LoadRun load({}, -1, -1, -1);
         load.dispatch->LoadInfoValid = 5;
         load.dispatch->FileName = "page";
@@ -136,7 +136,7 @@ TEST_F(Files, RawStreamIsFoundAndLoaded) {
 }
 
 TEST_F(Files, ProbingNeedsPermission) {
-    files["page"] = packed(PAGE);
+    files["page"] = Packed(kPage);
     LoadRun load({}, -1, -1, -1);
     InfoRun info;
     info.dispatch->LoadDispatch = load.dispatch.get();
@@ -146,10 +146,10 @@ TEST_F(Files, ProbingNeedsPermission) {
     EXPECT_TRUE(info.untouched());
     info.fileInfo().Flags |= FILEINFO_PROBE_RAW;
     info.dispatch->LoadDispatch = load.dispatch.get();
-    testKernel().trace.clear();
+    KernelInUse().trace.clear();
     EXPECT_EQ(info.run("page"), SUCCESS);
     EXPECT_EQ(load.dispatch->LoadInfoValid, 1);
-    EXPECT_EQ(testKernel().trace[2], "Seek -20 1");
+    EXPECT_EQ(KernelInUse().trace[2], "Seek -20 1");
 }
 
 // A description of the caller's own stands when no stream is found; only 66 to 68 are passed on.
@@ -200,12 +200,12 @@ TEST_F(Files, DescriptionWhenTheCloseThrows) {
     header[0] = header[1] = 0xDC;
     std::map<std::string, Bytes> both;
     both["header"] = header;
-    both["raw"] = packed(repeated(EOL + line1D({100, 100, 1528}), 120));
+    both["raw"] = Packed(Repeated(kEol + Line1D({100, 100, 1528}), 120));
     for (const char* name : {"header", "raw"}) {
         const bool raw = name == std::string("raw");
-        resetTestKernel();
-        testKernel().files = both;
-        testKernel().inside = [](const std::string& entry) {
+        ResetTestKernel();
+        KernelInUse().files = both;
+        KernelInUse().inside = [](const std::string& entry) {
             if (entry == "Close")
                 throw KernelFault();
         };
@@ -213,7 +213,7 @@ TEST_F(Files, DescriptionWhenTheCloseThrows) {
         info.fileInfo().Flags |= FILEINFO_PROBE_RAW;
         EXPECT_THROW(info.run(name), KernelFault);
         EXPECT_EQ(info.fileInfo().Format, raw ? static_cast<int>(0xEEEEEEEE) : FORMAT_FAX_G4_HEADER);
-        EXPECT_EQ(testKernel().badCloses, 0u);
+        EXPECT_EQ(KernelInUse().badCloses, 0u);
     }
 }
 

@@ -47,9 +47,9 @@ struct Encoder {
 TEST_F(Forms, OfTheRowScanListEveryChange) {
     for (const unsigned width : kWidths)
         for (int kind = 0; kind < PICTURE_KINDS; ++kind)
-            for (const Bytes& row : pictureOf(width, kRows, kind)) {
+            for (const Bytes& row : PictureOf(width, kRows, kind)) {
                 std::vector<uint32_t> expected;
-                for (const uint32_t column : changesOf(row, width))
+                for (const uint32_t column : ChangesOf(row, width))
                     expected.push_back(width - column);
                 expected.insert(expected.end(), 3, 0);
                 for (const auto list : {faxx::ListChangesBaseline, faxx::ListChangesAvx2}) {
@@ -86,7 +86,7 @@ TEST_F(Forms, OfTheRowScanFindALonePixel) {
 }
 
 template <const faxx::CodecFunctions& functions, faxx::LineEnd end>
-void modes(CCITTG34* record, const uint8_t* row) {
+void Modes(CCITTG34* record, const uint8_t* row) {
     functions.encodeModes(record, row, end);
 }
 
@@ -99,8 +99,8 @@ TEST_F(Forms, OfTheCodersWriteTheSameBits) {
         void (*baseline)(CCITTG34*, const uint8_t*);
         void (*avx2)(CCITTG34*, const uint8_t*);
     } coders[] = {
-        {FORMAT_FAX_G4, modes<kBaselineFunctions, LineEnd::None>, modes<kAvx2Functions, LineEnd::None>},
-        {FORMAT_FAX_G3_2D, modes<kBaselineFunctions, LineEnd::Eol>, modes<kAvx2Functions, LineEnd::Eol>},
+        {FORMAT_FAX_G4, Modes<kBaselineFunctions, LineEnd::None>, Modes<kAvx2Functions, LineEnd::None>},
+        {FORMAT_FAX_G3_2D, Modes<kBaselineFunctions, LineEnd::Eol>, Modes<kAvx2Functions, LineEnd::Eol>},
         {FORMAT_FAX_G3_1D, kBaselineFunctions.encodeRuns, kAvx2Functions.encodeRuns},
         {FORMAT_FAX_G3_1D_NOEOL, kBaselineFunctions.encodeRuns, kAvx2Functions.encodeRuns}};
     for (const auto& coder : coders)
@@ -108,7 +108,7 @@ TEST_F(Forms, OfTheCodersWriteTheSameBits) {
             for (int kind = 0; kind < PICTURE_KINDS; ++kind) {
                 Encoder baseline(coder.format, width);
                 Encoder avx2(coder.format, width);
-                for (const Bytes& row : pictureOf(width, kRows, kind)) {
+                for (const Bytes& row : PictureOf(width, kRows, kind)) {
                     coder.baseline(&baseline.record, row.data());
                     coder.avx2(&avx2.record, row.data());
                     ASSERT_EQ(baseline.coded(), avx2.coded()) << "width " << width << ", kind " << kind;
@@ -160,7 +160,7 @@ TEST_F(Forms, OfTheG4DecoderStopAtTheSameBit) {
     for (const unsigned width : kWidths)
         for (int kind = 0; kind < PICTURE_KINDS; ++kind) {
             Encoder encoder(FORMAT_FAX_G4, width);
-            for (const Bytes& row : pictureOf(width, kRows, kind)) {
+            for (const Bytes& row : PictureOf(width, kRows, kind)) {
                 faxx::EncodeModesAvx2(&encoder.record, row.data(), faxx::LineEnd::None);
             }
             Bytes stream = encoder.coded();

@@ -15,7 +15,7 @@ constexpr size_t kFirstB1 = 10;
 
 // Change lists about entry 10: dots of one pixel 20 pixels apart that begin or end there, or changes at every
 // 20th pixel, or every pixel.
-std::vector<uint32_t> listOf(Spacing spacing) {
+std::vector<uint32_t> ListOf(Spacing spacing) {
     std::vector<uint32_t> list;
     for (uint32_t i = 0; i < 30; ++i) {
         const uint32_t pair = i + (spacing == Spacing::DotBefore ? 1 : 0);
@@ -26,12 +26,12 @@ std::vector<uint32_t> listOf(Spacing spacing) {
     return list;
 }
 
-Spacing spacingAt(const std::vector<uint32_t>& list, size_t b1) {
+Spacing SpacingAt(const std::vector<uint32_t>& list, size_t b1) {
     return static_cast<Spacing>((list[b1] - list[b1 + 1] == 1) + 2 * (list[b1 - 1] - list[b1] == 1));
 }
 
 // The next b1 after a vertical code, the nearest of its colour right of a1 (T.6 § 2.2.1).
-size_t soughtB1(const std::vector<uint32_t>& list, size_t b1, uint32_t a1) {
+size_t SoughtB1(const std::vector<uint32_t>& list, size_t b1, uint32_t a1) {
     size_t next = (b1 + 1) % 2;
     while (list[next] >= a1)
         next += 2;
@@ -41,7 +41,7 @@ size_t soughtB1(const std::vector<uint32_t>& list, size_t b1, uint32_t a1) {
 class Groups : public testing::TestWithParam<Spacing> {};
 
 TEST_P(Groups, TakeTheCourseThatTheirCodesTake) {
-    const std::vector<uint32_t> list = listOf(GetParam());
+    const std::vector<uint32_t> list = ListOf(GetParam());
     unsigned followed = 0;
     for (unsigned index = 0; index < 1u << kGroupIndexBits; ++index) {
         const CodeGroup& group = GroupsFor(GetParam())[index];
@@ -71,7 +71,7 @@ TEST_P(Groups, TakeTheCourseThatTheirCodesTake) {
                 ordinary = false;
                 break;
             }
-            b1 = pass ? b1 + 2 : soughtB1(list, b1, change);
+            b1 = pass ? b1 + 2 : SoughtB1(list, b1, change);
             ASSERT_EQ(window + plan.change[lane], from) << index << " lane " << lane;
             ASSERT_EQ(window + plan.nextB1[lane], b1) << index << " lane " << lane;
             ASSERT_GE(list[window + plan.previousB1[lane]], change) << index << " lane " << lane;
@@ -87,7 +87,7 @@ TEST_P(Groups, TakeTheCourseThatTheirCodesTake) {
         ASSERT_EQ(plan.written, static_cast<int64_t>(written.size() * 4)) << index;
         ASSERT_TRUE(std::equal(written.begin(), written.end(), plan.order)) << index;
         ASSERT_EQ(kFirstB1 + static_cast<size_t>(plan.move / 4), b1) << index;
-        ASSERT_EQ(group.after, spacingAt(list, b1)) << index;
+        ASSERT_EQ(group.after, SpacingAt(list, b1)) << index;
         for (; lane < kGroupLanes; ++lane) {
             ASSERT_EQ(plan.change[lane], plan.change[lane - 1]);
             ASSERT_EQ(group.offsets >> 4 * lane & 0xF, group.offsets >> 4 * (lane - 1) & 0xF);

@@ -11,28 +11,28 @@ TEST_F(DecoderInput, SetUpTakesAndReturnsThreeBuffers) {
     CCITTG34 record = {};
     MemoryFile file({0xAB, 0xCD, 0xEF});
     EXPECT_EQ(InitDecodeG34(nullptr, &record, 68, 250001, 0, file.handle(), 0, 0), ERROR_WIDTH_LIMIT);
-    EXPECT_TRUE(testKernel().trace.empty());
+    EXPECT_TRUE(KernelInUse().trace.empty());
     EXPECT_EQ(InitDecodeG34(nullptr, &record, 68, 250000, 4, file.handle(), 0, 0), SUCCESS);
-    EXPECT_EQ(testKernel().trace,
+    EXPECT_EQ(KernelInUse().trace,
               (Trace{"Alloc 250000 4", "Alloc 250000 4", "Alloc 200000 1", "Read 200000"}));
     EXPECT_EQ(record.BitAccumulator, 0xABCDEF00u);
     EXPECT_EQ(record.Flags, 4u);
     QuitDecodeG34(&record, 1);
     QuitDecodeG34(&record, 1);
-    EXPECT_EQ(testKernel().trace.size(), 7u);
-    EXPECT_TRUE(nothingHeld());
+    EXPECT_EQ(KernelInUse().trace.size(), 7u);
+    EXPECT_TRUE(NothingHeld());
 }
 
 TEST_F(DecoderInput, SetUpAgainAfterAFailedOne) {
     for (const unsigned failing : {2u, 3u}) {
-        resetTestKernel();
+        ResetTestKernel();
         CCITTG34 record = {};
         MemoryFile file({0xAB});
-        testKernel().faultAt = failing;
+        KernelInUse().faultAt = failing;
         EXPECT_EQ(InitDecodeG34(nullptr, &record, 68, 10, 0, file.handle(), 0, 0), ERROR_NO_MEMORY);
         EXPECT_EQ(InitDecodeG34(nullptr, &record, 68, 10, 0, file.handle(), 0, 0), SUCCESS);
-        EXPECT_EQ(callsNamed("Free").size(), failing - 1);
-        EXPECT_EQ(testKernel().held, 2200000u);
+        EXPECT_EQ(CallsNamed("Free").size(), failing - 1);
+        EXPECT_EQ(KernelInUse().held, 2200000u);
         QuitDecodeG34(&record, 1);
     }
 }
@@ -56,12 +56,13 @@ TEST_F(DecoderInput, FieldsAfterSetUp) {
 TEST_F(DecoderInput, ReadsAskForTheRoom) {
     const auto reads = [](const CodecSetup& setup, size_t size) {
         CodecRun run(Bytes(size, 0xFF), setup);
-        const size_t setUp = testKernel().trace.size();
+        const size_t setUp = KernelInUse().trace.size();
         while (run.record.DecodeStatus == 0)
             run.decode(80000);
         EXPECT_GE(run.record.BitCount, 1);
-        Trace trace(testKernel().trace.begin() + static_cast<ptrdiff_t>(setUp) - 1, testKernel().trace.end());
-        testKernel().trace.clear();
+        Trace trace(KernelInUse().trace.begin() + static_cast<ptrdiff_t>(setUp) - 1,
+                    KernelInUse().trace.end());
+        KernelInUse().trace.clear();
         return trace;
     };
     EXPECT_EQ(reads({.smallBuffer = 1}, 5000),
@@ -74,21 +75,21 @@ TEST_F(DecoderInput, ReadsAskForTheRoom) {
 }
 
 TEST(CodeTables, EveryCodeAsALine) {
-    resetTestKernel();
+    ResetTestKernel();
     CodecRun run(Bytes(), {});
     for (const bool black : {false, true}) {
         uint64_t covered = 0;
-        for (const RunCode& code : runCodes(black)) {
+        for (const RunCode& code : RunCodes(black)) {
             covered += 8192u >> code.bits.size();
-            const Bits rest = code.run >= 64 ? runBits(black, 0) : "";
-            const Bits bits = (black ? runBits(false, 7) : "") + code.bits + rest;
+            const Bits rest = code.run >= 64 ? RunBits(black, 0) : "";
+            const Bits bits = (black ? RunBits(false, 7) : "") + code.bits + rest;
             const unsigned lead = black ? 7 : 0;
-            run.restart(packed(bits + EOL + EOL), {.format = 66, .width = lead + code.run + 5});
+            run.restart(Packed(bits + kEol + kEol), {.format = 66, .width = lead + code.run + 5});
             Row expected = black ? Row{7, code.run, 5} : Row{code.run, 5};
             EXPECT_EQ(run.decode(1), Rows{expected}) << code.run << (black ? " black" : " white");
         }
         EXPECT_EQ(covered, 8192u - 32); // all but the indices that begin with eight zeros
-        testKernel().trace.clear();
+        KernelInUse().trace.clear();
     }
 }
 

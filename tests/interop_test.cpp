@@ -4,11 +4,11 @@
 
 namespace {
 
-void expectRoundTrip(const Picture& picture, unsigned width, TiffCoding coding, bool reversed,
+void ExpectRoundTrip(const Picture& picture, unsigned width, TiffCoding coding, bool reversed,
                      size_t stripRows) {
-    resetTestKernel();
+    ResetTestKernel();
     Rows delivered;
-    for (const Bytes& strip : codedByLibtiff(picture, width, coding, reversed, stripRows)) {
+    for (const Bytes& strip : CodedByLibtiff(picture, width, coding, reversed, stripRows)) {
         const size_t rows = std::min(stripRows, picture.size() - delivered.size());
         LoadRun load(strip, static_cast<int>(coding.format), static_cast<int>(width), static_cast<int>(rows));
         load.info().Flags = reversed ? LOADINFO_REVERSED_BITS : 0;
@@ -17,7 +17,7 @@ void expectRoundTrip(const Picture& picture, unsigned width, TiffCoding coding, 
         EXPECT_EQ(load.dispatch->Status, 0);
         delivered.insert(delivered.end(), load.rows.begin(), load.rows.end());
     }
-    ASSERT_TRUE(linesOf(delivered) == linesOf(picture, width)) << "width " << width;
+    ASSERT_TRUE(LinesOf(delivered) == LinesOf(picture, width)) << "width " << width;
 }
 
 class Interoperability : public testing::TestWithParam<TiffCoding> {};
@@ -30,13 +30,13 @@ TEST_P(Interoperability, EveryKindOfPicture) {
     for (const unsigned width : widths)
         for (int kind = 0; kind < PICTURE_KINDS; ++kind) {
             const size_t rows = width <= 70 ? 23 : kind == PAGE ? 300 : 60;
-            expectRoundTrip(makePicture(random, kind, width, rows), width, GetParam(),
+            ExpectRoundTrip(MakePicture(random, kind, width, rows), width, GetParam(),
                             (width + unsigned(kind)) % 2 != 0, width <= 70 ? 10 : 210);
         }
 }
 
 INSTANTIATE_TEST_SUITE_P(Codings, Interoperability,
-                         testing::Values(TiffCoding{68}, TiffCoding{66}, TiffCoding{66, TIFF_FILL_BITS},
-                                         TiffCoding{67}, TiffCoding{67, TIFF_FILL_BITS}, TiffCoding{162}));
+                         testing::Values(TiffCoding{68}, TiffCoding{66}, TiffCoding{66, kTiffFillBits},
+                                         TiffCoding{67}, TiffCoding{67, kTiffFillBits}, TiffCoding{162}));
 
 } // namespace

@@ -4,22 +4,22 @@
 
 namespace {
 
-extern "C" int keepRows(_FILEINFOA* fileInfo, _BITMAPHANDLE* bitmap, unsigned short* rows, unsigned flags,
+extern "C" int KeepRows(_FILEINFOA* fileInfo, _BITMAPHANDLE* bitmap, unsigned short* rows, unsigned flags,
                         int firstLine, int rowCount, void* userData) {
     LoadRun& load = *static_cast<LoadRun*>(userData);
     EXPECT_EQ(fileInfo, load.fileInfo.get());
     EXPECT_EQ(bitmap, &load.bitmap);
-    const Rows batch = rowsFromWords(rows, static_cast<size_t>(rowCount));
+    const Rows batch = RowsFromWords(rows, static_cast<size_t>(rowCount));
     load.rows.insert(load.rows.end(), batch.begin(), batch.end());
-    if (enterCall("Rows " + std::to_string(firstLine) + ' ' + std::to_string(rowCount) + ' ' +
+    if (EnterCall("Rows " + std::to_string(firstLine) + ' ' + std::to_string(rowCount) + ' ' +
                   std::to_string(flags)))
-        return CALLBACK_FAILED;
+        return kCallbackFailed;
     return ++load.deliveries == load.stopAt ? load.stopWith : SUCCESS;
 }
 
 } // namespace
 
-LoadRun::LoadRun(const Bytes& stream, int format, int width, int height) : file(stream), callback(keepRows) {
+LoadRun::LoadRun(const Bytes& stream, int format, int width, int height) : file(stream), callback(KeepRows) {
     info().Format = format;
     info().Width = width;
     info().Height = height;
@@ -27,7 +27,7 @@ LoadRun::LoadRun(const Bytes& stream, int format, int width, int height) : file(
     bitmap.PaletteParam = 7;
     dispatch->Bitmap = &bitmap;
     dispatch->FileInfo = fileInfo.get();
-    dispatch->RowCallback = keepRows;
+    dispatch->RowCallback = KeepRows;
     dispatch->UserData = this;
 }
 

@@ -22,4 +22,4 @@ struct LoadRun {
     int stopWith = 0;
 };
 
-inline constexpr int CALLBACK_FAILED = -4711; // the callback's result at an injected fault
+inline constexpr int kCallbackFailed = -4711; // the callback's result at an injected fault

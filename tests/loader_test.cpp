@@ -8,14 +8,14 @@ namespace {
 
 class RawLoader : public KernelTest {};
 
-const Bits G4_PAGE = repeated(horizontal(2, 3) + V0, 250);
+const Bits kG4Page = Repeated(Horizontal(2, 3) + kV0, 250);
 
 TEST_F(RawLoader, CallsInTheirOrder) {
-    LoadRun load(packed(G4_PAGE), FORMAT_FAX_G4, 10, 250);
+    LoadRun load(Packed(kG4Page), FORMAT_FAX_G4, 10, 250);
     load.info().Offset = 3;
     load.file.bytes.insert(load.file.bytes.begin(), 3, 0xEE);
     EXPECT_EQ(load.run(), SUCCESS);
-    EXPECT_EQ(testKernel().trace,
+    EXPECT_EQ(KernelInUse().trace,
               (Trace{"Palette -256 0 7 -1", "Alloc 251000 2", "Alloc 250000 2", "Seek 3 0", "Alloc 250000 4",
                      "Alloc 250000 4", "Alloc 200000 1", "Read 200000", "Rows 0 250 31", "Free 502000",
                      "Free 500000", "Free 1000000", "Free 1000000", "Free 200000"}));
@@ -24,37 +24,37 @@ TEST_F(RawLoader, CallsInTheirOrder) {
 }
 
 TEST_F(RawLoader, BatchesOfAHundred) {
-    LoadRun load(packed(G4_PAGE), FORMAT_FAX_G4, 10, 250);
+    LoadRun load(Packed(kG4Page), FORMAT_FAX_G4, 10, 250);
     load.dispatch->Flags = LOADDISPATCH_BATCHES;
     EXPECT_EQ(load.run(), SUCCESS);
-    EXPECT_EQ(callsNamed("Rows"), (Trace{"Rows 0 100 23", "Rows 100 100 19", "Rows 200 50 27"}));
-    EXPECT_EQ(callsNamed("Read"), Trace{"Read 2048"});
+    EXPECT_EQ(CallsNamed("Rows"), (Trace{"Rows 0 100 23", "Rows 100 100 19", "Rows 200 50 27"}));
+    EXPECT_EQ(CallsNamed("Read"), Trace{"Read 2048"});
     EXPECT_EQ(load.rows.size(), 250u);
 }
 
 TEST_F(RawLoader, NoLinesEndTheLoadAsDamaged) {
-    LoadRun load(packed(repeated(V0, 120) + "0000001000" + repeated(V0, 500)), FORMAT_FAX_G4, 10, 250);
+    LoadRun load(Packed(Repeated(kV0, 120) + "0000001000" + Repeated(kV0, 500)), FORMAT_FAX_G4, 10, 250);
     load.dispatch->Flags = LOADDISPATCH_BATCHES;
     EXPECT_EQ(load.run(), SUCCESS);
-    EXPECT_EQ(callsNamed("Rows"), (Trace{"Rows 0 100 23", "Rows 100 20 19", "Rows 120 0 27"}));
+    EXPECT_EQ(CallsNamed("Rows"), (Trace{"Rows 0 100 23", "Rows 100 20 19", "Rows 120 0 27"}));
     EXPECT_EQ(load.dispatch->Status, ERROR_FAX_DATA_CORRUPT);
 
-    LoadRun nothing(packed("0000001000"), FORMAT_FAX_G4, 10, 5);
-    testKernel().trace.clear();
+    LoadRun nothing(Packed("0000001000"), FORMAT_FAX_G4, 10, 5);
+    KernelInUse().trace.clear();
     EXPECT_EQ(nothing.run(), SUCCESS);
-    EXPECT_EQ(callsNamed("Rows"), (Trace{"Rows 0 0 31"}));
+    EXPECT_EQ(CallsNamed("Rows"), (Trace{"Rows 0 0 31"}));
 }
 
 TEST_F(RawLoader, MirroredRowsComeFromTheMirrorBuffer) {
-    LoadRun load(packed(G4_PAGE), FORMAT_FAX_G4, 10, 250);
+    LoadRun load(Packed(kG4Page), FORMAT_FAX_G4, 10, 250);
     load.info().Flags = LOADINFO_MIRROR | LOADINFO_ORIENTATION_1;
     EXPECT_EQ(load.run(), SUCCESS);
     EXPECT_EQ(load.rows, Rows(250, Row{5, 3, 2}));
-    EXPECT_EQ(testKernel().trace[2], "Alloc 334000 2");
-    EXPECT_EQ(testKernel().trace[8], "Mirror 250");
-    EXPECT_EQ(testKernel().trace[9], "Rows 0 250 31");
+    EXPECT_EQ(KernelInUse().trace[2], "Alloc 334000 2");
+    EXPECT_EQ(KernelInUse().trace[8], "Mirror 250");
+    EXPECT_EQ(KernelInUse().trace[9], "Rows 0 250 31");
     // Every row begins with an empty white run once mirrored, one word more than before.
-    LoadRun growing(packed(repeated(horizontal(4, 6), 30000)), FORMAT_FAX_G4, 10, 30000);
+    LoadRun growing(Packed(Repeated(Horizontal(4, 6), 30000)), FORMAT_FAX_G4, 10, 30000);
     growing.info().Flags = LOADINFO_MIRROR;
     EXPECT_EQ(growing.run(), SUCCESS);
     EXPECT_EQ(growing.rows.size(), 30000u);
@@ -67,7 +67,7 @@ TEST_F(RawLoader, GivesTheBitmapItsMarks) {
     } cases[] = {{0, 4},     {0x1, 1},   {0x10, 6},  {0x80, 3},  {0x20, 8},  {0x100, 5},
                  {0x200, 2}, {0x400, 7}, {0x411, 1}, {0x7b0, 6}, {0x7a0, 3}, {0x720, 8}};
     for (const auto& c : cases) {
-        LoadRun load(packed(G4_PAGE), FORMAT_FAX_G4, 10, 0);
+        LoadRun load(Packed(kG4Page), FORMAT_FAX_G4, 10, 0);
         load.info().Flags = c.flags;
         load.info().XResolution = 204;
         EXPECT_EQ(load.run(), SUCCESS);
@@ -75,31 +75,31 @@ TEST_F(RawLoader, GivesTheBitmapItsMarks) {
         EXPECT_EQ(load.bitmap.XResolution, 0); // one of the two alone is not taken
         load.info().YResolution = 98;
         load.info().Flags |= LOADINFO_INVERTED;
-        testKernel().trace.clear();
+        KernelInUse().trace.clear();
         EXPECT_EQ(load.run(), SUCCESS);
-        EXPECT_EQ(testKernel().trace[0], "Palette 0 -256 7 0");
+        EXPECT_EQ(KernelInUse().trace[0], "Palette 0 -256 7 0");
         EXPECT_EQ(load.bitmap.XResolution * 1000 + load.bitmap.YResolution, 204098);
-        EXPECT_EQ(callsNamed("Rows"), Trace());
+        EXPECT_EQ(CallsNamed("Rows"), Trace());
     }
 }
 
 TEST_F(RawLoader, RefusesBadArguments) {
     EXPECT_EQ(K_LoadRawFax(nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, 1, nullptr), ERROR_NULL_PTR);
-    LoadRun load(packed(G4_PAGE), FORMAT_FAX_G4, 250000, 1);
+    LoadRun load(Packed(kG4Page), FORMAT_FAX_G4, 250000, 1);
     EXPECT_EQ(load.run(), ERROR_INV_PARAMETER);
     load.info().Width = 10;
     load.bitmap.BitsPerPixel = 8;
     EXPECT_EQ(load.run(), ERROR_NULL_PTR);
-    EXPECT_TRUE(testKernel().trace.empty());
+    EXPECT_TRUE(KernelInUse().trace.empty());
     EXPECT_EQ(K_LoadRawFax(load.dispatch.get(), load.file.handle(), &load.info(), load.fileInfo.get(),
                            nullptr, nullptr, 8, nullptr),
               ERROR_NO_CALLBACK); // no bitmap, no depth to refuse
-    resetTestKernel();
+    ResetTestKernel();
     load.bitmap.BitsPerPixel = 1;
     load.callback = nullptr;
     EXPECT_EQ(load.run(), ERROR_NO_CALLBACK);
-    EXPECT_EQ(testKernel().trace, (Trace{"Palette -256 0 7 -1", "Alloc 251000 2", "Alloc 250000 2",
-                                         "Free 502000", "Free 500000"}));
+    EXPECT_EQ(KernelInUse().trace, (Trace{"Palette -256 0 7 -1", "Alloc 251000 2", "Alloc 250000 2",
+                                          "Free 502000", "Free 500000"}));
 }
 
 TEST_F(RawLoader, OddSizes) {
@@ -109,7 +109,7 @@ TEST_F(RawLoader, OddSizes) {
     } cases[] = {{0, 3, SUCCESS, 3},   {-1, 3, ERROR_WIDTH_LIMIT, 0}, {10, 0, SUCCESS, 0},
                  {10, -1, SUCCESS, 0}, {-1, 0, ERROR_WIDTH_LIMIT, 0}, {249999, 3, SUCCESS, 3}};
     for (const auto& c : cases) {
-        LoadRun load(packed(repeated(V0, 50)), FORMAT_FAX_G4, c.width, c.height);
+        LoadRun load(Packed(Repeated(kV0, 50)), FORMAT_FAX_G4, c.width, c.height);
         EXPECT_EQ(load.run(), c.status) << c.width;
         EXPECT_EQ(load.rows.size(), c.rows);
     }
@@ -122,7 +122,7 @@ struct Description {
     _LOADINFO info;
 };
 
-Description describe(const Bytes& bytes, int width = -1) {
+Description Describe(const Bytes& bytes, int width = -1) {
     MemoryFile file(bytes);
     Description d = {0, {}};
     d.info.Width = width;
@@ -131,15 +131,15 @@ Description describe(const Bytes& bytes, int width = -1) {
     return d;
 }
 
-const Bits G3_PAGE = repeated(EOL + line1D({100, 100, 1528}), 120);
+const Bits kG3Page = Repeated(kEol + Line1D({100, 100, 1528}), 120);
 
 TEST_F(RawLoader, FindsAStreamAtItsEndOfLine) {
     for (const unsigned leading : {0u, 3u, 700u, 1999u})
         for (const bool reversed : {false, true})
             for (const unsigned fill : {0u, 4u}) {
-                Bytes bytes = packed(Bits(fill, '0') + G3_PAGE, reversed);
+                Bytes bytes = Packed(Bits(fill, '0') + kG3Page, reversed);
                 bytes.insert(bytes.begin(), leading, 0xFF);
-                const Description d = describe(bytes);
+                const Description d = Describe(bytes);
                 EXPECT_EQ(d.status, SUCCESS);
                 EXPECT_EQ((std::vector<int64_t>{d.info.Format, d.info.Width, d.info.Height, d.info.Offset,
                                                 d.info.Flags, d.info.BitsPerPixel, d.info.XResolution,
@@ -150,8 +150,8 @@ TEST_F(RawLoader, FindsAStreamAtItsEndOfLine) {
 
 TEST_F(RawLoader, TriesTwoDimensionalNext) {
     // Read without tag bits the first line is 3200 times 64 pixels long; the tag makes it short runs.
-    const Bits rest = EOL + "1" + line1D({100, 100, 20000}) + EOL + "0" + V0;
-    const Description d = describe(packed(EOL + repeated("11011", 3200) + repeated(rest, 60)));
+    const Bits rest = kEol + "1" + Line1D({100, 100, 20000}) + kEol + "0" + kV0;
+    const Description d = Describe(Packed(kEol + Repeated("11011", 3200) + Repeated(rest, 60)));
     EXPECT_EQ(d.status, SUCCESS);
     EXPECT_EQ(d.info.Format, 67);
     EXPECT_EQ(d.info.Width, 20200);
@@ -171,7 +171,7 @@ TEST_F(RawLoader, FindsNothing) {
                  {Bytes(2001, 0xFF), -1, FAILURE, 2000},
                  {Bytes(5000, 0xFF), 1728, SUCCESS, 2000}};
     for (const auto& c : cases) {
-        const Description d = describe(c.bytes, c.width);
+        const Description d = Describe(c.bytes, c.width);
         EXPECT_EQ(d.status, c.status);
         EXPECT_EQ(+d.info.Offset, c.offset);
         EXPECT_EQ(d.info.Width, c.width);
@@ -181,15 +181,15 @@ TEST_F(RawLoader, FindsNothing) {
 
 TEST_F(RawLoader, AHundredLinesConvince) {
     for (const unsigned lines : {99u, 100u}) {
-        const Description d = describe(packed(repeated(EOL + line1D({100, 100, 1528}), lines)));
+        const Description d = Describe(Packed(Repeated(kEol + Line1D({100, 100, 1528}), lines)));
         EXPECT_EQ(d.status, lines == 100 ? SUCCESS : FAILURE);
         EXPECT_EQ(d.info.Width, lines == 100 ? 1728 : 0);
     }
 }
 
 TEST_F(RawLoader, SearchesWithOneSetOfBuffers) {
-    describe({0x00, 0x10, 0xFF});
-    EXPECT_EQ(testKernel().trace,
+    Describe({0x00, 0x10, 0xFF});
+    EXPECT_EQ(KernelInUse().trace,
               (Trace{"Alloc 251000 2", "Alloc 250000 2", "Seek 0 0",       "Read 2",      "Seek 0 0",
                      "Alloc 250000 4", "Alloc 250000 4", "Alloc 200000 1", "Read 200000", "Read 200000",
                      "Seek 0 0",       "Read 200000",    "Read 200000",    "Seek 1 0",    "Read 2",
@@ -198,16 +198,16 @@ TEST_F(RawLoader, SearchesWithOneSetOfBuffers) {
 }
 
 // Trials begin at every other byte and all come to nothing: the bits behind them decide how.
-Bytes hostile(const Bits& head, const Bits& body, size_t size, const Bits& tail = "") {
-    const Bits heads = repeated(head, 2000 * 8 / head.size()) + EOL;
-    return packed(heads + repeated(body, (size * 8 - heads.size()) / body.size()) + tail);
+Bytes Hostile(const Bits& head, const Bits& body, size_t size, const Bits& tail = "") {
+    const Bits heads = Repeated(head, 2000 * 8 / head.size()) + kEol;
+    return Packed(heads + Repeated(body, (size * 8 - heads.size()) / body.size()) + tail);
 }
-const Bits EOL_EVERY_OTHER_BYTE = EOL + "0000";
-const Bits EMPTY_RUNS = runBits(false, 0) + runBits(true, 0);
-const Bits TOO_WIDE = EOL + repeated(runBits(false, 64) + runBits(true, 0), 3500);
+const Bits kEolEveryOtherByte = kEol + "0000";
+const Bits kEmptyRuns = RunBits(false, 0) + RunBits(true, 0);
+const Bits kTooWide = kEol + Repeated(RunBits(false, 64) + RunBits(true, 0), 3500);
 
 // What the search is defined to do, every trial run to its end.
-Description describeTrialByTrial(const Bytes& bytes) {
+Description DescribeTrialByTrial(const Bytes& bytes) {
     MemoryFile file(bytes);
     Description d = {FAILURE, {}};
     CCITTG34 codec = {};
@@ -232,26 +232,26 @@ Description describeTrialByTrial(const Bytes& bytes) {
 
 // The buffer holds the files whole, so every read is made although hardly a trial is run to its end.
 TEST_F(RawLoader, TrialsThatAreCutShortEndAsTheyWould) {
-    const Bits lines = repeated(runBits(false, 7) + runBits(true, 9), 20) + EOL;
-    const Bits twoDimensional = repeated(runBits(false, 1) + runBits(true, 1), 40) + EOL; // with tags
-    const Bytes cases[] = {hostile(EOL_EVERY_OTHER_BYTE, EMPTY_RUNS, 20000),
-                           hostile(EOL_EVERY_OTHER_BYTE, lines, 20000, TOO_WIDE),
-                           hostile(EOL_EVERY_OTHER_BYTE, twoDimensional, 20000, TOO_WIDE),
-                           hostile(EOL + "110110000000", lines, 20000, TOO_WIDE),
+    const Bits lines = Repeated(RunBits(false, 7) + RunBits(true, 9), 20) + kEol;
+    const Bits twoDimensional = Repeated(RunBits(false, 1) + RunBits(true, 1), 40) + kEol; // with tags
+    const Bytes cases[] = {Hostile(kEolEveryOtherByte, kEmptyRuns, 20000),
+                           Hostile(kEolEveryOtherByte, lines, 20000, kTooWide),
+                           Hostile(kEolEveryOtherByte, twoDimensional, 20000, kTooWide),
+                           Hostile(kEol + "110110000000", lines, 20000, kTooWide),
                            // The last trial is one-dimensional, with tags, and cut short.
-                           packed(repeated(EOL + "1000", 120) + EOL + "1" + repeated(EMPTY_RUNS, 66000))};
+                           Packed(Repeated(kEol + "1000", 120) + kEol + "1" + Repeated(kEmptyRuns, 66000))};
     for (const Bytes& bytes : cases) {
         SCOPED_TRACE(&bytes - cases);
-        resetTestKernel();
-        const Description wanted = describeTrialByTrial(bytes);
+        ResetTestKernel();
+        const Description wanted = DescribeTrialByTrial(bytes);
         const auto readsAndSeeks = [] {
-            Trace calls = testKernel().trace;
+            Trace calls = KernelInUse().trace;
             std::erase_if(calls, [](const std::string& call) { return call[0] != 'R' && call[0] != 'S'; });
             return calls;
         };
         const Trace trials = readsAndSeeks();
-        resetTestKernel();
-        const Description d = describe(bytes);
+        ResetTestKernel();
+        const Description d = Describe(bytes);
         EXPECT_EQ(d.status, FAILURE);
         EXPECT_EQ(wanted.status, FAILURE);
         EXPECT_EQ(d.info.Height, wanted.info.Height);
@@ -262,10 +262,10 @@ TEST_F(RawLoader, TrialsThatAreCutShortEndAsTheyWould) {
 
 // A trial over the whole file reads it in parts of 150,002 bytes behind the first.
 TEST_F(RawLoader, TrialsOverALongFileAreFew) {
-    const Bytes bytes = hostile(EOL_EVERY_OTHER_BYTE, EMPTY_RUNS, 2000000);
-    EXPECT_EQ(describe(bytes).status, FAILURE);
-    EXPECT_EQ(callsNamed("Seek").size(), 2000u + 2 * 1000);
-    EXPECT_LT(callsNamed("Read 150002").size(), 2 * 32000000u / 150002);
+    const Bytes bytes = Hostile(kEolEveryOtherByte, kEmptyRuns, 2000000);
+    EXPECT_EQ(Describe(bytes).status, FAILURE);
+    EXPECT_EQ(CallsNamed("Seek").size(), 2000u + 2 * 1000);
+    EXPECT_LT(CallsNamed("Read 150002").size(), 2 * 32000000u / 150002);
 }
 
 } // namespace

@@ -23,16 +23,16 @@ struct Decoders {
 constexpr Decoders kPlain{InitDecodeG34, QuitDecodeG34, DecodeG3, DecodeG4, InfoDecodeG3};
 
 template <typename Function>
-Function* entry(void* library, const char* name, Function*) {
+Function* Entry(void* library, const char* name, Function*) {
     return reinterpret_cast<Function*>(dlsym(library, name));
 }
 
-Decoders ofLibrary() {
+Decoders OfLibrary() {
     void* library = dlopen(KFFAX_LIBRARY, RTLD_NOW | RTLD_LOCAL);
     EXPECT_NE(library, nullptr) << dlerror();
-    return {entry(library, "InitDecodeG34", kPlain.setUp), entry(library, "QuitDecodeG34", kPlain.quit),
-            entry(library, "DecodeG3", kPlain.g3), entry(library, "DecodeG4", kPlain.g4),
-            entry(library, "InfoDecodeG3", kPlain.probe)};
+    return {Entry(library, "InitDecodeG34", kPlain.setUp), Entry(library, "QuitDecodeG34", kPlain.quit),
+            Entry(library, "DecodeG3", kPlain.g3), Entry(library, "DecodeG4", kPlain.g4),
+            Entry(library, "InfoDecodeG3", kPlain.probe)};
 }
 
 class PageOfCodes {
@@ -52,35 +52,35 @@ public:
             const bool two = format_ == FORMAT_FAX_G4 || tail || (tags && below(2) != 0);
             if (format_ != FORMAT_FAX_G4 && format_ != FORMAT_FAX_G3_1D_NOEOL && !tail &&
                 (!damaged || below(20) != 0)) {
-                bits += repeated("0", below(10) == 0 ? below(9) : 0) + EOL;
+                bits += Repeated("0", below(10) == 0 ? below(9) : 0) + kEol;
                 bits += !tags ? "" : two ? "0" : "1";
             }
             const bool blank = below(4) < blanks * 2;
             bits += two ? modes(blank && blankAbove) : runs(blank);
             blankAbove = blank && (blankAbove || !two);
             if (format_ == FORMAT_FAX_G3_1D_NOEOL)
-                bits += repeated("0", (8 - bits.size() % 8) % 8);
+                bits += Repeated("0", (8 - bits.size() % 8) % 8);
             if (damaged && below(15) == 0)
-                bits += repeated(below(2) != 0 ? "1" : "0", below(12));
+                bits += Repeated(below(2) != 0 ? "1" : "0", below(12));
         }
         return bits;
     }
 
 private:
     Bits modes(bool blank) {
-        static const std::array<Bits, 8> kVertical = {V0, V0, VR1, VL1, VR2, VL2, VR3, VL3};
+        static const std::array<Bits, 8> kVertical = {kV0, kV0, kVR1, kVL1, kVR2, kVL2, kVR3, kVL3};
         Bits bits;
         for (unsigned codes = blank ? 0 : below(30); codes != 0; --codes) {
             const unsigned kind = below(12);
             if (kind < 8)
                 bits += kVertical[kind];
             else if (kind < 10)
-                bits += PASS;
+                bits += kPass;
             else
-                bits += (kind == 10 ? horizontal : horizontalBlack)(below(below(2) != 0 ? 8 : width_ + 1),
+                bits += (kind == 10 ? Horizontal : HorizontalBlack)(below(below(2) != 0 ? 8 : width_ + 1),
                                                                     below(below(2) != 0 ? 8 : 100));
         }
-        return bits + V0;
+        return bits + kV0;
     }
 
     Bits runs(bool blank) {
@@ -90,7 +90,7 @@ private:
             lengths.push_back(blank ? left
                                     : std::min(left, below(50) == 0 ? below(width_ + 1) : below(longest)));
         const bool endsWhite = lengths.size() % 2 != 0;
-        return line1D(lengths) + (endsWhite && below(12) == 0 ? runBits(true, 0) : "");
+        return Line1D(lengths) + (endsWhite && below(12) == 0 ? RunBits(true, 0) : "");
     }
 
     std::mt19937& random_;
@@ -125,7 +125,7 @@ struct Side {
     Rows decode(unsigned lines) {
         const unsigned got =
             (record.Format == FORMAT_FAX_G4 ? decoders.g4 : decoders.g3)(&record, rows.data(), lines);
-        return rowsFromWords(rows.data(), got);
+        return RowsFromWords(rows.data(), got);
     }
     std::vector<int64_t> fields() const {
         return {record.NextLineTag,   record.Width,          record.BitAccumulator, record.BitCount,
@@ -144,16 +144,16 @@ class PlainLines : public testing::TestWithParam<int> {};
 
 TEST_P(PlainLines, AgreeWithTheFastLoops) {
     const auto format = static_cast<unsigned>(GetParam());
-    const Decoders library = ofLibrary();
+    const Decoders library = OfLibrary();
     for (unsigned round = 0; round < 1200 && !HasFailure(); ++round) {
         std::mt19937 random(round * 1000 + format);
         const unsigned width = std::array{1u,    8u,    12u,   20u,   17u,    64u,    200u,  1000u,
                                           1728u, 1729u, 2560u, 5130u, 20000u, 65535u, 66000u}[random() % 15];
         PageOfCodes page(random, format, width);
         const bool damaged = page.below(3) == 0;
-        const Bits bits = page.lines(page.below(60), damaged) + repeated(EOL, page.below(7)) +
-                          repeated("00000000", page.below(3) == 0 ? page.below(300) : 0);
-        Bytes stream = packed(bits);
+        const Bits bits = page.lines(page.below(60), damaged) + Repeated(kEol, page.below(7)) +
+                          Repeated("00000000", page.below(3) == 0 ? page.below(300) : 0);
+        Bytes stream = Packed(bits);
         for (unsigned faults = damaged && !stream.empty() ? page.below(4) : 0; faults != 0; --faults)
             stream[page.below(stream.size())] ^= static_cast<uint8_t>(1 << page.below(8));
 
@@ -179,8 +179,8 @@ TEST_P(PlainLines, AgreeWithTheFastLoops) {
 
 // Rows whose code ends in zeros on a byte of their own, cut everywhere.
 TEST(PlainDecoders, AgreeWhereTheFillIsMissing) {
-    const Decoders library = ofLibrary();
-    const Bytes stream = packed(repeated(alignedToByte(line1D({76})), 4));
+    const Decoders library = OfLibrary();
+    const Bytes stream = Packed(Repeated(AlignedToByte(Line1D({76})), 4));
     for (unsigned limit = 1; limit <= stream.size(); ++limit) {
         Side plain(kPlain, stream, FORMAT_FAX_G3_1D_NOEOL, 76, 0, limit);
         Side fast(library, stream, FORMAT_FAX_G3_1D_NOEOL, 76, 0, limit);
@@ -191,24 +191,24 @@ TEST(PlainDecoders, AgreeWhereTheFillIsMissing) {
 
 // Hundreds of blank lines over several fills of the small buffer, one bit wrong at one place after the other.
 TEST(PlainDecoders, AgreeWhereAStretchOfBlankLinesBreaks) {
-    const Decoders library = ofLibrary();
+    const Decoders library = OfLibrary();
     const struct {
         int format;
         unsigned width;
         Bits line;
     } kStretches[] = {
-        {FORMAT_FAX_G3_1D, 1728, EOL + line1D({1728})},
-        {FORMAT_FAX_G3_1D, 4960, EOL + line1D({4960})},
-        {FORMAT_FAX_G3_1D, 0, EOL + line1D({0})},
-        {FORMAT_FAX_G3_2D, 0, EOL + "1" + line1D({0}) + EOL + "0" + V0},
-        {FORMAT_FAX_G3_1D_NOEOL, 76, alignedToByte(line1D({76}))},
-        {FORMAT_FAX_G3_1D, 1728, "000" + EOL + line1D({1728})},
-        {FORMAT_FAX_G3_2D, 1728, EOL + "1" + line1D({1728})},
-        {FORMAT_FAX_G3_2D, 1728, "00" + EOL + "1" + line1D({1728}) + "000000" + EOL + "0" + V0},
-        {FORMAT_FAX_G3_2D, 2480, EOL + "1" + line1D({2480}) + EOL + "0" + V0},
+        {FORMAT_FAX_G3_1D, 1728, kEol + Line1D({1728})},
+        {FORMAT_FAX_G3_1D, 4960, kEol + Line1D({4960})},
+        {FORMAT_FAX_G3_1D, 0, kEol + Line1D({0})},
+        {FORMAT_FAX_G3_2D, 0, kEol + "1" + Line1D({0}) + kEol + "0" + kV0},
+        {FORMAT_FAX_G3_1D_NOEOL, 76, AlignedToByte(Line1D({76}))},
+        {FORMAT_FAX_G3_1D, 1728, "000" + kEol + Line1D({1728})},
+        {FORMAT_FAX_G3_2D, 1728, kEol + "1" + Line1D({1728})},
+        {FORMAT_FAX_G3_2D, 1728, "00" + kEol + "1" + Line1D({1728}) + "000000" + kEol + "0" + kV0},
+        {FORMAT_FAX_G3_2D, 2480, kEol + "1" + Line1D({2480}) + kEol + "0" + kV0},
     };
     for (const auto& stretch : kStretches) {
-        const Bytes whole = packed(repeated(stretch.line, 700) + EOL);
+        const Bytes whole = Packed(Repeated(stretch.line, 700) + kEol);
         const size_t step = whole.size() / 32 | 1; // odd: every bit of a byte gets its turn
         for (size_t wrong = 0; wrong < whole.size() * 8 && !HasFailure(); wrong += step) {
             Bytes stream = whole;
@@ -228,12 +228,12 @@ TEST(PlainDecoders, AgreeWhereAStretchOfBlankLinesBreaks) {
 // Two lines to a call, and one every third time, over several fills of the small buffer; in front of them so
 // much fill that one ends at each bit around the place where the buffer is filled again.
 TEST(PlainDecoders, AgreeWherePairsOfBlankLinesMeetARefill) {
-    const Decoders library = ofLibrary();
+    const Decoders library = OfLibrary();
     for (const unsigned width : {1728u, 4960u, 9000u})
         for (unsigned fill = 0; fill < 80 && !HasFailure(); ++fill) {
-            const Bits second = EOL + "0" + V0;
-            const Bits pair = EOL + "1" + line1D({width}) + second;
-            const Bytes stream = packed(repeated("0", fill) + repeated(pair + pair + second, 250));
+            const Bits second = kEol + "0" + kV0;
+            const Bits pair = kEol + "1" + Line1D({width}) + second;
+            const Bytes stream = Packed(Repeated("0", fill) + Repeated(pair + pair + second, 250));
             Side plain(kPlain, stream, FORMAT_FAX_G3_2D, width, 1, 0);
             Side fast(library, stream, FORMAT_FAX_G3_2D, width, 1, 0);
             for (unsigned call = 0; plain.record.DecodeStatus == 0 && !HasFailure(); ++call) {

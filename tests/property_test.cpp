@@ -7,21 +7,21 @@
 
 namespace {
 
-constexpr size_t MOST_ROW_WORDS = 249998; // what a decoder call may write
+constexpr size_t kMostRowWords = 249998; // what a decoder call may write
 
-uint8_t reversedByte(uint8_t byte) {
+uint8_t ReversedByte(uint8_t byte) {
     unsigned reversed = 0;
     for (unsigned bits = byte, i = 0; i < 8; ++i, bits >>= 1)
         reversed = reversed << 1 | (bits & 1);
     return static_cast<uint8_t>(reversed);
 }
 
-Bytes reversedBits(Bytes bytes) {
-    std::transform(bytes.begin(), bytes.end(), bytes.begin(), reversedByte);
+Bytes ReversedBits(Bytes bytes) {
+    std::transform(bytes.begin(), bytes.end(), bytes.begin(), ReversedByte);
     return bytes;
 }
 
-std::vector<Line> mirrored(std::vector<Line> lines, unsigned width) {
+std::vector<Line> Mirrored(std::vector<Line> lines, unsigned width) {
     for (Line& line : lines) {
         Line turned(line.size() % 2, 0);
         for (auto change = line.rbegin(); change != line.rend(); ++change)
@@ -44,12 +44,12 @@ struct Subject {
 };
 
 // Decodes line by line; each must come back and stand in the decoder's reference line.
-void expectLinesBack(const Subject& s) {
+void ExpectLinesBack(const Subject& s) {
     CodecRun decoder(s.stream, {.format = s.format, .width = s.width, .flags = s.reversed()});
     for (const Line& line : s.lines) {
         const Rows rows = decoder.decode(1);
         ASSERT_EQ(rows.size(), 1u);
-        ASSERT_EQ(changesOf(rows[0]), line);
+        ASSERT_EQ(ChangesOf(rows[0]), line);
         for (size_t i = 0; i < line.size() + 3; ++i)
             ASSERT_EQ(decoder.record.ReferenceLine[i], i < line.size() ? s.width - line[i] : 0u);
     }
@@ -58,26 +58,26 @@ void expectLinesBack(const Subject& s) {
 }
 
 // The raw loader in both bit orders, plain and mirrored, in batches and at once.
-void expectLoadedBack(const Subject& s) {
+void ExpectLoadedBack(const Subject& s) {
     const unsigned first = s.width % 8;
     for (const unsigned variant : {first, 7 - first}) {
         const bool turned = (variant & 1) != 0;
         const bool mirror = (variant & 2) != 0;
-        LoadRun load(turned ? reversedBits(s.stream) : s.stream, s.signedFormat(), static_cast<int>(s.width),
+        LoadRun load(turned ? ReversedBits(s.stream) : s.stream, s.signedFormat(), static_cast<int>(s.width),
                      static_cast<int>(s.lines.size()));
         load.info().Flags =
             (turned != s.reversed() ? LOADINFO_REVERSED_BITS : 0) | (mirror ? LOADINFO_MIRROR : 0);
         load.dispatch->Flags = variant & 4 ? LOADDISPATCH_BATCHES : 0;
         EXPECT_EQ(load.run(), SUCCESS);
         EXPECT_EQ(load.dispatch->Status, 0);
-        const std::vector<Line> seen = linesOf(load.rows);
-        EXPECT_TRUE((mirror ? mirrored(seen, s.width) : seen) == s.lines) << "variant " << variant;
+        const std::vector<Line> seen = LinesOf(load.rows);
+        EXPECT_TRUE((mirror ? Mirrored(seen, s.width) : seen) == s.lines) << "variant " << variant;
     }
 }
 
 // The buffer entries, both ways.
-void expectBlockBack(const Subject& s) {
-    Bytes source = joined(s.picture);
+void ExpectBlockBack(const Subject& s) {
+    Bytes source = Joined(s.picture);
     Bytes block(s.width * s.picture.size() + 1000);
     unsigned long long size = block.size();
     _BITMAPINFOHEADER info = {};
@@ -88,7 +88,7 @@ void expectBlockBack(const Subject& s) {
               SUCCESS);
     block.resize(size);
     // A block is coded with the smallest K.
-    const Bytes wanted = s.format == 67 ? codedPicture(s.picture, s.width, 67, s.flags) : s.stream;
+    const Bytes wanted = s.format == 67 ? CodedPicture(s.picture, s.width, 67, s.flags) : s.stream;
     EXPECT_TRUE(block == wanted);
     for (const bool mirror : {false, true}) {
         // Flags that mean nothing are set.
@@ -103,44 +103,44 @@ void expectBlockBack(const Subject& s) {
         for (size_t y = 0; y < s.picture.size(); ++y)
             seen.emplace_back(rows.begin() + static_cast<ptrdiff_t>(y * s.picture[0].size()),
                               rows.begin() + static_cast<ptrdiff_t>((y + 1) * s.picture[0].size()));
-        const std::vector<Line> lines = linesOf(seen, s.width);
-        EXPECT_TRUE((mirror ? mirrored(lines, s.width) : lines) == s.lines) << "mirror " << mirror;
+        const std::vector<Line> lines = LinesOf(seen, s.width);
+        EXPECT_TRUE((mirror ? Mirrored(lines, s.width) : lines) == s.lines) << "mirror " << mirror;
     }
 }
 
 // Tiles of the picture, coded each by itself, make up the whole.
-void expectTilesBack(const Subject& s) {
+void ExpectTilesBack(const Subject& s) {
     const unsigned tileWidth = s.width % 3 == 0 ? s.width : (s.width / 3 + 7) / 8 * 8;
     TiledLoad load(s.picture, s.width, tileWidth, static_cast<unsigned>(s.picture.size() / 2 + 1));
     EXPECT_EQ(load.load(), SUCCESS);
-    EXPECT_TRUE(linesOf(load.rows) == s.lines);
+    EXPECT_TRUE(LinesOf(load.rows) == s.lines);
 }
 
-void expectPixelsBack(Subject s, int resolution) {
+void ExpectPixelsBack(Subject s, int resolution) {
     SCOPED_TRACE(testing::Message() << "width " << s.width << " flags " << s.flags);
-    resetTestKernel();
+    ResetTestKernel();
     s.stream = EncoderRun(s.format, s.width, s.flags, resolution).save(s.picture);
-    s.lines = linesOf(s.picture, s.width);
+    s.lines = LinesOf(s.picture, s.width);
     size_t longest = 0;
     for (const Line& line : s.lines)
         longest = std::max(longest, line.size());
-    const bool fits = 2 + longest + 1 + 2 * (s.width / 65534) <= MOST_ROW_WORDS;
+    const bool fits = 2 + longest + 1 + 2 * (s.width / 65534) <= kMostRowWords;
     if (fits) {
-        expectLinesBack(s);
-        expectLoadedBack(s);
+        ExpectLinesBack(s);
+        ExpectLoadedBack(s);
     }
     if (s.width <= MAX_BUFFER_WIDTH)
-        expectBlockBack(s);
+        ExpectBlockBack(s);
     if (fits && s.format == 68 && s.width > 8)
-        expectTilesBack(s);
+        ExpectTilesBack(s);
     // libtiff has no format 117, and for a one-dimensional line no room for more runs than this.
     if (s.format != 117 && s.width <= 65535 && longest < (s.width + 31) / 32 * 32) {
         const std::optional<Picture> seen =
-            decodedByLibtiff(s.stream, s.format, s.width, s.picture.size(), s.reversed());
+            DecodedByLibtiff(s.stream, s.format, s.width, s.picture.size(), s.reversed());
         ASSERT_TRUE(seen.has_value()) << "libtiff complains";
-        EXPECT_EQ(linesOf(*seen, s.width), s.lines) << "libtiff";
+        EXPECT_EQ(LinesOf(*seen, s.width), s.lines) << "libtiff";
     }
-    EXPECT_TRUE(nothingHeld());
+    EXPECT_TRUE(NothingHeld());
 }
 
 class Pixels : public testing::TestWithParam<unsigned> {};
@@ -153,7 +153,7 @@ TEST_P(Pixels, ComeBackFromEveryKindOfPicture) {
     std::mt19937 random(GetParam());
     for (const unsigned width : widths)
         for (int kind = 0; kind < PICTURE_KINDS; ++kind)
-            expectPixelsBack({makePicture(random, kind, width, width < 3000 ? 30 : 7), GetParam(), width,
+            ExpectPixelsBack({MakePicture(random, kind, width, width < 3000 ? 30 : 7), GetParam(), width,
                               static_cast<unsigned>(random() % 8)},
                              static_cast<int>(random() % 1300));
 }
@@ -162,7 +162,7 @@ INSTANTIATE_TEST_SUITE_P(Formats, Pixels, testing::Values(66u, 67u, 68u, 117u, 1
 
 // Lines of a stream, asked for in portions of 1 to most, at the most limit of them. Ends where damage stops
 // the decoder: what it does after that depends on how lines are asked for.
-Rows decodedIn(CodecRun& codec, const Bytes& stream, const CodecSetup& setup, std::mt19937& random,
+Rows DecodedIn(CodecRun& codec, const Bytes& stream, const CodecSetup& setup, std::mt19937& random,
                size_t limit, unsigned most) {
     Rows all;
     codec.restart(stream, setup);
@@ -180,27 +180,27 @@ class Streams : public testing::TestWithParam<unsigned> {};
 
 // Random codes, mostly damaged ones.
 TEST_P(Streams, DecodeAlikeInWhateverPortions) {
-    resetTestKernel();
+    ResetTestKernel();
     CodecSetup setup = {.format = GetParam()};
     CodecRun codec({}, setup);
     for (unsigned seed = 0; seed < 1000 && !HasFailure(); ++seed) {
         SCOPED_TRACE("seed " + std::to_string(seed));
         std::mt19937 random(seed * 7 + GetParam());
         const unsigned width = random() % 3 != 0 ? static_cast<unsigned>(random() % 100) : 1725;
-        const Bytes stream = packed(randomCodes(random, GetParam(), width, 200 + random() % 20000));
+        const Bytes stream = Packed(RandomCodes(random, GetParam(), width, 200 + random() % 20000));
         setup = {.format = GetParam(), .width = width};
-        const Rows wanted = decodedIn(codec, stream, setup, random, 60, 1);
+        const Rows wanted = DecodedIn(codec, stream, setup, random, 60, 1);
         const auto expectAlike = [&](const Bytes& bytes, unsigned most) {
-            EXPECT_TRUE(decodedIn(codec, bytes, setup, random, wanted.size(), most) == wanted);
+            EXPECT_TRUE(DecodedIn(codec, bytes, setup, random, wanted.size(), most) == wanted);
         };
         setup.smallBuffer = 1;
         expectAlike(stream, 9);
         setup.flags = FAX_REVERSE_BITS;
-        expectAlike(reversedBits(stream), 60);
+        expectAlike(ReversedBits(stream), 60);
         setup.smallBuffer = 0;
         setup.byteLimit = static_cast<unsigned>(stream.size());
-        expectAlike(reversedBits(stream), 200);
-        testKernel().trace.clear();
+        expectAlike(ReversedBits(stream), 200);
+        KernelInUse().trace.clear();
     }
 }
 

@@ -6,12 +6,12 @@
 
 namespace {
 
-unsigned below(std::mt19937& random, unsigned limit) {
+unsigned Below(std::mt19937& random, unsigned limit) {
     return static_cast<unsigned>(random() % limit);
 }
 
 // The decoder has two states it cannot leave; which of them a call ends in when both happen is open.
-void expectSameState(const CodecRun& codec, const ReferenceDecoder& reference) {
+void ExpectSameState(const CodecRun& codec, const ReferenceDecoder& reference) {
     EXPECT_EQ(codec.record.DecodeStatus == 0, reference.decodeStatus == 0);
     EXPECT_EQ(codec.record.Width, reference.width);
     EXPECT_EQ(codec.dispatch->Status, reference.dispatchStatus);
@@ -26,14 +26,14 @@ void expectSameState(const CodecRun& codec, const ReferenceDecoder& reference) {
     EXPECT_EQ(codec.record.RefillThreshold, reference.threshold);
 }
 
-void expectSameDecoding(CodecRun& codec, const Bytes& stream, const CodecSetup& setup, std::mt19937& random) {
+void ExpectSameDecoding(CodecRun& codec, const Bytes& stream, const CodecSetup& setup, std::mt19937& random) {
     codec.restart(stream, setup);
     ReferenceDecoder reference(stream, setup);
     for (int call = 0; call < 400 && !testing::Test::HasFailure(); ++call) {
-        const unsigned lines = call % 3 == 0 ? 1 : 1 + below(random, 40);
+        const unsigned lines = call % 3 == 0 ? 1 : 1 + Below(random, 40);
         const bool stopped = reference.decodeStatus != 0;
         ASSERT_EQ(codec.decode(lines), reference.decode(lines)) << "call " << call << ", lines " << lines;
-        expectSameState(codec, reference);
+        ExpectSameState(codec, reference);
         if (stopped)
             break;
     }
@@ -41,7 +41,7 @@ void expectSameDecoding(CodecRun& codec, const Bytes& stream, const CodecSetup& 
 
 class RandomStreams : public testing::TestWithParam<unsigned> {
 protected:
-    void SetUp() override { resetTestKernel(); }
+    void SetUp() override { ResetTestKernel(); }
 };
 
 TEST_P(RandomStreams, DecodeAsTheReferenceDoes) {
@@ -52,20 +52,20 @@ TEST_P(RandomStreams, DecodeAsTheReferenceDoes) {
         std::mt19937 random(seed * 1000 + format);
         setup.format = format;
         const unsigned widths[] = {
-            below(random, 70),       below(random, 70), 1 + below(random, 9), 1725, 70001,
-            65534 + below(random, 4)};
-        setup.width = widths[below(random, 6)];
-        setup.flags = below(random, 2);
-        setup.smallBuffer = below(random, 2);
-        const size_t bits = below(random, 8) == 0 ? 40000 : below(random, 2000);
-        Bytes stream = packed(randomCodes(random, format, setup.width, bits), setup.flags != 0);
-        setup.byteLimit = below(random, 5) == 0 ? 1 + below(random, 300) : 0;
-        if (below(random, 16) == 0)
+            Below(random, 70),       Below(random, 70), 1 + Below(random, 9), 1725, 70001,
+            65534 + Below(random, 4)};
+        setup.width = widths[Below(random, 6)];
+        setup.flags = Below(random, 2);
+        setup.smallBuffer = Below(random, 2);
+        const size_t bits = Below(random, 8) == 0 ? 40000 : Below(random, 2000);
+        Bytes stream = Packed(RandomCodes(random, format, setup.width, bits), setup.flags != 0);
+        setup.byteLimit = Below(random, 5) == 0 ? 1 + Below(random, 300) : 0;
+        if (Below(random, 16) == 0)
             std::generate(stream.begin(), stream.end(), [&] { return static_cast<uint8_t>(random()); });
         SCOPED_TRACE("seed " + std::to_string(seed) + " width " + std::to_string(setup.width) + " bytes " +
                      std::to_string(stream.size()));
-        expectSameDecoding(codec, stream, setup, random);
-        testKernel().trace.clear();
+        ExpectSameDecoding(codec, stream, setup, random);
+        KernelInUse().trace.clear();
     }
 }
 
@@ -77,17 +77,17 @@ TEST_P(RandomStreams, ProbeAsTheReferenceDoes) {
         setup = CodecSetup();
         setup.format = GetParam();
         setup.width = 0;
-        setup.smallBuffer = below(random, 2);
-        const Bytes stream = packed(randomCodes(random, setup.format, seed % 5 == 0 ? 60000 : seed % 40,
-                                                below(random, 8) == 0 ? 40000 : below(random, 2000)));
+        setup.smallBuffer = Below(random, 2);
+        const Bytes stream = Packed(RandomCodes(random, setup.format, seed % 5 == 0 ? 60000 : seed % 40,
+                                                Below(random, 8) == 0 ? 40000 : Below(random, 2000)));
         SCOPED_TRACE("seed " + std::to_string(seed));
         codec.restart(stream, setup);
         ReferenceDecoder reference(stream, setup);
         const int lines = reference.probe();
         ASSERT_EQ(codec.probe(), lines);
         if (lines != 0) // otherwise the probe broke off inside a line
-            expectSameState(codec, reference);
-        testKernel().trace.clear();
+            ExpectSameState(codec, reference);
+        KernelInUse().trace.clear();
     }
 }
 
@@ -95,7 +95,7 @@ INSTANTIATE_TEST_SUITE_P(Formats, RandomStreams, testing::Values(66u, 67u, 68u, 
 
 // Streams that end near the places where the buffer fills, with reads that come back short.
 TEST(RandomRefills, DecodeAsTheReferenceDoes) {
-    resetTestKernel();
+    ResetTestKernel();
     CodecSetup setup;
     CodecRun codec({}, setup);
     for (const size_t boundary : {8u, 1536u, 2048u, 3074u, 150000u, 200000u})
@@ -111,17 +111,17 @@ TEST(RandomRefills, DecodeAsTheReferenceDoes) {
                 setup.flags = variant % 2;
                 setup.byteLimit = variant % 5 == 0 ? static_cast<unsigned>(size) : 0;
                 if (variant > 6)
-                    setup.readScript = {static_cast<int>(1 + below(random, 1600)),
-                                        static_cast<int>(below(random, 2)),
-                                        static_cast<int>(below(random, 700))};
-                Bytes stream = packed(randomCodes(random, setup.format, 1728, size * 8), setup.flags != 0);
+                    setup.readScript = {static_cast<int>(1 + Below(random, 1600)),
+                                        static_cast<int>(Below(random, 2)),
+                                        static_cast<int>(Below(random, 700))};
+                Bytes stream = Packed(RandomCodes(random, setup.format, 1728, size * 8), setup.flags != 0);
                 stream.resize(size + (setup.byteLimit != 0 ? 10 : 0));
                 // Where the buffer ends with the data, the last codes have no zeros after them: fill bits.
                 for (size_t i = size < 12 ? 0 : size - 12; i < stream.size(); ++i)
                     stream[i] = 0;
                 SCOPED_TRACE("size " + std::to_string(size) + " variant " + std::to_string(variant));
-                expectSameDecoding(codec, stream, setup, random);
-                testKernel().trace.clear();
+                ExpectSameDecoding(codec, stream, setup, random);
+                KernelInUse().trace.clear();
             }
 }
 

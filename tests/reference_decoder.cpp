@@ -5,12 +5,12 @@
 namespace {
 
 struct EndOfInput {};
-constexpr size_t BUDGET = 249998;
-constexpr int NO_RUN = -1;
+constexpr size_t kBudget = 249998;
+constexpr int kNoRun = -1;
 
 // Input.
 
-bool fill(ReferenceDecoder& d) {
+bool Fill(ReferenceDecoder& d) {
     d.held.erase(d.held.begin(),
                  d.held.begin() + static_cast<ptrdiff_t>(std::min(d.readPosition, d.held.size())));
     const size_t kept = d.held.size();
@@ -41,25 +41,25 @@ bool fill(ReferenceDecoder& d) {
     return true;
 }
 
-void loadPair(ReferenceDecoder& d) {
-    if (d.readPosition > d.threshold && !fill(d))
+void LoadPair(ReferenceDecoder& d) {
+    if (d.readPosition > d.threshold && !Fill(d))
         throw EndOfInput();
     for (int i = 0; i < 2; ++i, ++d.readPosition)
         d.loaded.push_back(d.readPosition < d.held.size() ? d.held[d.readPosition] : uint8_t{0});
 }
 
-uint32_t peek(const ReferenceDecoder& d, unsigned bits) {
+uint32_t Peek(const ReferenceDecoder& d, unsigned bits) {
     uint32_t value = 0;
     for (size_t i = d.position; i < d.position + bits; ++i)
         value = value << 1 | (i / 8 < d.loaded.size() ? uint32_t{d.loaded[i / 8]} >> (7 - i % 8) & 1u : 0u);
     return value;
 }
 
-void consume(ReferenceDecoder& d, unsigned bits) {
+void Consume(ReferenceDecoder& d, unsigned bits) {
     const size_t pairs = (d.position + bits) / 16 - d.position / 16;
     d.position += bits;
     if (pairs != 0)
-        loadPair(d);
+        LoadPair(d);
 }
 
 // The length of the code word at the next bit and its run; {0, NO_RUN} for none.
@@ -68,11 +68,11 @@ struct Code {
     int run;
 };
 
-Code nextCode(const ReferenceDecoder& d, bool black) {
+Code NextCode(const ReferenceDecoder& d, bool black) {
     static const auto tables = [] {
-        std::vector<std::vector<Code>> both(2, std::vector<Code>(8192, Code{0, NO_RUN}));
+        std::vector<std::vector<Code>> both(2, std::vector<Code>(8192, Code{0, kNoRun}));
         for (size_t colour = 0; colour < 2; ++colour)
-            for (const RunCode& code : runCodes(colour != 0)) {
+            for (const RunCode& code : RunCodes(colour != 0)) {
                 const size_t low = std::stoul(code.bits, nullptr, 2) << (13 - code.bits.size());
                 for (size_t i = 0; i < size_t{1} << (13 - code.bits.size()); ++i)
                     both[colour][low + i] = {static_cast<unsigned>(code.bits.size()),
@@ -80,38 +80,38 @@ Code nextCode(const ReferenceDecoder& d, bool black) {
             }
         return both;
     }();
-    return tables[black][peek(d, 13)];
+    return tables[black][Peek(d, 13)];
 }
 
 // Subtracts a whole run from distance; false at a missing code.
-bool readRun(ReferenceDecoder& d, bool black, int64_t& distance) {
+bool ReadRun(ReferenceDecoder& d, bool black, int64_t& distance) {
     for (;;) {
-        const Code code = nextCode(d, black);
-        if (code.run == NO_RUN)
+        const Code code = NextCode(d, black);
+        if (code.run == kNoRun)
             return false;
         distance -= code.run;
-        consume(d, code.length);
+        Consume(d, code.length);
         if (code.run < 64)
             return true;
     }
 }
 
-void skipToOne(ReferenceDecoder& d) {
-    while (peek(d, 1) == 0)
-        consume(d, 1);
-    consume(d, 1);
+void SkipToOne(ReferenceDecoder& d) {
+    while (Peek(d, 1) == 0)
+        Consume(d, 1);
+    Consume(d, 1);
 }
 
-void readTag(ReferenceDecoder& d) {
+void ReadTag(ReferenceDecoder& d) {
     if (d.setup.format == 67 || d.setup.format == 117) {
         d.nextLineTag = d.accumulator();
-        consume(d, 1);
+        Consume(d, 1);
     }
 }
 
 // Rows.
 
-void pushRun(Row& row, uint64_t run) {
+void PushRun(Row& row, uint64_t run) {
     for (; run > 65534; run -= 65534) {
         row.push_back(65534);
         row.push_back(0);
@@ -120,19 +120,19 @@ void pushRun(Row& row, uint64_t run) {
 }
 
 // Closes the coding list, appends its row and makes it the reference line.
-void endLine(ReferenceDecoder& d, Rows& rows) {
+void EndLine(ReferenceDecoder& d, Rows& rows) {
     d.coding.insert(d.coding.end(), 3, 0);
     Row row;
     int64_t previous = d.width;
     for (size_t i = 0;; ++i) {
         const int64_t entry = d.coding[i];
         if (entry < 0 || entry > previous) {
-            pushRun(row, static_cast<uint64_t>(previous));
+            PushRun(row, static_cast<uint64_t>(previous));
             d.coding.resize(i);
             d.coding.insert(d.coding.end(), 3, 0);
             break;
         }
-        pushRun(row, static_cast<uint64_t>(previous - entry));
+        PushRun(row, static_cast<uint64_t>(previous - entry));
         previous = entry;
         if (entry == 0)
             break;
@@ -142,10 +142,10 @@ void endLine(ReferenceDecoder& d, Rows& rows) {
     d.coding.clear();
 }
 
-Rows whiteRows(const ReferenceDecoder& d, unsigned lines) {
+Rows WhiteRows(const ReferenceDecoder& d, unsigned lines) {
     Row row;
-    pushRun(row, d.width);
-    return Rows(std::min<size_t>(lines, BUDGET / (2 + row.size())), row);
+    PushRun(row, d.width);
+    return Rows(std::min<size_t>(lines, kBudget / (2 + row.size())), row);
 }
 
 // Two-dimensional lines.
@@ -157,11 +157,11 @@ struct TwoDimensional {
     size_t b1;
 };
 
-int64_t entryAt(const ReferenceDecoder& d, size_t index) {
+int64_t EntryAt(const ReferenceDecoder& d, size_t index) {
     return index < d.reference.size() ? d.reference[index] : 0;
 }
 
-Step overshot(ReferenceDecoder& d, int64_t beyond) {
+Step Overshot(ReferenceDecoder& d, int64_t beyond) {
     if (beyond == 0)
         return Step::Ended;
     if (d.width % 8 != 0 && beyond == 8 - d.width % 8) {
@@ -177,12 +177,12 @@ Step overshot(ReferenceDecoder& d, int64_t beyond) {
     return Step::Ended;
 }
 
-Step vertical(ReferenceDecoder& d, TwoDimensional& at, int right, unsigned bits) {
-    consume(d, bits);
-    const int64_t b1 = entryAt(d, at.b1);
+Step Vertical(ReferenceDecoder& d, TwoDimensional& at, int right, unsigned bits) {
+    Consume(d, bits);
+    const int64_t b1 = EntryAt(d, at.b1);
     const int64_t a1 = b1 - right;
     if (right > 0 && a1 < 1)
-        return overshot(d, -a1);
+        return Overshot(d, -a1);
     if (right < 0 && a1 > at.a0) {
         d.dispatchStatus = ERROR_FAX_DATA_CORRUPT;
         d.decodeStatus = 1;
@@ -194,41 +194,41 @@ Step vertical(ReferenceDecoder& d, TwoDimensional& at, int right, unsigned bits)
         return Step::Ended;
     if (right >= 0) {
         ++at.b1;
-        while (right > 0 && entryAt(d, at.b1) >= a1)
+        while (right > 0 && EntryAt(d, at.b1) >= a1)
             at.b1 += 2;
     } else {
         at.b1 = at.b1 == 0 ? 1 : at.b1 - 1;
-        if (entryAt(d, at.b1) >= a1)
+        if (EntryAt(d, at.b1) >= a1)
             at.b1 += 2;
     }
     return Step::Next;
 }
 
-Step horizontalPair(ReferenceDecoder& d, TwoDimensional& at) {
-    consume(d, 3);
+Step HorizontalPair(ReferenceDecoder& d, TwoDimensional& at) {
+    Consume(d, 3);
     const bool black = at.b1 % 2 != 0;
     int64_t a = at.a0;
     for (const bool second : {false, true}) {
         const bool colour = black != second;
-        if (!readRun(d, colour, a)) {
+        if (!ReadRun(d, colour, a)) {
             if (!colour || d.setup.format != 162) {
-                skipToOne(d);
-                readTag(d);
+                SkipToOne(d);
+                ReadTag(d);
             }
             return second || !d.coding.empty() ? Step::Ended : Step::Next;
         }
         d.coding.push_back(a);
     }
     if (a < 1)
-        return overshot(d, -a);
+        return Overshot(d, -a);
     at.a0 = a;
-    while (entryAt(d, at.b1) >= a)
+    while (EntryAt(d, at.b1) >= a)
         at.b1 += 2;
     return Step::Next;
 }
 
-Step uncompressed(ReferenceDecoder& d, TwoDimensional& at) {
-    consume(d, 10);
+Step Uncompressed(ReferenceDecoder& d, TwoDimensional& at) {
+    Consume(d, 10);
     bool colour = at.b1 % 2 != 0;
     const auto pixel = [&](bool black) {
         if (black != colour)
@@ -236,79 +236,79 @@ Step uncompressed(ReferenceDecoder& d, TwoDimensional& at) {
         colour = black;
     };
     for (;;) {
-        if (peek(d, 6) == 1) {
+        if (Peek(d, 6) == 1) {
             pixel(false);
             at.a0 = std::max<int64_t>(0, at.a0 - 5);
-            consume(d, 6);
-        } else if (peek(d, 7) == 1) {
-            const bool tag = (peek(d, 8) & 1) != 0;
-            consume(d, 8);
+            Consume(d, 6);
+        } else if (Peek(d, 7) == 1) {
+            const bool tag = (Peek(d, 8) & 1) != 0;
+            Consume(d, 8);
             if (at.a0 == 0)
                 return Step::Ended;
             pixel(tag);
             at.b1 = tag;
-            while (entryAt(d, at.b1) >= at.a0)
+            while (EntryAt(d, at.b1) >= at.a0)
                 at.b1 += 2;
             return Step::Next;
         } else {
-            pixel(peek(d, 1) != 0);
+            pixel(Peek(d, 1) != 0);
             at.a0 = std::max<int64_t>(0, at.a0 - 1);
-            consume(d, 1);
+            Consume(d, 1);
         }
         if (at.a0 == 0)
             return Step::Ended;
     }
 }
 
-Step sevenZeros(ReferenceDecoder& d) {
-    if (peek(d, 16) != 0x0010) {
+Step SevenZeros(ReferenceDecoder& d) {
+    if (Peek(d, 16) != 0x0010) {
         d.dispatchStatus = ERROR_FAX_DATA_CORRUPT;
-        consume(d, 8);
+        Consume(d, 8);
         return Step::Ended;
     }
-    consume(d, 16);
-    if (peek(d, 8) != 1) {
+    Consume(d, 16);
+    if (Peek(d, 8) != 1) {
         d.decodeStatus = 1;
         return Step::Return;
     }
-    consume(d, 8);
-    consume(d, static_cast<unsigned>(d.bitCount()) % 8);
+    Consume(d, 8);
+    Consume(d, static_cast<unsigned>(d.bitCount()) % 8);
     return Step::Fresh;
 }
 
-Step mode(ReferenceDecoder& d, TwoDimensional& at) {
-    static const std::pair<Bits, int> verticals[] = {{V0, 0},   {VR1, 1}, {VL1, -1}, {VR2, 2},
-                                                     {VL2, -2}, {VR3, 3}, {VL3, -3}};
+Step ReadMode(ReferenceDecoder& d, TwoDimensional& at) {
+    static const std::pair<Bits, int> verticals[] = {{kV0, 0},   {kVR1, 1}, {kVL1, -1}, {kVR2, 2},
+                                                     {kVL2, -2}, {kVR3, 3}, {kVL3, -3}};
     const auto comes = [&](const Bits& code) {
-        return peek(d, static_cast<unsigned>(code.size())) == std::stoul(code, nullptr, 2);
+        return Peek(d, static_cast<unsigned>(code.size())) == std::stoul(code, nullptr, 2);
     };
     for (const auto& [code, right] : verticals)
         if (comes(code))
-            return vertical(d, at, right, static_cast<unsigned>(code.size()));
-    if (comes(HORIZONTAL))
-        return horizontalPair(d, at);
-    if (comes(PASS)) {
-        consume(d, 4);
-        at.a0 = entryAt(d, at.b1 + 1);
+            return Vertical(d, at, right, static_cast<unsigned>(code.size()));
+    if (comes(kHorizontal))
+        return HorizontalPair(d, at);
+    if (comes(kPass)) {
+        Consume(d, 4);
+        at.a0 = EntryAt(d, at.b1 + 1);
         at.b1 += 2;
         return at.a0 == 0 ? Step::Ended : Step::Next;
     }
-    if (peek(d, 7) == 0)
-        return sevenZeros(d);
-    if (comes(UNCOMPRESSED))
-        return uncompressed(d, at);
+    if (Peek(d, 7) == 0)
+        return SevenZeros(d);
+    if (comes(kUncompressed))
+        return Uncompressed(d, at);
     d.dispatchStatus = ERROR_FAX_DATA_CORRUPT;
     return Step::Return;
 }
 
-Rows decodeTwoDimensional(ReferenceDecoder& d, unsigned lines, size_t budget) {
+Rows DecodeTwoDimensional(ReferenceDecoder& d, unsigned lines, size_t budget) {
     if (d.decodeStatus != 0)
-        return whiteRows(d, lines);
+        return WhiteRows(d, lines);
     Rows rows;
     TwoDimensional at = {d.width, 0};
     try {
         for (;;) {
-            const Step step = mode(d, at);
+            const Step step = ReadMode(d, at);
             if (step == Step::Return) {
                 d.coding.clear();
                 return rows;
@@ -316,15 +316,15 @@ Rows decodeTwoDimensional(ReferenceDecoder& d, unsigned lines, size_t budget) {
             if (step == Step::Next)
                 continue;
             if (step == Step::Ended || !d.coding.empty())
-                endLine(d, rows);
+                EndLine(d, rows);
             if (step == Step::Fresh)
                 d.reference = {0, 0, 0};
             at = {d.width, 0};
-            if (rows.size() == lines || budget < wordsOf(rows) + d.width + 3)
+            if (rows.size() == lines || budget < WordsOf(rows) + d.width + 3)
                 return rows;
         }
     } catch (const EndOfInput&) {
-        endLine(d, rows);
+        EndLine(d, rows);
         d.decodeStatus = 2;
         return rows;
     }
@@ -332,31 +332,31 @@ Rows decodeTwoDimensional(ReferenceDecoder& d, unsigned lines, size_t budget) {
 
 // One-dimensional lines.
 
-void endOneDimensional(ReferenceDecoder& d, Rows& rows, int64_t remaining) {
+void EndOneDimensional(ReferenceDecoder& d, Rows& rows, int64_t remaining) {
     if (d.setup.format == 162)
-        consume(d, static_cast<unsigned>(d.bitCount()) % 8);
+        Consume(d, static_cast<unsigned>(d.bitCount()) % 8);
     if (remaining != 0 && static_cast<int64_t>(d.width) - remaining <= (d.width + 7) / 8 * 8) {
         d.width = static_cast<uint32_t>(d.width - remaining);
         d.coding.back() = 0;
     }
-    endLine(d, rows);
+    EndLine(d, rows);
 }
 
 // What an EOL at a run's place did: false when it stood in front of the line.
-bool endedByEol(ReferenceDecoder& d, bool black) {
+bool EndedByEol(ReferenceDecoder& d, bool black) {
     if (!black || d.setup.format != 162)
-        skipToOne(d);
-    readTag(d);
+        SkipToOne(d);
+    ReadTag(d);
     if (!black && d.coding.empty())
         return false;
     d.coding.push_back(0);
     return true;
 }
 
-Rows decodeOneDimensional(ReferenceDecoder& d, unsigned lines) {
+Rows DecodeOneDimensional(ReferenceDecoder& d, unsigned lines) {
     if (d.decodeStatus != 0) {
         d.dispatchStatus = ERROR_FAX_DATA_CORRUPT;
-        return whiteRows(d, lines);
+        return WhiteRows(d, lines);
     }
     Rows rows;
     try {
@@ -369,12 +369,12 @@ Rows decodeOneDimensional(ReferenceDecoder& d, unsigned lines) {
                         d.nextLineTag = 0x80000000u;
                         count = 1;
                     }
-                    const Rows more = decodeTwoDimensional(d, count, BUDGET - wordsOf(rows));
+                    const Rows more = DecodeTwoDimensional(d, count, kBudget - WordsOf(rows));
                     rows.insert(rows.end(), more.begin(), more.end());
                     return rows;
                 }
-                if (!readRun(d, black, remaining)) {
-                    if (endedByEol(d, black)) {
+                if (!ReadRun(d, black, remaining)) {
+                    if (EndedByEol(d, black)) {
                         remaining = 0;
                         break;
                     }
@@ -382,15 +382,15 @@ Rows decodeOneDimensional(ReferenceDecoder& d, unsigned lines) {
                     continue;
                 }
                 d.coding.push_back(remaining);
-                if (remaining <= 0 && (black || d.setup.format == 162 || peek(d, 10) != 0b0000110111))
+                if (remaining <= 0 && (black || d.setup.format == 162 || Peek(d, 10) != 0b0000110111))
                     break;
             }
-            endOneDimensional(d, rows, remaining);
-            if (wordsOf(rows) + d.width + 1 >= BUDGET)
+            EndOneDimensional(d, rows, remaining);
+            if (WordsOf(rows) + d.width + 1 >= kBudget)
                 break;
         }
     } catch (const EndOfInput&) {
-        endLine(d, rows);
+        EndLine(d, rows);
         d.decodeStatus = 2;
     }
     return rows;
@@ -400,7 +400,7 @@ Rows decodeOneDimensional(ReferenceDecoder& d, unsigned lines) {
 
 ReferenceDecoder::ReferenceDecoder(Bytes bytes, const CodecSetup& s)
     : stream(std::move(bytes)), setup(s), threshold(s.smallBuffer != 0 ? 1536 : 150000), width(s.width) {
-    if (!fill(*this)) {
+    if (!Fill(*this)) {
         decodeStatus = 2;
         return;
     }
@@ -410,13 +410,13 @@ ReferenceDecoder::ReferenceDecoder(Bytes bytes, const CodecSetup& s)
 
 uint32_t ReferenceDecoder::accumulator() const {
     const unsigned valid = static_cast<unsigned>(bitCount()) + 16;
-    const uint32_t bits = peek(*this, valid);
+    const uint32_t bits = Peek(*this, valid);
     return valid == 32 ? bits : bits << (32 - valid);
 }
 
 Rows ReferenceDecoder::decode(unsigned lines) {
-    return isG3(setup.format) ? decodeOneDimensional(*this, lines)
-                              : decodeTwoDimensional(*this, lines, BUDGET);
+    return IsG3(setup.format) ? DecodeOneDimensional(*this, lines)
+                              : DecodeTwoDimensional(*this, lines, kBudget);
 }
 
 int ReferenceDecoder::probe() {
@@ -429,13 +429,13 @@ int ReferenceDecoder::probe() {
             for (bool black = false;; black = !black) {
                 if (!black && nextLineTag < 0x80000000u) {
                     nextLineTag = 0x80000000u;
-                    if (decodeTwoDimensional(*this, 1, BUDGET).empty())
+                    if (DecodeTwoDimensional(*this, 1, kBudget).empty())
                         return count;
                     break;
                 }
-                if (!readRun(*this, black, remaining)) {
-                    if (endedByEol(*this, black)) {
-                        endLine(*this, rows);
+                if (!ReadRun(*this, black, remaining)) {
+                    if (EndedByEol(*this, black)) {
+                        EndLine(*this, rows);
                         break;
                     }
                     black = true;
@@ -443,7 +443,7 @@ int ReferenceDecoder::probe() {
                 }
                 coding.push_back(remaining);
                 if (remaining == 0) {
-                    endLine(*this, rows);
+                    EndLine(*this, rows);
                     break;
                 }
                 width = std::max(width, static_cast<uint32_t>(65535 - remaining));
@@ -451,7 +451,7 @@ int ReferenceDecoder::probe() {
                     return 0;
             }
         } catch (const EndOfInput&) {
-            endLine(*this, rows);
+            EndLine(*this, rows);
             decodeStatus = 2;
         }
         ++count;

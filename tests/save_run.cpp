@@ -4,10 +4,10 @@
 
 namespace {
 
-constexpr unsigned PARAM = 77; // the start callback changes it by one
+constexpr unsigned kParam = 77; // the start callback changes it by one
 char secondUserData;
 
-extern "C" int startSave(_BITMAPHANDLE* bitmap, _BITMAPHANDLE** saveBitmap, int one, unsigned* callbackParam,
+extern "C" int StartSave(_BITMAPHANDLE* bitmap, _BITMAPHANDLE** saveBitmap, int one, unsigned* callbackParam,
                          unsigned char** rowBuffer, int alsoOne, void* userData1, void* userData2,
                          _SAVEFILESTRUCT** saveFile) {
     SaveRun& save = *static_cast<SaveRun*>(userData1);
@@ -15,7 +15,7 @@ extern "C" int startSave(_BITMAPHANDLE* bitmap, _BITMAPHANDLE** saveBitmap, int 
     EXPECT_EQ(bitmap, &save.bitmap);
     EXPECT_EQ(one, 1);
     EXPECT_EQ(alsoOne, 1);
-    EXPECT_EQ(*callbackParam, PARAM);
+    EXPECT_EQ(*callbackParam, kParam);
     EXPECT_EQ(userData2, &secondUserData);
     EXPECT_EQ(rowBuffer == nullptr, save.tiled);
     ++*callbackParam;
@@ -23,23 +23,23 @@ extern "C" int startSave(_BITMAPHANDLE* bitmap, _BITMAPHANDLE** saveBitmap, int 
     *saveFile = save.saveFile.get();
     if (rowBuffer != nullptr)
         *rowBuffer = save.rowBuffer.data();
-    return enterCall("Start") ? CALLBACK_STOPS : save.startStatus;
+    return EnterCall("Start") ? kCallbackStops : save.startStatus;
 }
 
-extern "C" int getSaveRow(_BITMAPHANDLE* bitmap, _BITMAPHANDLE* saveBitmap, unsigned char* rowBuffer,
+extern "C" int GetSaveRow(_BITMAPHANDLE* bitmap, _BITMAPHANDLE* saveBitmap, unsigned char* rowBuffer,
                           unsigned row, int rowCount, unsigned callbackParam, void* userData1,
                           void* userData2, _SAVEFILESTRUCT* saveFile) {
     SaveRun& save = *static_cast<SaveRun*>(userData1);
     EXPECT_EQ(bitmap, &save.bitmap);
     EXPECT_EQ(saveBitmap, &save.saveBitmap);
     EXPECT_EQ(rowCount, 1);
-    EXPECT_EQ(callbackParam, PARAM + 1);
+    EXPECT_EQ(callbackParam, kParam + 1);
     EXPECT_EQ(userData2, &secondUserData);
     EXPECT_EQ(saveFile, save.saveFile.get());
-    if (enterCall("GetRow " + std::to_string(row)))
-        return CALLBACK_STOPS;
+    if (EnterCall("GetRow " + std::to_string(row)))
+        return kCallbackStops;
     if (save.fetches++ == save.stopAtRow)
-        return CALLBACK_STOPS;
+        return kCallbackStops;
     const size_t rows = save.picture.size();
     EXPECT_LT(row, rows);
     const Bytes& source =
@@ -52,29 +52,29 @@ extern "C" int getSaveRow(_BITMAPHANDLE* bitmap, _BITMAPHANDLE* saveBitmap, unsi
     return SUCCESS;
 }
 
-extern "C" int endSave(_BITMAPHANDLE* bitmap, _BITMAPHANDLE** saveBitmap, unsigned* callbackParam,
+extern "C" int EndSave(_BITMAPHANDLE* bitmap, _BITMAPHANDLE** saveBitmap, unsigned* callbackParam,
                        unsigned char** rowBuffer, _SAVEFILESTRUCT** saveFile) {
     SaveRun& save = *static_cast<SaveRun::Bitmap*>(bitmap)->run; // no user data comes here
     ++save.ends;
     EXPECT_EQ(*saveBitmap, &save.saveBitmap);
-    EXPECT_EQ(*callbackParam, PARAM + 1);
+    EXPECT_EQ(*callbackParam, kParam + 1);
     EXPECT_EQ(rowBuffer == nullptr, save.tiled);
     EXPECT_EQ(*saveFile, save.saveFile.get());
     if (rowBuffer != nullptr) {
         EXPECT_EQ(*rowBuffer, save.rowBuffer.data());
     }
-    enterCall("End");
-    return CALLBACK_STOPS; // ignored
+    EnterCall("End");
+    return kCallbackStops; // ignored
 }
 
 } // namespace
 
-extern "C" int traceRow(_BITMAPHANDLE* saveBitmap, unsigned char* row, void* userData) {
+extern "C" int TraceRow(_BITMAPHANDLE* saveBitmap, unsigned char* row, void* userData) {
     SaveRun& save = *static_cast<SaveRun*>(userData);
     EXPECT_EQ(saveBitmap, &save.saveBitmap);
     EXPECT_EQ(row, save.rowBuffer.data());
     ++save.rowCalls;
-    return enterCall("Row") ? CALLBACK_STOPS : SUCCESS;
+    return EnterCall("Row") ? kCallbackStops : SUCCESS;
 }
 
 SaveRun::SaveRun(const Picture& rows, unsigned width, int format)
@@ -91,24 +91,24 @@ SaveRun::SaveRun(const Picture& rows, unsigned width, int format)
     dispatch->Bitmap = &bitmap;
     dispatch->BitsPerPixel = 1;
     dispatch->Format = format;
-    dispatch->CallbackParam = PARAM;
+    dispatch->CallbackParam = kParam;
     dispatch->UserData1 = this;
     dispatch->UserData2 = &secondUserData;
     dispatch->Options = options.get();
-    dispatch->StartCallback = startSave;
-    dispatch->GetRowCallback = getSaveRow;
-    dispatch->EndCallback = endSave;
+    dispatch->StartCallback = StartSave;
+    dispatch->GetRowCallback = GetSaveRow;
+    dispatch->EndCallback = EndSave;
 }
 
 int SaveRun::run() {
     return K_SaveRawFax(dispatch.get(), file.handle(), &bitmap, dispatch->BitsPerPixel,
-                        static_cast<unsigned>(dispatch->Format), PARAM, this, &secondUserData, &size, flags,
+                        static_cast<unsigned>(dispatch->Format), kParam, this, &secondUserData, &size, flags,
                         rowCallback, this);
 }
 
 int SaveRun::runTiled(_FAXTILEINFO* tiles, unsigned char* uncompressed, unsigned gap) {
     tiled = true;
     return K_SaveTiledFax(dispatch.get(), file.handle(), &bitmap, tiles, uncompressed, gap,
-                          dispatch->BitsPerPixel, static_cast<unsigned>(dispatch->Format), PARAM, this,
+                          dispatch->BitsPerPixel, static_cast<unsigned>(dispatch->Format), kParam, this,
                           &secondUserData, &size, flags);
 }

@@ -34,7 +34,7 @@ struct SaveRun {
     int starts = 0, ends = 0, fetches = 0, rowCalls = 0;
 };
 
-inline constexpr int CALLBACK_STOPS = -4712; // a result of the callbacks that no other call has
+inline constexpr int kCallbackStops = -4712; // a result of the callbacks that no other call has
 
 // The row callback: traced as "Row".
-extern "C" int traceRow(_BITMAPHANDLE* saveBitmap, unsigned char* row, void* userData);
+extern "C" int TraceRow(_BITMAPHANDLE* saveBitmap, unsigned char* row, void* userData);

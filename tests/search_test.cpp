@@ -23,7 +23,7 @@ std::ostream& operator<<(std::ostream& out, const Found& f) {
 
 constexpr uint64_t kNeverShare = UINT64_MAX;
 
-Found search(Bytes& file, uint64_t readUnshared) {
+Found Search(Bytes& file, uint64_t readUnshared) {
     void* redirect = nullptr;
     tagHANDLE* handle = nullptr;
     K_StartRedirectToBuffer(&redirect, &handle, REDIRECT_READ, file.data(), file.size());
@@ -39,36 +39,37 @@ Found search(Bytes& file, uint64_t readUnshared) {
     return {status, info.Format, info.Width, info.Height, info.Offset, info.Flags};
 }
 
-void expectTheSame(Bytes file) {
-    EXPECT_EQ(search(file, 0), search(file, kNeverShare)) << file.size() << " bytes";
+void ExpectTheSame(Bytes file) {
+    EXPECT_EQ(Search(file, 0), Search(file, kNeverShare)) << file.size() << " bytes";
 }
 
 // Offsets at which a trial begins, then lines, then the rest of a file of size bytes: one line in the middle
 // grows until it fits.
-Bytes fileOfSize(const Bits& heads, const Bits& lines, const Bits& filler, const Bits& end, size_t size) {
+Bytes FileOfSize(const Bits& heads, const Bits& lines, const Bits& filler, const Bits& end, size_t size) {
     Bits bits = heads + lines;
     while (bits.size() + filler.size() + end.size() <= size * 8)
         bits += filler;
-    bits += repeated("0", size * 8 - bits.size() - end.size());
-    return packed(bits + end);
+    bits += Repeated("0", size * 8 - bits.size() - end.size());
+    return Packed(bits + end);
 }
 
-const Bits kHead = EOL + "0000";
-const Bits kPixels = runBits(false, 1) + runBits(true, 1);
-const Bits kNothing = runBits(false, 0) + runBits(true, 0);
+const Bits kHead = kEol + "0000";
+const Bits kPixels = RunBits(false, 1) + RunBits(true, 1);
+const Bits kNothing = RunBits(false, 0) + RunBits(true, 0);
 
 // The last bits of a file are read or not by how its bytes fall into the input buffer, which differs from one
 // offset to the next: 150,002 bytes later they fall alike.
 TEST(Search, SharedTrialsEndWhereTheFileDoes) {
-    const Bits ends[] = {EOL + line1D({7, 9}), line1D({7, 64000}), line1D({5, 3, 7}), EOL + "1" + EOL};
+    const Bits ends[] = {kEol + Line1D({7, 9}), Line1D({7, 64000}), Line1D({5, 3, 7}), kEol + "1" + kEol};
     for (const unsigned fills : {1u, 2u})
         for (const unsigned offset : {0u, 4u, 20u}) // the first trial, one in the middle, the last
             for (const Bits& end : ends)
                 for (const unsigned more : {0u, 1u, 2u, 3u, 4u}) {
                     const size_t size = size_t{150000} + 150002 * (fills - 1) + offset + more;
                     const unsigned lines = 96 + (more + fills) % 4;
-                    expectTheSame(fileOfSize(repeated(kHead, 10) + EOL,
-                                             repeated(line1D({100, 100}) + EOL, lines), kNothing, end, size));
+                    ExpectTheSame(FileOfSize(Repeated(kHead, 10) + kEol,
+                                             Repeated(Line1D({100, 100}) + kEol, lines), kNothing, end,
+                                             size));
                     if (HasFailure())
                         return;
                 }
@@ -78,27 +79,27 @@ TEST(Search, SharedTrialsEndWhereTheFileDoes) {
 TEST(Search, SharedTrialsFindWhatTheyWouldAlone) {
     std::mt19937 random(7);
     const auto below = [&](size_t limit) { return static_cast<unsigned>(random() % limit); };
-    const Bits tooWide = EOL + repeated(runBits(false, 64) + runBits(true, 0), 3500);
+    const Bits tooWide = kEol + Repeated(RunBits(false, 64) + RunBits(true, 0), 3500);
     for (unsigned round = 0; round < 400 && !HasFailure(); ++round) {
-        const Bits heads[] = {kHead, EOL + "1000", EOL + "110110000000", EOL + kNothing + "000000",
-                              EOL + "1" + kPixels};
-        const Bits lines[] = {EOL + kNothing,
-                              EOL + "1" + kNothing,
-                              EOL + "0" + V0 + V0 + V0,
-                              EOL + "0" + horizontal(3, 5) + V0,
-                              EOL + repeated(kPixels, 1 + below(40)),
-                              EOL + "1" + line1D({65000, 3, 400, 7}),
-                              EOL + "0" + horizontal(64000, 700) + VR1 + V0};
-        Bits bits = repeated(heads[below(std::size(heads))], 20 + below(100));
-        bits += repeated(heads[below(std::size(heads))], below(40)) + repeated("1", below(9));
+        const Bits heads[] = {kHead, kEol + "1000", kEol + "110110000000", kEol + kNothing + "000000",
+                              kEol + "1" + kPixels};
+        const Bits lines[] = {kEol + kNothing,
+                              kEol + "1" + kNothing,
+                              kEol + "0" + kV0 + kV0 + kV0,
+                              kEol + "0" + Horizontal(3, 5) + kV0,
+                              kEol + Repeated(kPixels, 1 + below(40)),
+                              kEol + "1" + Line1D({65000, 3, 400, 7}),
+                              kEol + "0" + Horizontal(64000, 700) + kVR1 + kV0};
+        Bits bits = Repeated(heads[below(std::size(heads))], 20 + below(100));
+        bits += Repeated(heads[below(std::size(heads))], below(40)) + Repeated("1", below(9));
         const unsigned kinds = 1 + below(3);
         const unsigned first = below(std::size(lines));
         for (unsigned count = 60 + below(80); count != 0; --count)
             bits += lines[(first + below(kinds)) % std::size(lines)];
         if (below(2) == 0)
             bits += tooWide;
-        bits += repeated(kNothing, below(300)) + repeated("0", below(20));
-        expectTheSame(packed(bits, below(4) == 0));
+        bits += Repeated(kNothing, below(300)) + Repeated("0", below(20));
+        ExpectTheSame(Packed(bits, below(4) == 0));
     }
 }
 

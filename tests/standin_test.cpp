@@ -40,14 +40,14 @@ static_assert(standin::kTilesReverseBits == FAX_REVERSE_BITS && standin::kTilesA
 static_assert(standin::kTilesByteTrailer == FAX_BYTE_TRAILER);
 
 // A page whose rows all differ.
-standin::BitmapPtr makePage() {
+standin::BitmapPtr MakePage() {
     standin::BitmapPtr page = standin::MakeBitmap(kWidth, kHeight);
     for (int y = 0; y < kHeight; ++y)
         standin::BitmapRow(*page, static_cast<size_t>(y))[y / 8] = static_cast<unsigned char>(y + 1);
     return page;
 }
 
-_LOADINFO streamInfo(int format, uint32_t flags) {
+_LOADINFO StreamInfo(int format, uint32_t flags) {
     _LOADINFO stream{};
     stream.Format = format;
     stream.Width = kWidth;
@@ -56,7 +56,7 @@ _LOADINFO streamInfo(int format, uint32_t flags) {
     return stream;
 }
 
-size_t bytesInUse() {
+size_t BytesInUse() {
     const struct mallinfo2 info = mallinfo2();
     return info.uordblks + info.hblkhd;
 }
@@ -69,7 +69,7 @@ struct LateOwner {
 thread_local LateOwner lateOwner;
 
 TEST(Memory, ThreadsLeaveNothingBehind) {
-    const size_t before = bytesInUse();
+    const size_t before = BytesInUse();
     for (int i = 0; i < 100; ++i)
         std::thread([] {
             lateOwner.block = nullptr; // its destructor is registered first and runs last
@@ -77,15 +77,15 @@ TEST(Memory, ThreadsLeaveNothingBehind) {
             lateOwner.block = K_LocalAlloc(kBlockBytes, 1, 1, "late");
             K_LocalFree(kept, 1, "kept");
         }).join();
-    EXPECT_LT(bytesInUse(), before + 10 * kBlockBytes);
+    EXPECT_LT(BytesInUse(), before + 10 * kBlockBytes);
     EXPECT_TRUE(standin::HeldAllocations().Blocks.empty());
 }
 
 TEST(Memory, AThreadThatOnlyFreesAtItsEndLeavesNothing) {
-    const size_t before = bytesInUse();
+    const size_t before = BytesInUse();
     for (int i = 0; i < 100; ++i)
         std::thread([] { lateOwner.block = K_LocalAlloc(kBlockBytes, 1, 1, "late"); }).join();
-    EXPECT_LT(bytesInUse(), before + 10 * kBlockBytes);
+    EXPECT_LT(BytesInUse(), before + 10 * kBlockBytes);
     EXPECT_TRUE(standin::HeldAllocations().Blocks.empty());
 }
 
@@ -93,10 +93,10 @@ TEST(Memory, AThreadThatOnlyFreesAtItsEndLeavesNothing) {
 TEST(Memory, AThreadThatFreesInAKeysDestructorLeavesNothing) {
     pthread_key_t key{};
     ASSERT_EQ(pthread_key_create(&key, [](void* block) { K_LocalFree(block, 1, "late"); }), 0);
-    const size_t before = bytesInUse();
+    const size_t before = BytesInUse();
     for (int i = 0; i < 100; ++i)
         std::thread([&] { pthread_setspecific(key, K_LocalAlloc(kBlockBytes, 1, 1, "late")); }).join();
-    EXPECT_LT(bytesInUse(), before + 10 * kBlockBytes);
+    EXPECT_LT(BytesInUse(), before + 10 * kBlockBytes);
     EXPECT_TRUE(standin::HeldAllocations().Blocks.empty());
     pthread_key_delete(key);
 }
@@ -118,7 +118,7 @@ TEST(Memory, AThreadThatEndsARedirectionLateLeavesNothing) {
         ASSERT_EQ(K_StartRedirectToBuffer(redirect, &handle, REDIRECT_WRITE, nullptr, 0), SUCCESS);
         ASSERT_EQ(K_RedirectedWrite(handle, bytes.data(), kBlockBytes), static_cast<int>(kBlockBytes));
     };
-    const size_t before = bytesInUse();
+    const size_t before = BytesInUse();
     for (int i = 0; i < 100; ++i)
         std::thread([&] {
             outgrow(&lateRedirection.redirect);
@@ -126,7 +126,7 @@ TEST(Memory, AThreadThatEndsARedirectionLateLeavesNothing) {
             outgrow(&early);
             K_StopRedirectToBuffer(early, nullptr, nullptr);
         }).join();
-    EXPECT_LT(bytesInUse(), before + 10 * kBlockBytes);
+    EXPECT_LT(BytesInUse(), before + 10 * kBlockBytes);
 }
 
 TEST(Memory, HeldAllocationsNamesWhatIsHeld) {
@@ -144,7 +144,7 @@ TEST_F(StandIn, UmaskDecidesWhoMayUseANewFile) {
     for (const auto& c : cases) {
         std::filesystem::remove(file);
         const mode_t before = umask(c.mask);
-        const int status = standin::SaveFile(filter, file, *makePage());
+        const int status = standin::SaveFile(filter, file, *MakePage());
         umask(before);
         ASSERT_EQ(status, SUCCESS);
         struct stat about {};
@@ -172,14 +172,14 @@ TEST(InitBitmap, WritesNothingBehindTheRecord) {
 }
 
 TEST_F(StandIn, ALoadThatDiscardsRowsHandsBackNone) {
-    const standin::BitmapPtr page = makePage();
+    const standin::BitmapPtr page = MakePage();
     ASSERT_EQ(standin::SaveFile(filter, file, *page), SUCCESS);
     standin::Blocks blocks;
     blocks.Width = kWidth;
     blocks.Height = 50;
     ASSERT_EQ(standin::SaveBlocks(filter, *page, {}, blocks), SUCCESS);
     const standin::Description description =
-        standin::DescribeStream(streamInfo(FORMAT_FAX_G4, LOADINFO_ORIENTATION_1));
+        standin::DescribeStream(StreamInfo(FORMAT_FAX_G4, LOADINFO_ORIENTATION_1));
     standin::Blocks damaged = blocks; // is loaded strip by strip
     damaged.ByteCounts[1] = 0;
     standin::LoadOptions options;
@@ -216,7 +216,7 @@ TEST_F(StandIn, RefusesToSaveWhatItWouldLose) {
     };
     const standin::BitmapPtr noRows = standin::MakeBitmapWithoutRows(kWidth, kHeight);
     expectRefused(*noRows, ERROR_NULL_PTR);
-    const standin::BitmapPtr page = makePage();
+    const standin::BitmapPtr page = MakePage();
     for (const int orientation : {0, 2, 3, 5, 6, 7, 8, 9}) {
         page->Orientation = orientation;
         expectRefused(*page, ERROR_INV_PARAMETER);
@@ -225,11 +225,11 @@ TEST_F(StandIn, RefusesToSaveWhatItWouldLose) {
 }
 
 TEST_F(StandIn, SavesABitmapThatLiesBottomUp) {
-    const standin::BitmapPtr page = makePage();
+    const standin::BitmapPtr page = MakePage();
     page->Orientation = ORIENTATION_BOTTOM_UP;
     ASSERT_EQ(standin::SaveFile(filter, file, *page), SUCCESS);
     const standin::LoadResult loaded = standin::Load(
-        filter, file, standin::DescribeStream(streamInfo(FORMAT_FAX_G4, LOADINFO_ORIENTATION_1)));
+        filter, file, standin::DescribeStream(StreamInfo(FORMAT_FAX_G4, LOADINFO_ORIENTATION_1)));
     for (size_t y = 0; y < kHeight; ++y)
         ASSERT_EQ(std::memcmp(standin::BitmapRow(*loaded.Bitmap, y),
                               standin::BitmapRow(*page, kHeight - 1 - y), page->BytesPerLine),
@@ -239,7 +239,7 @@ TEST_F(StandIn, SavesABitmapThatLiesBottomUp) {
 
 // What a stream is described as is what its load makes of the bitmap.
 TEST_F(StandIn, DescribesAStreamsOrientationAsItIsLoaded) {
-    ASSERT_EQ(standin::SaveFile(filter, file, *makePage()), SUCCESS);
+    ASSERT_EQ(standin::SaveFile(filter, file, *MakePage()), SUCCESS);
     const struct {
         uint32_t flags;
         int orientation;
@@ -256,7 +256,7 @@ TEST_F(StandIn, DescribesAStreamsOrientationAsItIsLoaded) {
         {LOADINFO_ORIENTATION_2 | LOADINFO_ORIENTATION_5 | LOADINFO_ORIENTATION_7, 5},
     };
     for (const auto& c : cases) {
-        const standin::Description description = standin::DescribeStream(streamInfo(FORMAT_FAX_G4, c.flags));
+        const standin::Description description = standin::DescribeStream(StreamInfo(FORMAT_FAX_G4, c.flags));
         EXPECT_EQ(description.FileInfo.Declared.Orientation, c.orientation) << c.flags;
         EXPECT_EQ(standin::Load(filter, file, description).Bitmap->Orientation, c.orientation) << c.flags;
     }

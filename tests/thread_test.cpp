@@ -19,28 +19,28 @@
 
 namespace {
 
-constexpr unsigned WIDTH = 413;
-constexpr int HEIGHT = 120; // the probe wants 100 lines
-constexpr int THREADS = 8;
-constexpr int ROUNDS = 3;
+constexpr unsigned kWidth = 413;
+constexpr int kHeight = 120; // the probe wants 100 lines
+constexpr int kThreads = 8;
+constexpr int kRounds = 3;
 
 // What a call left behind: statuses and pixels as text.
 using Outcome = std::string;
 // A call that has the name of a file to itself.
 using Job = std::function<Outcome(const std::string& ownFile)>;
 
-standin::BitmapPtr makePage(unsigned seed) {
+standin::BitmapPtr MakePage(unsigned seed) {
     std::mt19937 random(seed);
-    standin::BitmapPtr page = standin::MakeBitmap(WIDTH, HEIGHT);
-    for (int y = 0; y < HEIGHT; ++y)
-        for (unsigned x = 0; x < WIDTH; x += 1 + static_cast<unsigned>(random() % 60))
-            for (unsigned end = std::min(WIDTH, x + static_cast<unsigned>(random() % 20)); x < end; ++x)
+    standin::BitmapPtr page = standin::MakeBitmap(kWidth, kHeight);
+    for (int y = 0; y < kHeight; ++y)
+        for (unsigned x = 0; x < kWidth; x += 1 + static_cast<unsigned>(random() % 60))
+            for (unsigned end = std::min(kWidth, x + static_cast<unsigned>(random() % 20)); x < end; ++x)
                 standin::BitmapRow(*page, static_cast<size_t>(y))[x / 8] |=
                     static_cast<unsigned char>(0x80 >> x % 8);
     return page;
 }
 
-Outcome pixelsOf(const _BITMAPHANDLE& bitmap) {
+Outcome PixelsOf(const _BITMAPHANDLE& bitmap) {
     Outcome pixels;
     for (int y = 0; y < bitmap.Height; ++y) {
         const unsigned char* const row = standin::BitmapRow(bitmap, static_cast<size_t>(y));
@@ -49,25 +49,25 @@ Outcome pixelsOf(const _BITMAPHANDLE& bitmap) {
     return pixels;
 }
 
-Outcome outcomeOf(const standin::LoadResult& load) {
+Outcome OutcomeOf(const standin::LoadResult& load) {
     return std::to_string(load.Status) + ' ' + std::to_string(load.DataStatus) + ' ' +
-           std::to_string(load.Rows) + ' ' + pixelsOf(*load.Bitmap);
+           std::to_string(load.Rows) + ' ' + PixelsOf(*load.Bitmap);
 }
 
-Outcome contentsOf(const std::string& name) {
+Outcome ContentsOf(const std::string& name) {
     std::ifstream file(name, std::ios::binary);
     return {std::istreambuf_iterator<char>(file), {}};
 }
 
-void write(const std::string& name, const Outcome& contents) {
+void Write(const std::string& name, const Outcome& contents) {
     std::ofstream(name, std::ios::binary) << contents;
 }
 
-standin::Description described(int format, bool reversed) {
+standin::Description InfoOf(int format, bool reversed) {
     _LOADINFO stream = {};
     stream.Format = format;
-    stream.Width = WIDTH;
-    stream.Height = HEIGHT;
+    stream.Width = kWidth;
+    stream.Height = kHeight;
     stream.Flags = LOADINFO_ORIENTATION_1 | (reversed ? LOADINFO_REVERSED_BITS : 0);
     return standin::DescribeStream(stream);
 }
@@ -92,33 +92,33 @@ void Threads::addJobs(int format, bool reversed) {
     how.Format = format;
     how.ReverseBits = reversed;
     const auto save = [=, this](const std::string& file) {
-        const standin::BitmapPtr page = makePage(static_cast<unsigned>(format));
+        const standin::BitmapPtr page = MakePage(static_cast<unsigned>(format));
         return standin::SaveFile(filter, file, *page, how);
     };
     ASSERT_EQ(save(good), SUCCESS);
-    Outcome stream = contentsOf(good);
+    Outcome stream = ContentsOf(good);
     for (size_t i = stream.size() / 3; i < stream.size(); i += 97)
         stream[i] = static_cast<char>(stream[i] ^ 0x24);
-    write(good + ".damaged", stream);
+    Write(good + ".damaged", stream);
 
     const auto load = [=, this](const std::string& file, bool batches, uint32_t flags) {
         standin::LoadOptions options;
         options.Batches = batches;
         options.AddedFlags = flags;
-        return standin::Load(filter, file, described(format, reversed), options);
+        return standin::Load(filter, file, InfoOf(format, reversed), options);
     };
     const standin::LoadResult first = load(good, false, 0);
-    ASSERT_EQ(pixelsOf(*first.Bitmap), pixelsOf(*makePage(static_cast<unsigned>(format))));
+    ASSERT_EQ(PixelsOf(*first.Bitmap), PixelsOf(*MakePage(static_cast<unsigned>(format))));
     ASSERT_EQ(first.DataStatus, 0);
 
     jobs.emplace_back([=](const std::string& file) {
         std::filesystem::remove(file); // a save does not cut a longer one
         const int status = save(file);
-        return std::to_string(status) + ' ' + contentsOf(file);
+        return std::to_string(status) + ' ' + ContentsOf(file);
     });
-    jobs.emplace_back([=](const std::string&) { return outcomeOf(load(good, false, 0)); });
-    jobs.emplace_back([=](const std::string&) { return outcomeOf(load(good, true, LOADINFO_MIRROR)); });
-    jobs.emplace_back([=](const std::string&) { return outcomeOf(load(good + ".damaged", false, 0)); });
+    jobs.emplace_back([=](const std::string&) { return OutcomeOf(load(good, false, 0)); });
+    jobs.emplace_back([=](const std::string&) { return OutcomeOf(load(good, true, LOADINFO_MIRROR)); });
+    jobs.emplace_back([=](const std::string&) { return OutcomeOf(load(good + ".damaged", false, 0)); });
     jobs.emplace_back([=, this](const std::string&) {
         const standin::Description found = standin::Describe(filter, good);
         const _LOADINFO& info = found.LoadInfo;
@@ -127,11 +127,11 @@ void Threads::addJobs(int format, bool reversed) {
                std::to_string(info.Flags);
     });
     jobs.emplace_back([=](const std::string&) {
-        Outcome rows = pixelsOf(*makePage(7));
+        Outcome rows = PixelsOf(*MakePage(7));
         Outcome block(rows.size() * 9, '\0');
         _BITMAPINFOHEADER header = {};
-        header.Width = WIDTH;
-        header.Height = HEIGHT;
+        header.Width = kWidth;
+        header.Height = kHeight;
         header.BitsPerPixel = 1;
         const auto bytes = [](Outcome& text) { return reinterpret_cast<unsigned char*>(text.data()); };
         unsigned long long size = block.size();
@@ -139,7 +139,7 @@ void Threads::addJobs(int format, bool reversed) {
                                         reversed ? FAX_REVERSE_BITS : 0, format, 0, 0);
         block.resize(size);
         Outcome pixels(rows.size(), '\0');
-        const int loaded = fltLoadBuffer(bytes(block), size, bytes(pixels), format, WIDTH, HEIGHT, 0, 0,
+        const int loaded = fltLoadBuffer(bytes(block), size, bytes(pixels), format, kWidth, kHeight, 0, 0,
                                          reversed ? LOADINFO_REVERSED_BITS : 0);
         return std::to_string(saved) + ' ' + std::to_string(loaded) + ' ' + block + pixels;
     });
@@ -148,19 +148,19 @@ void Threads::addJobs(int format, bool reversed) {
 void Threads::addBlockJobs(int format) {
     for (const bool tiled : {true, false})
         jobs.emplace_back([=, this](const std::string&) {
-            const standin::BitmapPtr page = makePage(3);
+            const standin::BitmapPtr page = MakePage(3);
             standin::SaveOptions how;
             how.Format = format;
             standin::Blocks blocks;
             blocks.Tiled = tiled;
-            blocks.Width = tiled ? 128 : WIDTH;
+            blocks.Width = tiled ? 128 : kWidth;
             blocks.Height = 48;
             blocks.Padding = 2;
             const int saved = standin::SaveBlocks(filter, *page, how, blocks);
             const standin::LoadResult loaded =
-                standin::LoadBlocks(filter, described(format, false), blocks, false);
+                standin::LoadBlocks(filter, InfoOf(format, false), blocks, false);
             return std::to_string(saved) + ' ' + Outcome(blocks.Bytes.begin(), blocks.Bytes.end()) +
-                   outcomeOf(loaded);
+                   OutcomeOf(loaded);
         });
 }
 
@@ -175,13 +175,13 @@ TEST_F(Threads, EndAsTheyDoAlone) {
         alone.push_back(job(path("alone")));
 
     std::atomic<size_t> different = 0;
-    std::latch start(THREADS);
+    std::latch start(kThreads);
     std::vector<std::thread> threads;
-    for (size_t number = 0; number < THREADS; ++number)
+    for (size_t number = 0; number < kThreads; ++number)
         threads.emplace_back([&, number] {
             const std::string ownFile = path("thread" + std::to_string(number));
             std::vector<size_t> order; // its own, now beside others in the same job, now not
-            for (size_t i = 0; i < ROUNDS * jobs.size(); ++i)
+            for (size_t i = 0; i < kRounds * jobs.size(); ++i)
                 order.push_back(i % jobs.size());
             std::shuffle(order.begin(), order.end(), std::mt19937(static_cast<unsigned>(number)));
             start.arrive_and_wait();

@@ -10,11 +10,11 @@ struct TiffCoding {
     unsigned format; // 66, 67, 68 or 162
     uint32_t options = 0;
 };
-inline constexpr uint32_t TIFF_FILL_BITS = 4;
+inline constexpr uint32_t kTiffFillBits = 4;
 
 // The strips that libtiff makes of a picture.
-std::vector<Bytes> codedByLibtiff(const Picture& picture, unsigned width, TiffCoding coding, bool reversed,
+std::vector<Bytes> CodedByLibtiff(const Picture& picture, unsigned width, TiffCoding coding, bool reversed,
                                   size_t stripRows);
 // What libtiff makes of a stream; nothing when it complains.
-std::optional<Picture> decodedByLibtiff(const Bytes& stream, unsigned format, unsigned width, size_t rows,
+std::optional<Picture> DecodedByLibtiff(const Bytes& stream, unsigned format, unsigned width, size_t rows,
                                         bool reversed);

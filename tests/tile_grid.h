@@ -40,7 +40,7 @@ struct TiledLoad : LoadRun {
     TiledLoad(const Picture& p, unsigned width, unsigned tileWidth, unsigned tileHeight)
         : LoadRun({}, 68, 0, 0), grid(width, p.size(), tileWidth, tileHeight), picture(p) {
         for (size_t i = 0; i < grid.count; ++i)
-            put(i, codedPicture(grid.tile(p, i), tileWidth, 68));
+            put(i, CodedPicture(grid.tile(p, i), tileWidth, 68));
         grid.uncompressed.assign(grid.count, 0);
         bitmap.Width = fileInfo->Width = width;
         bitmap.Height = fileInfo->Height = static_cast<int>(p.size());
@@ -51,7 +51,7 @@ struct TiledLoad : LoadRun {
         file.bytes.insert(file.bytes.end(), data.begin(), data.end());
     }
     void makeRaw(size_t tile) {
-        put(tile, joined(grid.tile(picture, tile)));
+        put(tile, Joined(grid.tile(picture, tile)));
         grid.uncompressed[tile] = 1;
     }
     int load() {

@@ -5,13 +5,13 @@ namespace {
 
 class TiledLoader : public KernelTest {};
 
-extern "C" int countNoRows(_FILEINFOA*, _BITMAPHANDLE*, unsigned short*, unsigned, int, int, void*) {
+extern "C" int CountNoRows(_FILEINFOA*, _BITMAPHANDLE*, unsigned short*, unsigned, int, int, void*) {
     ADD_FAILURE() << "rows";
     return SUCCESS;
 }
 
 TEST_F(TiledLoader, LoaderCallsInTheirOrder) {
-    const Picture picture = pictureOf(100, 20, NOISE);
+    const Picture picture = PictureOf(100, 20, NOISE);
     TiledLoad load(picture, 100, 64, 16);
     load.makeRaw(1);
     load.grid.counts[2] = 0; // empty
@@ -21,7 +21,7 @@ TEST_F(TiledLoader, LoaderCallsInTheirOrder) {
     // In the last column rows end with the picture, whatever the tile has behind it.
     const auto put = [&](size_t tile, uint32_t y) {
         const unsigned pixels = tile % 2 == 0 ? 64 : 36;
-        const size_t changes = tile == 2 ? 0 : changesOf(g.tile(picture, tile)[y], pixels).size();
+        const size_t changes = tile == 2 ? 0 : ChangesOf(g.tile(picture, tile)[y], pixels).size();
         return "PutBitmapRowColCompressed " + text(y) + (tile % 2 == 0 ? " 0 " : " 64 ") + text(pixels) +
                ", runs " + std::to_string(changes + 1);
     };
@@ -47,15 +47,15 @@ TEST_F(TiledLoader, LoaderCallsInTheirOrder) {
     wanted.insert(wanted.end(),
                   {"GetBitmapRowCompressed 0 4", "Rows 16 4 27", "Free 1000000", "Free 1000000",
                    "Free 200000", "Free 500000", "Free 16", "IntReleaseBitmap 1 1", "FreeBitmap"});
-    EXPECT_EQ(testKernel().trace, wanted);
+    EXPECT_EQ(KernelInUse().trace, wanted);
     Picture seen = picture;
     for (size_t y = 16; y < 20; ++y)
         std::fill_n(seen[y].begin(), 8, uint8_t{0});
-    EXPECT_EQ(linesOf(load.rows), linesOf(seen, 100));
+    EXPECT_EQ(LinesOf(load.rows), LinesOf(seen, 100));
 }
 
 TEST_F(TiledLoader, StripsInOneColumn) {
-    const Picture picture = pictureOf(100, 230);
+    const Picture picture = PictureOf(100, 230);
     struct {
         unsigned tileHeight;
         bool batches;
@@ -69,58 +69,59 @@ TEST_F(TiledLoader, StripsInOneColumn) {
         {300, false, 1000, {"Rows 0 230 23", "Rows 230 0 27"}},
     };
     for (const auto& c : cases) {
-        resetTestKernel();
+        ResetTestKernel();
         TiledLoad load(picture, 100, 104, c.tileHeight);
         load.dispatch->Flags = c.batches ? LOADDISPATCH_BATCHES : 0;
         load.fileInfo->Height = c.fileHeight;
         EXPECT_EQ(load.load(), SUCCESS);
-        EXPECT_EQ(callsNamed("Rows"), c.deliveries);
-        EXPECT_TRUE(linesOf(load.rows) == linesOf(picture, 100));
+        EXPECT_EQ(CallsNamed("Rows"), c.deliveries);
+        EXPECT_TRUE(LinesOf(load.rows) == LinesOf(picture, 100));
         EXPECT_EQ(load.dispatch->Status, 0);
     }
 }
 
 TEST_F(TiledLoader, LastListedStripSuppliesWhatIsMissing) {
-    const Picture picture = pictureOf(100, 30);
+    const Picture picture = PictureOf(100, 30);
     TiledLoad load(picture, 100, 100, 8);
-    load.put(1, codedPicture(Picture(picture.begin() + 8, picture.end()), 100, 68));
+    load.put(1, CodedPicture(Picture(picture.begin() + 8, picture.end()), 100, 68));
     load.grid.info.TileCount = 2;
     EXPECT_EQ(load.load(), SUCCESS);
-    EXPECT_EQ(callsNamed("Rows"), (Trace{"Rows 0 8 23", "Rows 8 22 27"}));
-    EXPECT_TRUE(linesOf(load.rows) == linesOf(picture, 100));
-    EXPECT_EQ(callsNamed("Seek").size(), 2u);
+    EXPECT_EQ(CallsNamed("Rows"), (Trace{"Rows 0 8 23", "Rows 8 22 27"}));
+    EXPECT_TRUE(LinesOf(load.rows) == LinesOf(picture, 100));
+    EXPECT_EQ(CallsNamed("Seek").size(), 2u);
 
-    resetTestKernel();
+    ResetTestKernel();
     TiledLoad whole(picture, 100, 100, 64); // one strip without a length
     whole.grid.counts[0] = 0;
     EXPECT_EQ(whole.load(), SUCCESS);
-    EXPECT_EQ(callsNamed("Read 200000").size(), 1u);
-    EXPECT_TRUE(linesOf(whole.rows) == linesOf(picture, 100));
+    EXPECT_EQ(CallsNamed("Read 200000").size(), 1u);
+    EXPECT_TRUE(LinesOf(whole.rows) == LinesOf(picture, 100));
 }
 
 TEST_F(TiledLoader, WhiteForWhatIsNotThere) {
-    const Picture picture = pictureOf(100, 20);
+    const Picture picture = PictureOf(100, 20);
     for (const uint32_t listed : {0u, 2u}) {
-        resetTestKernel();
+        ResetTestKernel();
         TiledLoad load(picture, 100, 64, 16);
         load.grid.info.TileCount = listed;
         load.grid.uncompressed.assign(listed, 0); // asked for listed tiles alone
         EXPECT_EQ(load.load(), SUCCESS);
         ASSERT_EQ(load.rows.size(), 20u);
         for (size_t y = 0; y < 20; ++y)
-            EXPECT_EQ(changesOf(load.rows[y]), y < 16 && listed == 2 ? changesOf(picture[y], 100) : Line());
-        EXPECT_EQ(callsNamed("Seek").size(), listed);
+            EXPECT_EQ(ChangesOf(load.rows[y]), y < 16 && listed == 2 ? ChangesOf(picture[y], 100) : Line());
+        EXPECT_EQ(CallsNamed("Seek").size(), listed);
         EXPECT_EQ(load.dispatch->Status, 0);
     }
     // A tile that ends in an unknown extension behind three rows; the next one is whole.
-    resetTestKernel();
+    ResetTestKernel();
     TiledLoad damaged(picture, 100, 64, 16);
-    damaged.put(0, packed(repeated(horizontal(3, 4) + V0, 1) + repeated(repeated(V0, 3), 2) + "0000001000"));
+    damaged.put(0,
+                Packed(Repeated(Horizontal(3, 4) + kV0, 1) + Repeated(Repeated(kV0, 3), 2) + "0000001000"));
     EXPECT_EQ(damaged.load(), SUCCESS);
     EXPECT_EQ(damaged.dispatch->Status, ERROR_FAX_DATA_CORRUPT);
-    EXPECT_EQ(callsNamed("PutBitmapRowColCompressed").size(), 40u);
+    EXPECT_EQ(CallsNamed("PutBitmapRowColCompressed").size(), 40u);
     for (size_t y = 0; y < 16; ++y) {
-        Line left = changesOf(damaged.rows[y]);
+        Line left = ChangesOf(damaged.rows[y]);
         std::erase_if(left, [](uint32_t x) { return x >= 64; });
         EXPECT_EQ(left, y < 3 ? Line({3, 7}) : Line()) << y;
     }
@@ -128,10 +129,10 @@ TEST_F(TiledLoader, WhiteForWhatIsNotThere) {
 
 TEST_F(TiledLoader, DamageIsNotMissingData) {
     for (const bool corrupt : {true, false}) {
-        resetTestKernel();
-        TiledLoad load(pictureOf(100, 20), 100, 64, 16);
-        const Bits left = horizontal(3, 1) + V0 + V0 + VL3; // of the change before
-        load.put(0, packed(corrupt ? left + repeated("1", 64) : "1"));
+        ResetTestKernel();
+        TiledLoad load(PictureOf(100, 20), 100, 64, 16);
+        const Bits left = Horizontal(3, 1) + kV0 + kV0 + kVL3; // of the change before
+        load.put(0, Packed(corrupt ? left + Repeated("1", 64) : "1"));
         EXPECT_EQ(load.load(), SUCCESS);
         EXPECT_EQ(load.dispatch->Status, corrupt ? ERROR_FAX_DATA_CORRUPT : ERROR_FILE_READ);
     }
@@ -139,38 +140,38 @@ TEST_F(TiledLoader, DamageIsNotMissingData) {
 
 TEST_F(TiledLoader, ChunksFitTheRunBuffer) {
     // 143 rows of 1737 words; one word less a row, and 144 would fit.
-    const Picture picture = pictureOf(1734, 300, ALTERNATING);
+    const Picture picture = PictureOf(1734, 300, ALTERNATING);
     TiledLoad load(picture, 1734, 256, 300);
     EXPECT_EQ(load.load(), SUCCESS);
-    EXPECT_EQ(callsNamed("Rows"), (Trace{"Rows 0 143 23", "Rows 143 143 19", "Rows 286 14 27"}));
-    EXPECT_TRUE(linesOf(load.rows) == linesOf(picture, 1734));
+    EXPECT_EQ(CallsNamed("Rows"), (Trace{"Rows 0 143 23", "Rows 143 143 19", "Rows 286 14 27"}));
+    EXPECT_TRUE(LinesOf(load.rows) == LinesOf(picture, 1734));
 }
 
 TEST_F(TiledLoader, LoaderWithoutRowsAndRefusals) {
-    TiledLoad load(pictureOf(100, 20), 100, 64, 16);
+    TiledLoad load(PictureOf(100, 20), 100, 64, 16);
     load.stopAt = 1;
     load.stopWith = -9;
     for (const int height : {0, -4}) {
         load.bitmap.Height = height;
         load.deliveries = 0;
-        resetTestKernel();
+        ResetTestKernel();
         EXPECT_EQ(load.load(), -9);
-        EXPECT_EQ(callsNamed("Rows"), Trace{"Rows 0 0 31"});
+        EXPECT_EQ(CallsNamed("Rows"), Trace{"Rows 0 0 31"});
     }
     load.bitmap.Width = 0;
     load.bitmap.Height = 20;
     load.deliveries = 0;
-    resetTestKernel();
+    ResetTestKernel();
     EXPECT_EQ(load.load(), -9);
-    EXPECT_EQ(callsNamed("Rows"), Trace{"Rows 0 0 31"});
+    EXPECT_EQ(CallsNamed("Rows"), Trace{"Rows 0 0 31"});
     load.bitmap.Width = 100;
     load.bitmap.Height = 0;
     load.fileInfo->Height = 0;
-    resetTestKernel();
+    ResetTestKernel();
     EXPECT_EQ(load.load(), SUCCESS);
-    EXPECT_EQ(callsNamed("Rows"), Trace());
+    EXPECT_EQ(CallsNamed("Rows"), Trace());
 
-    resetTestKernel();
+    ResetTestKernel();
     load.grid.info.TileWidth = MAX_IMAGE_WIDTH + 1;
     EXPECT_EQ(load.load(), ERROR_INV_PARAMETER);
     load.grid.info.TileWidth = 0;
@@ -185,40 +186,40 @@ TEST_F(TiledLoader, LoaderWithoutRowsAndRefusals) {
                                  missing == 1 ? nullptr : &load.info(),
                                  missing == 2 ? nullptr : &load.grid.info,
                                  missing == 3 ? nullptr : load.fileInfo.get(),
-                                 missing == 4 ? nullptr : &load.bitmap, countNoRows, 1, nullptr, nullptr),
+                                 missing == 4 ? nullptr : &load.bitmap, CountNoRows, 1, nullptr, nullptr),
                   ERROR_NULL_PTR);
-    EXPECT_TRUE(testKernel().trace.empty());
+    EXPECT_TRUE(KernelInUse().trace.empty());
     load.callback = load.dispatch->RowCallback;
     load.grid.info.TileHeight = 16;
     load.grid.info.TileOffsets = nullptr;
     EXPECT_EQ(load.load(), ERROR_NULL_PTR);
-    EXPECT_EQ(callsNamed("Alloc").size(), 0u);
+    EXPECT_EQ(CallsNamed("Alloc").size(), 0u);
 }
 
 // The size of the image is taken before the first row: chunks fit the run buffer to the end.
 TEST_F(TiledLoader, BitmapsThatChangeDuringTheLoad) {
-    TiledLoad load(pictureOf(1728, 300), 1728, 864, 200);
-    testKernel().inside = [&](const std::string& entry) {
+    TiledLoad load(PictureOf(1728, 300), 1728, 864, 200);
+    KernelInUse().inside = [&](const std::string& entry) {
         if (entry.rfind("Rows", 0) == 0) {
             load.bitmap.Width = 100;
             load.bitmap.Height = 100;
         }
     };
     EXPECT_EQ(load.load(), SUCCESS);
-    EXPECT_EQ(callsNamed("Rows"), (Trace{"Rows 0 144 23", "Rows 144 56 19", "Rows 200 100 27"}));
-    EXPECT_EQ(linesOf(load.rows), linesOf(load.picture, 1728));
+    EXPECT_EQ(CallsNamed("Rows"), (Trace{"Rows 0 144 23", "Rows 144 56 19", "Rows 200 100 27"}));
+    EXPECT_EQ(LinesOf(load.rows), LinesOf(load.picture, 1728));
 }
 
 // A row of a width next to 2^32 takes more words than 32 bits count.
 TEST_F(TiledLoader, RunBufferForTheWidestBitmaps) {
-    TiledLoad load(pictureOf(100, 1), 100, 1, 1);
+    TiledLoad load(PictureOf(100, 1), 100, 1, 1);
     load.bitmap.Width = 0xFFFF'FFFD;
-    testKernel().inside = [&](const std::string& entry) {
+    KernelInUse().inside = [&](const std::string& entry) {
         if (entry == "Alloc 4294967296 2")
-            testKernel().faultAt = testKernel().calls + 1; // no kernel has that much
+            KernelInUse().faultAt = KernelInUse().calls + 1; // no kernel has that much
     };
     EXPECT_EQ(load.load(), ERROR_NO_MEMORY);
-    EXPECT_EQ(testKernel().faulted, "Alloc 4294967296 2");
+    EXPECT_EQ(KernelInUse().faulted, "Alloc 4294967296 2");
 }
 
 TEST(RunLengthWidths, AreCutFromTheRight) {
@@ -228,16 +229,16 @@ TEST(RunLengthWidths, AreCutFromTheRight) {
     const auto shorten = [&](uint32_t width, std::vector<unsigned short> words, unsigned rows) {
         info->Width = width;
         ShortenRunLengthWidths(words.data(), &tile, info.get(), rows);
-        return rowsFromWords(words.data(), 2);
+        return RowsFromWords(words.data(), 2);
     };
     const std::vector<unsigned short> words = {3, 0, 10, 5, 3, 4, 0, 10, 5, 0, 3};
-    EXPECT_EQ(shorten(14, words, 2), rowsFromText("10 4 0|10 4 0 0"));
-    EXPECT_EQ(shorten(14, words, 1), rowsFromText("10 4 0|10 5 0 3"));
-    EXPECT_EQ(shorten(16, words, 2), rowsFromText("10 5 1|10 5 0 1"));
-    EXPECT_EQ(shorten(4, words, 2), rowsFromText("4 0 0|4 0 0 0"));
+    EXPECT_EQ(shorten(14, words, 2), RowsFromText("10 4 0|10 4 0 0"));
+    EXPECT_EQ(shorten(14, words, 1), RowsFromText("10 4 0|10 5 0 3"));
+    EXPECT_EQ(shorten(16, words, 2), RowsFromText("10 5 1|10 5 0 1"));
+    EXPECT_EQ(shorten(4, words, 2), RowsFromText("4 0 0|4 0 0 0"));
     for (const uint32_t width : {18u, 40u})
-        EXPECT_EQ(shorten(width, words, 2), rowsFromText("10 5 3|10 5 0 3"));
-    EXPECT_EQ(shorten(14, words, 0), rowsFromText("10 5 3|10 5 0 3"));
+        EXPECT_EQ(shorten(width, words, 2), RowsFromText("10 5 3|10 5 0 3"));
+    EXPECT_EQ(shorten(14, words, 0), RowsFromText("10 5 3|10 5 0 3"));
     ShortenRunLengthWidths(nullptr, &tile, info.get(), 1);
 }
 

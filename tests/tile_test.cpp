@@ -13,11 +13,11 @@ struct Shape {
     size_t height;
     unsigned tileWidth, tileHeight;
 };
-const Shape shapes[] = {{100, 100, 64, 64}, {128, 32, 64, 16}, {100, 30, 256, 40},  {100, 50, 100, 8},
-                        {1700, 9, 1728, 4}, {97, 20, 20, 7},   {1700, 60, 256, 64}, {8, 3, 1, 1}};
+const Shape kShapes[] = {{100, 100, 64, 64}, {128, 32, 64, 16}, {100, 30, 256, 40},  {100, 50, 100, 8},
+                         {1700, 9, 1728, 4}, {97, 20, 20, 7},   {1700, 60, 256, 64}, {8, 3, 1, 1}};
 
-void expectSaved(const Shape& shape, int format, unsigned variant) {
-    const Picture picture = pictureOf(shape.width, shape.height,
+void ExpectSaved(const Shape& shape, int format, unsigned variant) {
+    const Picture picture = PictureOf(shape.width, shape.height,
                                       variant % 3 == 0   ? NOISE
                                       : variant % 3 == 1 ? PAGE
                                                          : ALL_BLACK);
@@ -41,11 +41,11 @@ void expectSaved(const Shape& shape, int format, unsigned variant) {
     for (size_t i = 0; i < grid.count; ++i) {
         const Picture tile = grid.tile(picture, i);
         const Bytes stream =
-            codedPicture(tile, shape.tileWidth, static_cast<unsigned>(format), save.flags, 2);
+            CodedPicture(tile, shape.tileWidth, static_cast<unsigned>(format), save.flags, 2);
         const bool raw = chooses && stream.size() > grid.rawSize();
         wanted.position += gap;
         ASSERT_EQ(grid.offsets[i], wanted.position) << "tile " << i;
-        for (const Bytes& bytes : {stream, raw ? joined(tile) : Bytes()}) {
+        for (const Bytes& bytes : {stream, raw ? Joined(tile) : Bytes()}) {
             wanted.bytes.resize(std::max(wanted.bytes.size(), wanted.position + bytes.size()));
             std::copy(bytes.begin(), bytes.end(),
                       wanted.bytes.begin() + static_cast<ptrdiff_t>(wanted.position));
@@ -74,31 +74,31 @@ void expectSaved(const Shape& shape, int format, unsigned variant) {
               SUCCESS);
     EXPECT_EQ(load.dispatch->Status, 0);
     EXPECT_EQ(load.bitmap.Orientation, 4);
-    EXPECT_TRUE(linesOf(load.rows) == linesOf(picture, shape.width));
+    EXPECT_TRUE(LinesOf(load.rows) == LinesOf(picture, shape.width));
     for (const Row& row : load.rows)
         EXPECT_EQ(std::accumulate(row.begin(), row.end(), 0u), shape.width);
-    EXPECT_EQ(callsNamed("AllocateBitmap").size(), callsNamed("FreeBitmap").size());
+    EXPECT_EQ(CallsNamed("AllocateBitmap").size(), CallsNamed("FreeBitmap").size());
 }
 
 TEST_F(Tiles, SaveAndLoadEveryShape) {
-    for (const Shape& shape : shapes)
+    for (const Shape& shape : kShapes)
         for (const int format : {66, 67, 68, 117, 162})
             for (unsigned variant = 0; variant < 16; ++variant) {
                 SCOPED_TRACE(testing::Message()
                              << shape.width << 'x' << shape.height << " in " << shape.tileWidth << 'x'
                              << shape.tileHeight << " format " << format << " variant " << variant);
-                resetTestKernel();
-                expectSaved(shape, format, variant);
-                EXPECT_TRUE(nothingHeld());
+                ResetTestKernel();
+                ExpectSaved(shape, format, variant);
+                EXPECT_TRUE(NothingHeld());
             }
 }
 
 // Offsets, byte counts, or with both of them the choice of raw tiles and a gap.
 TEST_F(Tiles, SaverCallsInTheirOrder) {
-    const Picture picture = pictureOf(100, 20, NOISE);
+    const Picture picture = PictureOf(100, 20, NOISE);
     for (int arrays = 0; arrays < 4; ++arrays) {
         SCOPED_TRACE(arrays);
-        resetTestKernel();
+        ResetTestKernel();
         Grid grid(100, 20, 64, 16);
         SaveRun save(picture, 100, 66);
         if ((arrays & 1) == 0)
@@ -115,7 +115,7 @@ TEST_F(Tiles, SaverCallsInTheirOrder) {
         if ((arrays & 1) != 0)
             add({"Seek 0 1"});
         for (size_t i = 0; i < grid.count; ++i) {
-            const size_t size = codedPicture(grid.tile(picture, i), 64, 66).size();
+            const size_t size = CodedPicture(grid.tile(picture, i), 64, 66).size();
             Trace fetches, rawRows;
             for (size_t y = i / 2 * 16; y < i / 2 * 16 + 16; ++y) {
                 if (y < 20)
@@ -136,13 +136,13 @@ TEST_F(Tiles, SaverCallsInTheirOrder) {
         add({"End", "Free 16"});
         if (arrays == 1) // the saver's own counts
             add({"Free 16"});
-        EXPECT_EQ(testKernel().trace, wanted);
+        EXPECT_EQ(KernelInUse().trace, wanted);
         EXPECT_EQ(grid.info.TileByteCounts, (arrays & 2) != 0 ? grid.counts.data() : nullptr);
     }
 }
 
 TEST_F(Tiles, SaverRefusals) {
-    const Picture picture = pictureOf(100, 20);
+    const Picture picture = PictureOf(100, 20);
     Grid grid(100, 20, 64, 16);
     SaveRun save(picture, 100, 68);
     save.tiled = true;
@@ -167,12 +167,12 @@ TEST_F(Tiles, SaverRefusals) {
     EXPECT_EQ(K_SaveTiledFax(save.dispatch.get(), save.file.handle(), nullptr, &grid.info, nullptr, 0, 1, 68,
                              0, nullptr, nullptr, nullptr, 0),
               ERROR_NULL_PTR);
-    EXPECT_TRUE(testKernel().trace.empty());
+    EXPECT_TRUE(KernelInUse().trace.empty());
 
     SaveRun refused(picture, 100, 68);
     refused.startStatus = -3;
     EXPECT_EQ(refused.runTiled(&grid.info), -3);
-    EXPECT_EQ(testKernel().trace, (Trace{"Start", "End"}));
+    EXPECT_EQ(KernelInUse().trace, (Trace{"Start", "End"}));
     SaveRun widest(Picture(1, Bytes(13)), 100, 68);
     Grid wide(100, 1, MAX_IMAGE_WIDTH, 1);
     EXPECT_EQ(widest.runTiled(&wide.info), SUCCESS);
@@ -180,7 +180,7 @@ TEST_F(Tiles, SaverRefusals) {
 
 TEST_F(Tiles, OneTileLeavesTheRestOfTheRow) {
     for (const int invert : {0, 1}) {
-        const Picture picture = pictureOf(100, 5, NOISE);
+        const Picture picture = PictureOf(100, 5, NOISE);
         SaveRun save(picture, 100, 68);
         save.tiled = true;
         save.invertRows = invert != 0;
@@ -232,9 +232,9 @@ TEST_F(Tiles, MoreTilesThanAnArrayHas) {
         EXPECT_EQ(grid.uncompressed[0], 0xAA);
         EXPECT_EQ(grid.offsets[0], 0xAAAAAAAA);
         if (image.status != SUCCESS) {
-            EXPECT_EQ(testKernel().trace, (Trace{"Start", "End"}));
+            EXPECT_EQ(KernelInUse().trace, (Trace{"Start", "End"}));
         }
-        resetTestKernel();
+        ResetTestKernel();
     }
 
     // Byte 2^29 of a row is pixel 2^32, far behind an image of 100 pixels. No page but its own is touched.

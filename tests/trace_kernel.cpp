@@ -12,7 +12,7 @@ namespace {
 thread_local std::set<const void*> memoryHandles;
 thread_local TestKernel* borrowedKernel = nullptr;
 
-MemoryFile* memoryFile(tagHANDLE* handle) {
+MemoryFile* FileOfHandle(tagHANDLE* handle) {
     return memoryHandles.count(handle) != 0 ? reinterpret_cast<MemoryFile*>(handle) : nullptr;
 }
 
@@ -22,11 +22,11 @@ Function* kernelFunction(const char* name) {
 }
 #define FORWARD(function) kernelFunction<decltype(function)>(#function)
 
-std::string joined(const char* name, long long a, long long b) {
+std::string Joined(const char* name, long long a, long long b) {
     return std::string(name) + ' ' + std::to_string(a) + ' ' + std::to_string(b);
 }
 
-int readMemory(MemoryFile& file, void* buffer, unsigned count) {
+int ReadMemory(MemoryFile& file, void* buffer, unsigned count) {
     const size_t index = file.reads++;
     size_t n = std::min<size_t>(count, file.bytes.size() - std::min(file.position, file.bytes.size()));
     if (index < file.script.size()) {
@@ -40,7 +40,7 @@ int readMemory(MemoryFile& file, void* buffer, unsigned count) {
     return static_cast<int>(n);
 }
 
-int writeMemory(MemoryFile& file, const void* buffer, unsigned count) {
+int WriteMemory(MemoryFile& file, const void* buffer, unsigned count) {
     const auto* const data = static_cast<const uint8_t*>(buffer);
     file.bytes.resize(std::max(file.bytes.size(), file.position + count));
     std::copy_n(data, count, file.bytes.begin() + static_cast<ptrdiff_t>(file.position));
@@ -57,16 +57,16 @@ MemoryFile::~MemoryFile() {
     memoryHandles.erase(this);
 }
 
-TestKernel& testKernel() {
+TestKernel& KernelInUse() {
     thread_local TestKernel kernel;
     return borrowedKernel != nullptr ? *borrowedKernel : kernel;
 }
 
-void runOnThread(const std::function<void()>& operation) {
+void RunOnThread(const std::function<void()>& operation) {
     struct Work {
         const std::function<void()>& operation;
         TestKernel* kernel;
-    } work{operation, &testKernel()};
+    } work{operation, &KernelInUse()};
     const auto run = [](void* argument) -> void* {
         borrowedKernel = static_cast<Work*>(argument)->kernel;
         static_cast<Work*>(argument)->operation();
@@ -77,21 +77,21 @@ void runOnThread(const std::function<void()>& operation) {
     pthread_join(thread, nullptr);
 }
 
-void resetTestKernel() {
+void ResetTestKernel() {
     mallopt(M_MMAP_THRESHOLD, 1 << 26); // large blocks stay mapped: thousands of loads take them
     mallopt(M_TRIM_THRESHOLD, 1 << 28);
-    for (const auto& [block, size] : testKernel().blocks)
+    for (const auto& [block, size] : KernelInUse().blocks)
         std::free(block);
-    testKernel() = TestKernel();
+    KernelInUse() = TestKernel();
 }
 
-bool nothingHeld() {
-    const TestKernel& kernel = testKernel();
+bool NothingHeld() {
+    const TestKernel& kernel = KernelInUse();
     return kernel.blocks.empty() && kernel.open.empty() && kernel.badFrees == 0 && kernel.badCloses == 0;
 }
 
-bool enterCall(const std::string& entry) {
-    TestKernel& kernel = testKernel();
+bool EnterCall(const std::string& entry) {
+    TestKernel& kernel = KernelInUse();
     if (entry.rfind("Memory", 0) != 0)
         kernel.trace.push_back(entry);
     if (kernel.inside)
@@ -106,9 +106,9 @@ bool enterCall(const std::string& entry) {
     return true;
 }
 
-Trace callsNamed(const std::string& name) {
+Trace CallsNamed(const std::string& name) {
     Trace calls;
-    for (const std::string& entry : testKernel().trace)
+    for (const std::string& entry : KernelInUse().trace)
         if (entry.rfind(name, 0) == 0)
             calls.push_back(entry);
     return calls;
@@ -117,9 +117,9 @@ Trace callsNamed(const std::string& name) {
 extern "C" {
 
 tagHANDLE* K_RedirectedOpen(const char* fileName, int flags, int permission) {
-    if (enterCall(joined("Open", flags, permission)))
+    if (EnterCall(Joined("Open", flags, permission)))
         return INVALID_KERNEL_HANDLE;
-    TestKernel& kernel = testKernel();
+    TestKernel& kernel = KernelInUse();
     const auto found = kernel.files.find(fileName);
     if (found == kernel.files.end()) {
         tagHANDLE* handle = FORWARD(K_RedirectedOpen)(fileName, flags, permission);
@@ -134,28 +134,28 @@ tagHANDLE* K_RedirectedOpen(const char* fileName, int flags, int permission) {
 }
 
 int K_RedirectedRead(tagHANDLE* handle, void* buffer, unsigned count) {
-    if (enterCall("Read " + std::to_string(count))) {
-        if (testKernel().fault == Fault::Fail)
+    if (EnterCall("Read " + std::to_string(count))) {
+        if (KernelInUse().fault == Fault::Fail)
             return -1;
         count /= 2;
     }
-    if (MemoryFile* file = memoryFile(handle))
-        return readMemory(*file, buffer, count);
+    if (MemoryFile* file = FileOfHandle(handle))
+        return ReadMemory(*file, buffer, count);
     return FORWARD(K_RedirectedRead)(handle, buffer, count);
 }
 
 int K_RedirectedWrite(tagHANDLE* handle, const void* buffer, unsigned count) {
-    if (enterCall("Write " + std::to_string(count)))
-        return testKernel().fault == Fault::Fail ? -1 : static_cast<int>(count / 2);
-    if (MemoryFile* file = memoryFile(handle))
-        return writeMemory(*file, buffer, count);
+    if (EnterCall("Write " + std::to_string(count)))
+        return KernelInUse().fault == Fault::Fail ? -1 : static_cast<int>(count / 2);
+    if (MemoryFile* file = FileOfHandle(handle))
+        return WriteMemory(*file, buffer, count);
     return FORWARD(K_RedirectedWrite)(handle, buffer, count);
 }
 
 long long K_RedirectedSeek(tagHANDLE* handle, long long offset, int origin) {
-    if (enterCall(joined("Seek", offset, origin)))
+    if (EnterCall(Joined("Seek", offset, origin)))
         return -1;
-    if (MemoryFile* file = memoryFile(handle)) {
+    if (MemoryFile* file = FileOfHandle(handle)) {
         const long long from = origin == 1 ? static_cast<long long>(file->position) : 0;
         file->position = static_cast<size_t>(std::max(0LL, from + offset));
         return static_cast<long long>(file->position);
@@ -165,7 +165,7 @@ long long K_RedirectedSeek(tagHANDLE* handle, long long offset, int origin) {
 
 // A release that throws has still released.
 void K_RedirectedClose(tagHANDLE* handle) {
-    TestKernel& kernel = testKernel();
+    TestKernel& kernel = KernelInUse();
     const auto found = kernel.open.find(handle);
     if (found == kernel.open.end())
         ++kernel.badCloses;
@@ -176,17 +176,17 @@ void K_RedirectedClose(tagHANDLE* handle) {
             FORWARD(K_RedirectedClose)(handle);
         kernel.open.erase(found);
     }
-    enterCall("Close");
+    EnterCall("Close");
 }
 
 void* K_LocalAlloc(size_t count, size_t elementSize, int line, const char* path) {
     if (line <= 0 || std::strcmp(path, "API/Filters/Fax/Common/Tif_faxx") != 0)
-        enterCall("Alloc with a wrong source tag");
-    if (enterCall(joined("Alloc", static_cast<long long>(count), static_cast<long long>(elementSize))))
+        EnterCall("Alloc with a wrong source tag");
+    if (EnterCall(Joined("Alloc", static_cast<long long>(count), static_cast<long long>(elementSize))))
         return nullptr;
     void* block = std::malloc(count * elementSize);
     std::memset(block, 0xA5, count * elementSize); // nobody may count on zeros
-    TestKernel& kernel = testKernel();
+    TestKernel& kernel = KernelInUse();
     kernel.blocks.emplace(block, count * elementSize);
     kernel.held += count * elementSize;
     kernel.mostHeld = std::max(kernel.mostHeld, kernel.held);
@@ -195,8 +195,8 @@ void* K_LocalAlloc(size_t count, size_t elementSize, int line, const char* path)
 
 void K_LocalFree(void* block, int line, const char* path) {
     if (line <= 0 || std::strcmp(path, "API/Filters/Fax/Common/Tif_faxx") != 0)
-        enterCall("Free with a wrong source tag");
-    TestKernel& kernel = testKernel();
+        EnterCall("Free with a wrong source tag");
+    TestKernel& kernel = KernelInUse();
     const auto found = kernel.blocks.find(block);
     const size_t size = found == kernel.blocks.end() ? 0 : found->second;
     if (found == kernel.blocks.end())
@@ -206,49 +206,49 @@ void K_LocalFree(void* block, int line, const char* path) {
         kernel.held -= size;
         kernel.blocks.erase(found);
     }
-    enterCall("Free " + std::to_string(size));
+    EnterCall("Free " + std::to_string(size));
 }
 
 void K_MemorySet(void* destination, int value, size_t count) {
-    enterCall("MemorySet");
+    EnterCall("MemorySet");
     std::memset(destination, value, count);
 }
 
 void K_MemoryCopy(void* destination, const void* source, size_t count) {
-    enterCall("MemoryCopy");
+    EnterCall("MemoryCopy");
     std::memmove(destination, source, count);
 }
 
 int K_OsGetLastError(int defaultStatus) {
-    enterCall("OsGetLastError");
+    EnterCall("OsGetLastError");
     return FORWARD(K_OsGetLastError)(defaultStatus);
 }
 
 #define TRACED(function, failure, entry, parameters, arguments)                                              \
     auto function parameters->decltype(function arguments) {                                                 \
-        if (enterCall(entry) && !std::is_void_v<decltype(function arguments)>)                               \
+        if (EnterCall(entry) && !std::is_void_v<decltype(function arguments)>)                               \
             return decltype(function arguments)(failure);                                                    \
         return FORWARD(function) arguments;                                                                  \
     }
 
-TRACED(K_InitBitmap, 0, joined("InitBitmap", width, height),
+TRACED(K_InitBitmap, 0, Joined("InitBitmap", width, height),
        (_BITMAPHANDLE * bitmap, unsigned recordSize, int width, int height, int bitsPerPixel),
        (bitmap, recordSize, width, height, bitsPerPixel))
 TRACED(K_AllocateBitmap, ERROR_NO_MEMORY, "AllocateBitmap " + std::to_string(memoryKind),
        (_BITMAPHANDLE * bitmap, int memoryKind), (bitmap, memoryKind))
 TRACED(K_IntAccessBitmap, FAILURE, "IntAccessBitmap", (_BITMAPHANDLE * bitmap, int zero), (bitmap, zero))
-TRACED(K_IntReleaseBitmap, FAILURE, joined("IntReleaseBitmap", one, status),
+TRACED(K_IntReleaseBitmap, FAILURE, Joined("IntReleaseBitmap", one, status),
        (_BITMAPHANDLE * bitmap, int one, int status), (bitmap, one, status))
-TRACED(K_GetBitmapRowCompressed, FAILURE, joined("GetBitmapRowCompressed", row, rowCount),
+TRACED(K_GetBitmapRowCompressed, FAILURE, Joined("GetBitmapRowCompressed", row, rowCount),
        (_BITMAPHANDLE * bitmap, unsigned char* work, unsigned short* runs, unsigned row, unsigned rowCount),
        (bitmap, work, runs, row, rowCount))
 TRACED(K_PutBitmapRowColCompressed, FAILURE,
-       joined("PutBitmapRowColCompressed", row, column) + ' ' + std::to_string(pixels) + ", runs " +
+       Joined("PutBitmapRowColCompressed", row, column) + ' ' + std::to_string(pixels) + ", runs " +
            std::to_string(runs[0] | runs[1] << 16),
        (_BITMAPHANDLE * bitmap, unsigned char* work, const unsigned short* runs, unsigned row,
         unsigned column, unsigned pixels),
        (bitmap, work, runs, row, column, pixels))
-TRACED(K_ExpandRows, FAILURE, joined("ExpandRows", width, rowCount),
+TRACED(K_ExpandRows, FAILURE, Joined("ExpandRows", width, rowCount),
        (const unsigned short* runs, unsigned char* destination, unsigned width, unsigned rowCount),
        (runs, destination, width, rowCount))
 TRACED(K_CompressRow, FAILURE, "CompressRow " + std::to_string(width),
@@ -256,13 +256,13 @@ TRACED(K_CompressRow, FAILURE, "CompressRow " + std::to_string(width),
 TRACED(K_MirrorCompressedBuffer, 0, "Mirror " + std::to_string(rowCount),
        (const unsigned short* source, unsigned short* destination, unsigned rowCount),
        (source, destination, rowCount))
-TRACED(K_StartRedirectToBuffer, FAILURE, joined("StartRedirect", mode, static_cast<long long>(size)),
+TRACED(K_StartRedirectToBuffer, FAILURE, Joined("StartRedirect", mode, static_cast<long long>(size)),
        (void** redirect, tagHANDLE** handle, unsigned mode, unsigned char* buffer, unsigned long long size),
        (redirect, handle, mode, buffer, size))
 
 void K_FreeBitmap(_BITMAPHANDLE* bitmap) {
     FORWARD(K_FreeBitmap)(bitmap);
-    enterCall("FreeBitmap");
+    EnterCall("FreeBitmap");
 }
 
 int K_SetBitmapNewPalette(_BITMAPHANDLE* bitmap, const _PALETTEENTRY* twoEntries, unsigned paletteParam,
@@ -270,15 +270,15 @@ int K_SetBitmapNewPalette(_BITMAPHANDLE* bitmap, const _PALETTEENTRY* twoEntries
     const auto colour = [](const _PALETTEENTRY& e) {
         return (e.Red << 24) | (e.Green << 16) | (e.Blue << 8) | e.Reserved;
     };
-    if (enterCall(joined("Palette", colour(twoEntries[0]), colour(twoEntries[1])) +
-                  joined("", paletteParam, normal)))
+    if (EnterCall(Joined("Palette", colour(twoEntries[0]), colour(twoEntries[1])) +
+                  Joined("", paletteParam, normal)))
         return FAILURE;
     return FORWARD(K_SetBitmapNewPalette)(bitmap, twoEntries, paletteParam, normal);
 }
 
 int K_StopRedirectToBuffer(void* redirect, unsigned char** buffer, unsigned long long* size) {
     const int status = FORWARD(K_StopRedirectToBuffer)(redirect, buffer, size);
-    enterCall("StopRedirect");
+    EnterCall("StopRedirect");
     return status;
 }
 

@@ -52,21 +52,21 @@ struct TestKernel {
     Bytes closed; // the contents of the file in memory that was closed last
 };
 
-TestKernel& testKernel();
-void resetTestKernel();
+TestKernel& KernelInUse();
+void ResetTestKernel();
 // Runs an operation on a thread of its own, with this thread's kernel, and waits for the thread to end.
-void runOnThread(const std::function<void()>& operation);
+void RunOnThread(const std::function<void()>& operation);
 // True when everything taken from the kernel went back exactly once.
-bool nothingHeld();
+bool NothingHeld();
 // Counts and traces a call. True when it is to fail or come back short; does not return when it is to throw
 // or to end the thread.
-bool enterCall(const std::string& entry);
+bool EnterCall(const std::string& entry);
 // The traced calls whose entries begin so.
-Trace callsNamed(const std::string& name);
+Trace CallsNamed(const std::string& name);
 
 // Begins with a fresh kernel and ends with everything given back.
 class KernelTest : public testing::Test {
 protected:
-    void SetUp() override { resetTestKernel(); }
-    void TearDown() override { EXPECT_TRUE(nothingHeld()); }
+    void SetUp() override { ResetTestKernel(); }
+    void TearDown() override { EXPECT_TRUE(NothingHeld()); }
 };
