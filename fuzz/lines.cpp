@@ -19,8 +19,8 @@ void CompareState(const CodecRun& codec, const ReferenceDecoder& reference) {
     fuzz::Require(record.BytesRead == reference.bytesRead, "BytesRead");
     if (record.DecodeStatus != 0 && (record.DecodeStatus == 2 || reference.decodeStatus == 2))
         return; // the bit state means nothing any more
-    fuzz::Require(record.BitAccumulator == reference.accumulator(), "BitAccumulator");
-    fuzz::Require(record.BitCount == reference.bitCount(), "BitCount");
+    fuzz::Require(record.BitAccumulator == reference.Accumulator(), "BitAccumulator");
+    fuzz::Require(record.BitCount == reference.BitCount(), "BitCount");
     fuzz::Require(record.ReadPosition == reference.readPosition, "ReadPosition");
 }
 
@@ -44,8 +44,8 @@ void fuzz::RunInput(const uint8_t* data, size_t size) {
     CodecRun codec(bytes, setup);
     ReferenceDecoder reference(bytes, setup);
     if (probe) {
-        const int lines = reference.probe();
-        Require(codec.probe() == lines, "the lines that the probe counts");
+        const int lines = reference.Probe();
+        Require(codec.Probe() == lines, "the lines that the probe counts");
         if (lines != 0) // otherwise it broke off inside a line
             CompareState(codec, reference);
         return;
@@ -54,8 +54,8 @@ void fuzz::RunInput(const uint8_t* data, size_t size) {
     while (left != 0) {
         const unsigned lines = (stream.Choice & ONE_BY_ONE) != 0 ? 1 : left;
         const bool stopped = reference.decodeStatus != 0;
-        const Rows rows = reference.decode(lines);
-        Require(codec.decode(lines) == rows, "the rows");
+        const Rows rows = reference.Decode(lines);
+        Require(codec.Decode(lines) == rows, "the rows");
         CompareState(codec, reference);
         if (stopped || rows.empty())
             break;

@@ -15,7 +15,7 @@ struct SaveCall {
     unsigned long long size = 0;
     Bytes stream = {};
 
-    int run() {
+    int Run() {
         Bytes source = Joined(picture);
         _BITMAPINFOHEADER info = {};
         info.Width = width;
@@ -36,7 +36,7 @@ struct LoadCall {
     unsigned flags = 0;
     Picture rows = {};
 
-    int run() {
+    int Run() {
         const size_t rowBytes = (static_cast<size_t>(width) + 7) / 8;
         Bytes output(rowBytes * static_cast<size_t>(std::max(height, 1)), 0xEE);
         const int status =
@@ -63,7 +63,7 @@ class Buffers : public KernelTest {};
 TEST_F(Buffers, CallsInTheirOrder) {
     SaveCall save{PictureOf(1728, 300, NOISE), 1728};
     save.height = 20;
-    EXPECT_EQ(save.run(), SUCCESS);
+    EXPECT_EQ(save.Run(), SUCCESS);
     const std::string size = std::to_string(save.size);
     EXPECT_EQ(KernelInUse().trace,
               (Trace{"StartRedirect 8 1000000", "Alloc 250000 4", "Alloc 250000 4", "Alloc 200000 1",
@@ -76,7 +76,7 @@ TEST_F(Buffers, CallsInTheirOrder) {
     for (const unsigned flags : {0u, LOADINFO_MIRROR}) {
         ResetTestKernel();
         LoadCall load{save.stream, 68, 1728, 20, flags};
-        EXPECT_EQ(load.run(), SUCCESS);
+        EXPECT_EQ(load.Run(), SUCCESS);
         EXPECT_EQ(KernelInUse().trace, wanted);
         wanted[1] = "Alloc 334000 2";
         wanted[9] = "Free 668000";
@@ -111,26 +111,26 @@ TEST_F(Buffers, TellsWhenTheDestinationIsTooSmall) {
     for (const size_t capacity : {size_t{0}, size_t{1}, stream.size() - 1, stream.size()}) {
         SaveCall save{PictureOf(100, 30), 100, 67};
         save.capacity = capacity;
-        EXPECT_EQ(save.run(), capacity < stream.size() ? ERROR_BUFFER_TOO_SMALL : SUCCESS) << capacity;
+        EXPECT_EQ(save.Run(), capacity < stream.size() ? ERROR_BUFFER_TOO_SMALL : SUCCESS) << capacity;
         EXPECT_EQ(save.size, stream.size());
     }
     SaveCall none{PictureOf(9, 1), 9};
     none.height = 0;
-    EXPECT_EQ(none.run(), SUCCESS);
+    EXPECT_EQ(none.Run(), SUCCESS);
     EXPECT_EQ(none.stream, (Bytes{0, 0x10, 1, 0}));
 }
 
 TEST_F(Buffers, RefusesWhatItCannotLoad) {
     LoadCall load{{0x80}, 68, 65536, 1};
     uint8_t byte = 0;
-    EXPECT_EQ(load.run(), ERROR_INV_PARAMETER);
+    EXPECT_EQ(load.Run(), ERROR_INV_PARAMETER);
     EXPECT_EQ(fltLoadBufferFAX(nullptr, 1, &byte, 68, 8, 1, 0, 0, 0), ERROR_NULL_PTR);
     EXPECT_EQ(fltLoadBufferFAX(&byte, 1, nullptr, 68, 8, 1, 0, 0, 0), ERROR_NULL_PTR);
     EXPECT_TRUE(KernelInUse().trace.empty());
     for (const int height : {0, -3}) {
         ResetTestKernel();
         LoadCall none{{0x80}, 68, 8, height};
-        EXPECT_EQ(none.run(), SUCCESS);
+        EXPECT_EQ(none.Run(), SUCCESS);
         EXPECT_EQ(none.rows, Picture(1, Bytes(1, 0xEE)));
         EXPECT_EQ(CallsNamed("Read"), Trace{"Read 1"});
     }
@@ -139,7 +139,7 @@ TEST_F(Buffers, RefusesWhatItCannotLoad) {
 // An extension that is not uncompressed mode ends a G4 block: what it did not yield stays.
 TEST_F(Buffers, LeavesTheRowsThatABlockLacks) {
     LoadCall load{Packed(Horizontal(3, 4) + kV0 + Repeated(kV0, 27) + "0000001000"), 68, 9, 20};
-    EXPECT_EQ(load.run(), SUCCESS);
+    EXPECT_EQ(load.Run(), SUCCESS);
     Picture wanted(10, PackedRow({3, 4, 2}));
     wanted.resize(20, {0xEE, 0xEE});
     EXPECT_EQ(load.rows, wanted);
@@ -151,7 +151,7 @@ TEST_F(Buffers, LoadsInSeveralGoes) {
     for (const bool mirror : {false, true}) {
         ResetTestKernel();
         LoadCall load{CodedPicture(picture, 2001, 66), 66, 2001, 400, mirror ? LOADINFO_MIRROR : 0};
-        EXPECT_EQ(load.run(), SUCCESS);
+        EXPECT_EQ(load.Run(), SUCCESS);
         EXPECT_TRUE(LinesOf(load.rows, 2001) ==
                     (mirror ? MirroredLines(picture, 2001) : LinesOf(picture, 2001)));
         EXPECT_GE(CallsNamed("ExpandRows").size(), 4u);

@@ -23,38 +23,38 @@ bool IsG3(unsigned format) {
 }
 
 CodecRun::CodecRun(const Bytes& stream, const CodecSetup& setup) : area(kRowAreaWords + kGuardWords, kGuard) {
-    restart(stream, setup);
+    Restart(stream, setup);
 }
 
 CodecRun::~CodecRun() {
     QuitDecodeG34(&record, 1);
 }
 
-void CodecRun::restart(const Bytes& stream, const CodecSetup& setup) {
+void CodecRun::Restart(const Bytes& stream, const CodecSetup& setup) {
     QuitDecodeG34(&record, 0);
     file = std::make_unique<MemoryFile>(stream);
     file->script = setup.readScript;
     dispatch->Status = 0;
     setupStatus = InitDecodeG34(dispatch.get(), &record, setup.format, setup.width, setup.flags,
-                                file->handle(), setup.smallBuffer, setup.byteLimit);
+                                file->Handle(), setup.smallBuffer, setup.byteLimit);
 }
 
-Rows CodecRun::decode(unsigned lines) {
+Rows CodecRun::Decode(unsigned lines) {
     return RowsOfCall(*this, IsG3(record.Format) ? DecodeG3(&record, area.data(), lines)
-                                                 : DecodeG4(&record, area.data(), lines));
+                                                 : ::DecodeG4(&record, area.data(), lines));
 }
 
-Rows CodecRun::decodeG4(unsigned lines) {
-    return RowsOfCall(*this, DecodeG4(&record, area.data(), lines));
+Rows CodecRun::DecodeG4(unsigned lines) {
+    return RowsOfCall(*this, ::DecodeG4(&record, area.data(), lines));
 }
 
-int CodecRun::probe() {
+int CodecRun::Probe() {
     const int lines = InfoDecodeG3(&record, area.data());
     RowsOfCall(*this, 0);
     return lines;
 }
 
-size_t CodecRun::bitPosition() const {
+size_t CodecRun::BitPosition() const {
     const size_t firstByte = record.BytesRead - record.BytesInBuffer;
     return (firstByte + record.ReadPosition) * 8 - 16 - static_cast<size_t>(record.BitCount);
 }

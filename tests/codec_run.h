@@ -25,13 +25,13 @@ struct CodecRun {
     CodecRun& operator=(const CodecRun&) = delete;
 
     // Sets the record up again, for another stream.
-    void restart(const Bytes& stream, const CodecSetup& setup);
+    void Restart(const Bytes& stream, const CodecSetup& setup);
     // Calls the line decoder of the format once.
-    Rows decode(unsigned lines);
-    Rows decodeG4(unsigned lines);
-    int probe();
+    Rows Decode(unsigned lines);
+    Rows DecodeG4(unsigned lines);
+    int Probe();
     // The unread bit's place in the stream; holds while every read delivered its full count.
-    size_t bitPosition() const;
+    size_t BitPosition() const;
 
     CCITTG34 record = {};
     std::unique_ptr<_LOADDISPATCH> dispatch = std::make_unique<_LOADDISPATCH>();

@@ -29,7 +29,7 @@ ReferenceEncoder::ReferenceEncoder(unsigned f, unsigned w, unsigned fl, unsigned
         bits = "0000" + kEol;
 }
 
-bool ReferenceEncoder::usesG3() const {
+bool ReferenceEncoder::UsesG3() const {
     return IsG3(format) && !(format == 117 && nextLineTag > 1);
 }
 
@@ -80,8 +80,8 @@ Bits Coded2D(const Line& reference, const Line& line, unsigned width) {
     }
 }
 
-void ReferenceEncoder::add(const Line& line) {
-    const bool g3 = usesG3();
+void ReferenceEncoder::Add(const Line& line) {
+    const bool g3 = UsesG3();
     const bool tagged = g3 && (format == 67 || format == 117);
     const bool twoDimensional = !g3 || (tagged && nextLineTag != 0);
     if (tagged) {
@@ -90,9 +90,9 @@ void ReferenceEncoder::add(const Line& line) {
         if (format == 67 && twoDimensional && nextLineTag >= kFactor)
             nextLineTag = 0;
     }
-    if (waiting() > flushThreshold) {
-        writes.push_back(waiting());
-        written += waiting();
+    if (Waiting() > flushThreshold) {
+        writes.push_back(Waiting());
+        written += Waiting();
     }
     bits += twoDimensional ? Coded2D(reference, line, width) : Coded1D(line, width);
     reference = line;
@@ -104,10 +104,10 @@ void ReferenceEncoder::add(const Line& line) {
     }
 }
 
-Bytes ReferenceEncoder::finish() {
-    if (waiting() + 8 > bufferSize) {
-        writes.push_back(waiting());
-        written += waiting();
+Bytes ReferenceEncoder::Finish() {
+    if (Waiting() + 8 > bufferSize) {
+        writes.push_back(Waiting());
+        written += Waiting();
     }
     if (format == 66 || format == 67) {
         if ((flags & FAX_ALIGN_EOL) == 0)
@@ -134,15 +134,15 @@ Bytes CodedPicture(const Picture& picture, unsigned width, unsigned format, unsi
                    unsigned kFactor) {
     ReferenceEncoder encoder(format, width, flags, kFactor);
     for (const Bytes& row : picture)
-        encoder.add(ChangesOf(row, width));
-    return encoder.finish();
+        encoder.Add(ChangesOf(row, width));
+    return encoder.Finish();
 }
 
 EncoderRun::EncoderRun(unsigned format, unsigned width, unsigned flags, int resolution)
     : file({}), expected(format, width, flags, 0) {
     bitmap.YResolution = resolution;
     dispatch->Bitmap = &bitmap;
-    setupStatus = InitEncodeG34(dispatch.get(), &record, format, width, flags, file.handle());
+    setupStatus = InitEncodeG34(dispatch.get(), &record, format, width, flags, file.Handle());
     expected.kFactor = record.KFactor;
 }
 
@@ -173,16 +173,16 @@ std::span<uint8_t> AtTheEndOfMemory(const Bytes& row) {
 
 } // namespace
 
-void EncoderRun::encode(const Bytes& row) {
+void EncoderRun::Encode(const Bytes& row) {
     const std::span<uint8_t> copy = AtTheEndOfMemory(row);
     const uint32_t* const coding = record.CodingLine;
-    (expected.usesG3() ? EncodeG3 : EncodeG4)(&record, copy.data());
-    expected.add(ChangesOf(row, record.Width));
+    (expected.UsesG3() ? EncodeG3 : EncodeG4)(&record, copy.data());
+    expected.Add(ChangesOf(row, record.Width));
     EXPECT_TRUE(std::equal(copy.begin(), copy.end(), row.begin()));
 
-    const size_t pending = expected.pending();
+    const size_t pending = expected.Pending();
     ASSERT_EQ(record.BitCount, 16 - static_cast<int>(pending));
-    ASSERT_EQ(record.BufferCount, expected.waiting());
+    ASSERT_EQ(record.BufferCount, expected.Waiting());
     ASSERT_EQ(record.TotalBytes, expected.written);
     ASSERT_EQ(static_cast<unsigned>(record.NextLineTag), expected.nextLineTag);
     if (pending != 0) {
@@ -196,8 +196,8 @@ void EncoderRun::encode(const Bytes& row) {
             << i;
 }
 
-Bytes EncoderRun::finish() {
-    const Bytes stream = expected.finish();
+Bytes EncoderRun::Finish() {
+    const Bytes stream = expected.Finish();
     QuitEncodeG34(&record);
     EXPECT_EQ(record.ReferenceLine, nullptr);
     EXPECT_EQ(record.CodingLine, nullptr);
@@ -213,8 +213,8 @@ Bytes EncoderRun::finish() {
     return file.bytes;
 }
 
-Bytes EncoderRun::save(const Picture& picture) {
+Bytes EncoderRun::Save(const Picture& picture) {
     for (const Bytes& row : picture)
-        encode(row);
-    return finish();
+        Encode(row);
+    return Finish();
 }

@@ -10,11 +10,11 @@
 // The encoders once more, slow and obvious: the stream as text, the modes by T.6's definitions.
 struct ReferenceEncoder {
     ReferenceEncoder(unsigned format, unsigned width, unsigned flags, unsigned kFactor);
-    void add(const Line& line);
-    Bytes finish();
-    bool usesG3() const; // the next row is EncodeG3's
-    size_t waiting() const { return bits.size() / 16 * 2 - written; }
-    size_t pending() const { return bits.size() % 16; }
+    void Add(const Line& line);
+    Bytes Finish();
+    bool UsesG3() const; // the next row is EncodeG3's
+    size_t Waiting() const { return bits.size() / 16 * 2 - written; }
+    size_t Pending() const { return bits.size() % 16; }
 
     unsigned format, width, flags, kFactor;
     unsigned nextLineTag = 0;
@@ -38,9 +38,9 @@ struct EncoderRun {
     EncoderRun(const EncoderRun&) = delete;
     EncoderRun& operator=(const EncoderRun&) = delete;
 
-    void encode(const Bytes& row);
-    Bytes finish();                     // the stream
-    Bytes save(const Picture& picture); // all of it
+    void Encode(const Bytes& row);
+    Bytes Finish();                     // the stream
+    Bytes Save(const Picture& picture); // all of it
 
     CCITTG34 record = {};
     std::unique_ptr<_SAVEDISPATCH> dispatch = std::make_unique<_SAVEDISPATCH>();

@@ -63,11 +63,11 @@ TEST_F(Encoder, WritesTheDescribedStreams) {
         ResetTestKernel();
         EncoderRun run(d.format, d.width, d.flags, d.resolution);
         for (const Row& row : RowsFromText(d.rows))
-            run.encode(PackedRow(row));
+            run.Encode(PackedRow(row));
         Bytes stream = Packed(d.stream);
         if ((d.flags & FAX_BYTE_TRAILER) == 0 && stream.size() % 2 != 0)
             stream.push_back(0);
-        EXPECT_EQ(run.finish(), stream);
+        EXPECT_EQ(run.Finish(), stream);
     }
 }
 
@@ -77,10 +77,10 @@ TEST_F(Encoder, WritesEveryRunOfBothColours) {
     Bits wanted;
     for (unsigned run = 0; run <= kWidth; ++run) {
         const Row row = run == kWidth ? Row{kWidth} : Row{run, kWidth - run};
-        mixed.encode(PackedRow(row));
+        mixed.Encode(PackedRow(row));
         wanted += AlignedToByte(Line1D(row));
     }
-    EXPECT_EQ(mixed.finish(), Packed(wanted));
+    EXPECT_EQ(mixed.Finish(), Packed(wanted));
 }
 
 TEST_F(Encoder, SetsTheRecordUp) {
@@ -107,7 +107,7 @@ TEST_F(Encoder, SetsTheRecordUp) {
         EXPECT_EQ(r.Format, s.format);
         EXPECT_EQ(r.Width, s.width);
         EXPECT_EQ(r.Flags, 5u);
-        EXPECT_EQ(r.Handle, run.file.handle());
+        EXPECT_EQ(r.Handle, run.file.Handle());
         EXPECT_EQ(r.SaveDispatch, run.dispatch.get());
         const bool eol = s.format == 66 || s.format == 67 || s.format == 117;
         EXPECT_EQ(r.BufferCount, eol ? 2u : 0u);
@@ -129,13 +129,13 @@ TEST_F(Encoder, ChoosesKByTheResolution) {
         EncoderRun run(67, 8, 0, resolution);
         EXPECT_EQ(run.record.KFactor, k) << resolution;
         for (unsigned row = 0; row < 2 * k + 1; ++row)
-            run.encode({0x18});
+            run.Encode({0x18});
     }
     _SAVEDISPATCH noBitmap = {};
     for (_SAVEDISPATCH* dispatch : {static_cast<_SAVEDISPATCH*>(nullptr), &noBitmap}) {
         EncoderRun run(67, 8, 0, 1200);
         QuitEncodeG34(&run.record);
-        EXPECT_EQ(InitEncodeG34(dispatch, &run.record, 67, 8, 0, run.file.handle()), 0);
+        EXPECT_EQ(InitEncodeG34(dispatch, &run.record, 67, 8, 0, run.file.Handle()), 0);
         EXPECT_EQ(run.record.KFactor, 2u);
     }
 }
@@ -168,8 +168,8 @@ TEST_F(Encoder, FindsALonePixel) {
             ResetTestKernel();
             EncoderRun run(format, width);
             for (unsigned column = 0; column < width; ++column)
-                run.encode(PackedRow({column, 1, width - column - 1}));
-            run.finish();
+                run.Encode(PackedRow({column, 1, width - column - 1}));
+            run.Finish();
         }
 }
 
@@ -184,9 +184,9 @@ TEST_F(Encoder, FlushesAtTheThreshold) {
             run.record.FlushThreshold = threshold;
             run.expected.flushThreshold = threshold;
             for (const Bytes& row : MakePicture(random, NOISE, 37, 400))
-                run.encode(row);
+                run.Encode(row);
             EXPECT_GT(run.expected.writes.size(), 5u);
-            const Bytes stream = run.expected.finish();
+            const Bytes stream = run.expected.Finish();
             QuitEncodeG34(&run.record);
             EXPECT_EQ(run.file.bytes, stream);
         }
@@ -202,7 +202,7 @@ TEST_F(Encoder, FillsTheWholeBuffer) {
             EncodeG4(&run.record, &row);
         EXPECT_EQ(run.record.BufferCount, bytes);
         run.expected.bits.assign(size_t{bytes} * 8, '1');
-        run.finish();
+        run.Finish();
     }
 }
 

@@ -17,15 +17,15 @@ struct Stream {
     std::vector<uint8_t> bytes = std::vector<uint8_t>(4096);
     uint64_t bits = 0;
 
-    void put(CodeWord code) {
+    void Put(CodeWord code) {
         for (uint32_t i = code.length; i-- != 0; ++bits)
             bytes[bits / 8] |= static_cast<uint8_t>((code.bits >> i & 1) << (7 - bits % 8));
     }
 
-    void putRun(Colour colour, uint32_t run) {
+    void PutRun(Colour colour, uint32_t run) {
         for (; run >= kTerminatingCodes; run -= std::min(run / 64 * 64, kLongestCodeRun))
-            put(RunCode(colour, std::min(run / 64 * 64, kLongestCodeRun)));
-        put(RunCode(colour, run));
+            Put(RunCode(colour, std::min(run / 64 * 64, kLongestCodeRun)));
+        Put(RunCode(colour, run));
     }
 };
 
@@ -68,7 +68,7 @@ TEST(FastRuns, BothFormsReadEveryLengthAndStopAtTheSameBit) {
         while (expected.remaining != 0 && stream.bits < 24000) {
             const uint32_t run = std::min<uint32_t>(
                 expected.remaining, static_cast<uint32_t>(random()) % longest[(round + random() % 2) % 4]);
-            stream.putRun(colour, run);
+            stream.PutRun(colour, run);
             colour = Opposite(colour);
             expected.remaining -= run;
             if (expected.remaining != 0)

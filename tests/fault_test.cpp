@@ -26,7 +26,7 @@ const Statuses kStatuses = {{"Open", ERROR_FILE_OPEN},     {"Alloc", ERROR_NO_ME
 // An operation in which a call goes wrong.
 struct Play {
     template <typename Operation>
-    void run(Operation operation) {
+    void Run(Operation operation) {
         try {
             status = operation();
         } catch (const KernelFault&) {
@@ -57,11 +57,11 @@ void PlayLoad(Play& play, int format, const Bytes& stream, unsigned flags, bool 
     LoadRun load(stream, format, 1728, height);
     load.dispatch->Flags = batches ? LOADDISPATCH_BATCHES : 0;
     load.dispatch->FileName = "page";
-    load.info().Flags = flags;
+    load.Info().Flags = flags;
     load.fileInfo->Format = format;
     load.fileInfo->Width = 1728;
     load.fileInfo->Height = height;
-    play.run([&] { return byFile ? fltLoad(load.dispatch.get()) : load.run(); });
+    play.Run([&] { return byFile ? fltLoad(load.dispatch.get()) : load.Run(); });
     const bool whole = !play.thrown && play.status == SUCCESS;
     EXPECT_LE(load.rows.size(), static_cast<size_t>(height));
     EXPECT_TRUE(!whole || load.rows.size() == static_cast<size_t>(height));
@@ -80,9 +80,9 @@ void PlayProbe(Play& play, bool byFile) {
     _INFODISPATCH info = {};
     info.FileName = "page";
     info.FileInfo = load.fileInfo.get();
-    play.run([&] {
+    play.Run([&] {
         return byFile ? fltInfo(&info)
-                      : K_LoadRawFax(nullptr, load.file.handle(), &load.info(), nullptr, nullptr, nullptr, 1,
+                      : K_LoadRawFax(nullptr, load.file.Handle(), &load.Info(), nullptr, nullptr, nullptr, 1,
                                      nullptr);
     });
 }
@@ -93,9 +93,9 @@ extern "C" int CountRows(_FILEINFOA*, _BITMAPHANDLE*, unsigned short*, unsigned,
 
 void PlayTiledLoad(Play& play, unsigned tileWidth) {
     TiledLoad load(PictureOf(100, 20), 100, tileWidth, 16);
-    load.makeRaw(load.grid.across - 1);
+    load.MakeRaw(load.grid.across - 1);
     load.callback = CountRows; // the rows may be anything now
-    play.run([&] { return load.load(); });
+    play.Run([&] { return load.Load(); });
     const bool allocated = !CallsNamed("AllocateBitmap").empty() && play.name != "AllocateBitmap";
     if (KernelInUse().fault != Fault::Throw || play.name != "IntReleaseBitmap") {
         EXPECT_EQ(CallsNamed("FreeBitmap").size(), allocated ? 1u : 0u);
@@ -111,7 +111,7 @@ void PlayBuffer(Play& play, bool saving) {
     info.Width = 100;
     info.Height = 5;
     info.BitsPerPixel = 1;
-    play.run([&] {
+    play.Run([&] {
         return saving ? fltSaveBuffer(input.data(), &info, output.data(), &size, 0, 0, 66, 0, 0)
                       : fltLoadBuffer(input.data(), input.size(), output.data(), 66, 100, 5, 0, 0,
                                       LOADINFO_MIRROR);
@@ -123,7 +123,7 @@ void PlayBuffer(Play& play, bool saving) {
 
 template <typename Operation>
 void PlaySave(Play& play, SaveRun& save, Operation operation) {
-    play.run(operation);
+    play.Run(operation);
     EXPECT_EQ(save.starts, play.name == "Open" ? 0 : 1);
     EXPECT_EQ(save.ends, save.starts);
 }
@@ -134,7 +134,7 @@ void PlayRawSave(Play& play, unsigned format) {
     SaveRun save(picture, 60000, static_cast<int>(format));
     save.rowCallback = TraceRow;
     errno = format == 66 ? 0 : ENOMEM;
-    PlaySave(play, save, [&] { return save.run(); });
+    PlaySave(play, save, [&] { return save.Run(); });
     errno = 0;
     if (play.thrown)
         return;
@@ -165,14 +165,14 @@ void PlayTiledSave(Play& play, bool ownCounts) {
         grid.info.TileByteCounts = nullptr;
     SaveRun save(PictureOf(100, 20, NOISE), 100, 66);
     PlaySave(play, save,
-             [&] { return save.runTiled(&grid.info, ownCounts ? nullptr : grid.uncompressed.data()); });
+             [&] { return save.RunTiled(&grid.info, ownCounts ? nullptr : grid.uncompressed.data()); });
     EXPECT_EQ(grid.info.TileByteCounts, ownCounts ? nullptr : grid.counts.data());
 }
 
 // The codec's own functions, as a container filter calls them; a throw leaves the release to do.
 template <typename Release, typename Operation>
 void PlayCodec(Play& play, Release release, Operation operation) {
-    play.run([&] {
+    play.Run([&] {
         try {
             const int status = operation();
             release();
@@ -198,7 +198,7 @@ void PlayDecoder(Play& play, unsigned format, bool probe) {
         play, [&] { QuitDecodeG34(&codec, 1); },
         [&] {
             const int status =
-                InitDecodeG34(nullptr, &codec, format, probe ? 0 : 1728, 0, file.handle(), 1, 0);
+                InitDecodeG34(nullptr, &codec, format, probe ? 0 : 1728, 0, file.Handle(), 1, 0);
             for (int i = 0; status == SUCCESS && !probe && i < 300; ++i)
                 EXPECT_EQ(decode(&codec, rows.data(), 1), 1u);
             if (status == SUCCESS && probe)
@@ -215,7 +215,7 @@ void PlayEncoder(Play& play, unsigned format) {
     PlayCodec(
         play, [&] { QuitEncodeG34(&codec); },
         [&] {
-            failed = InitEncodeG34(nullptr, &codec, format, 60000, 0, file.handle());
+            failed = InitEncodeG34(nullptr, &codec, format, 60000, 0, file.Handle());
             for (const Bytes& row : picture)
                 if (failed == 0)
                     (format == 68 ? EncodeG4 : EncodeG3)(&codec, Bytes(row).data());
@@ -236,21 +236,21 @@ void PlayOneTile(Play& play) {
     PlayCodec(
         play, [&] { QuitEncodeG34(&codec); },
         [&] {
-            return SaveFaxTile(save.dispatch.get(), save.file.handle(), &codec, 68, &grid.info, 0, 0, 0, 13,
+            return SaveFaxTile(save.dispatch.get(), save.file.Handle(), &codec, 68, &grid.info, 0, 0, 0, 13,
                                0, &size, &save.saveBitmap, save.saveFile.get(), row.data(), 1);
         });
 }
 
 void PlayPalette(Play& play) {
     LoadRun load({}, 68, 1, 1);
-    play.run([&] { return SetBitmapPalette(load.dispatch.get(), &load.info(), &load.bitmap); });
+    play.Run([&] { return SetBitmapPalette(load.dispatch.get(), &load.Info(), &load.bitmap); });
 }
 
 void PlayRedirection(Play& play, bool ownBuffer) {
     void* redirect = nullptr;
     tagHANDLE* handle = nullptr;
     Bytes bytes(10);
-    play.run([&] {
+    play.Run([&] {
         const int started = ownBuffer
                                 ? StartRedirectToBuffer(&redirect, &handle, REDIRECT_WRITE)
                                 : StartRedirectToBuffer(&redirect, &handle, REDIRECT_READ, bytes.data(), 10);

@@ -11,15 +11,15 @@ namespace {
 struct InfoRun {
     InfoRun() {
         std::memset(record, 0xEE, sizeof record);
-        fileInfo().Flags = 0xEE;
-        dispatch->FileInfo = &fileInfo();
+        FileInfo().Flags = 0xEE;
+        dispatch->FileInfo = &FileInfo();
     }
-    int run(const char* name) {
+    int Run(const char* name) {
         dispatch->FileName = name;
         return fltInfo(dispatch.get());
     }
-    _FILEINFOA& fileInfo() { return *reinterpret_cast<_FILEINFOA*>(record); }
-    bool untouched() const {
+    _FILEINFOA& FileInfo() { return *reinterpret_cast<_FILEINFOA*>(record); }
+    bool Untouched() const {
         return std::all_of(std::begin(record), std::end(record),
                            [](uint8_t byte) { return byte == 0xEE || byte == 0; });
     }
@@ -53,7 +53,7 @@ TEST_F(Files, NullArguments) {
     EXPECT_EQ(fltLoad(nullptr), ERROR_NULL_PTR);
     InfoRun info;
     info.dispatch->FileInfo = nullptr;
-    EXPECT_EQ(info.run("page"), ERROR_NULL_PTR);
+    EXPECT_EQ(info.Run("page"), ERROR_NULL_PTR);
     LoadRun noBitmap({}, 68, 10, 1), noFileInfo({}, 68, 10, 1);
     noBitmap.dispatch->Bitmap = nullptr;
     noFileInfo.dispatch->FileInfo = nullptr;
@@ -66,8 +66,8 @@ TEST_F(Files, HeaderIsDescribed) {
     files["page"] = HeaderFile(1725, 2200, 2, 1, {});
     files["page"].resize(20);
     InfoRun info;
-    EXPECT_EQ(info.run("page"), SUCCESS);
-    const _FILEINFOA& f = info.fileInfo();
+    EXPECT_EQ(info.Run("page"), SUCCESS);
+    const _FILEINFOA& f = info.FileInfo();
     EXPECT_STREQ(f.Name, "CCITT Group 4 Fax");
     EXPECT_EQ(
         (std::vector<uint64_t>{uint64_t(f.Format), f.Width, uint64_t(f.Height), uint64_t(f.BitsPerPixel),
@@ -89,16 +89,16 @@ TEST_F(Files, HeaderIsLoaded) {
         for (const uint8_t order : {uint8_t{0}, uint8_t{1}}) {
             files["page"] = HeaderFile(10, 30, coding, order, Packed(coding == 2 ? g3 : g4, order == 0));
             InfoRun info;
-            ASSERT_EQ(info.run("page"), SUCCESS);
+            ASSERT_EQ(info.Run("page"), SUCCESS);
             LoadRun load({}, -5, -5, -5);
             std::memcpy(load.fileInfo.get(), info.record, sizeof(_FILEINFOA));
             load.dispatch->FileName = "page";
             KernelInUse().trace.clear();
             EXPECT_EQ(fltLoad(load.dispatch.get()), SUCCESS);
             EXPECT_EQ(load.rows, Rows(30, Row{2, 3, 5}));
-            EXPECT_EQ(load.info().Format, coding == 2 ? 66 : 68);
-            EXPECT_EQ(+load.info().Offset, 512);
-            EXPECT_EQ(load.info().Flags, order == 0 ? 9u : 1u);
+            EXPECT_EQ(load.Info().Format, coding == 2 ? 66 : 68);
+            EXPECT_EQ(+load.Info().Offset, 512);
+            EXPECT_EQ(load.Info().Flags, order == 0 ? 9u : 1u);
             EXPECT_EQ(load.bitmap.XResolution, 204);
             EXPECT_EQ(Trace(KernelInUse().trace.begin(), KernelInUse().trace.begin() + 4),
                       (Trace{"Open 0 256", "Seek 12 0", "Read 1", "Read 1"}));
@@ -122,14 +122,14 @@ TEST_F(Files, RawStreamIsFoundAndLoaded) {
         load.dispatch->FileName = "page";
         InfoRun info;
         info.dispatch->LoadDispatch = load.dispatch.get();
-        ASSERT_EQ(info.run("page"), SUCCESS);
+        ASSERT_EQ(info.Run("page"), SUCCESS);
         EXPECT_EQ(load.dispatch->LoadInfoValid, 1);
-        EXPECT_STREQ(info.fileInfo().Name, "CCITT Group 3 Fax");
-        EXPECT_EQ(info.fileInfo().Format, 66);
-        EXPECT_EQ(info.fileInfo().Height, 120);
-        EXPECT_EQ(+info.fileInfo().ImageSize, 120u * 216);
-        EXPECT_EQ(info.fileInfo().Orientation, 1);
-        EXPECT_EQ(info.fileInfo().XResolution, 300);
+        EXPECT_STREQ(info.FileInfo().Name, "CCITT Group 3 Fax");
+        EXPECT_EQ(info.FileInfo().Format, 66);
+        EXPECT_EQ(info.FileInfo().Height, 120);
+        EXPECT_EQ(+info.FileInfo().ImageSize, 120u * 216);
+        EXPECT_EQ(info.FileInfo().Orientation, 1);
+        EXPECT_EQ(info.FileInfo().XResolution, 300);
         EXPECT_EQ(fltLoad(load.dispatch.get()), SUCCESS);
         EXPECT_EQ(load.rows, Rows(120, Row{100, 100, 1528}));
     }
@@ -140,14 +140,14 @@ TEST_F(Files, ProbingNeedsPermission) {
     LoadRun load({}, -1, -1, -1);
     InfoRun info;
     info.dispatch->LoadDispatch = load.dispatch.get();
-    EXPECT_EQ(info.run("page"), ERROR_FILE_FORMAT);
+    EXPECT_EQ(info.Run("page"), ERROR_FILE_FORMAT);
     info.dispatch->LoadDispatch = nullptr;
-    EXPECT_EQ(info.run("page"), ERROR_FILE_FORMAT);
-    EXPECT_TRUE(info.untouched());
-    info.fileInfo().Flags |= FILEINFO_PROBE_RAW;
+    EXPECT_EQ(info.Run("page"), ERROR_FILE_FORMAT);
+    EXPECT_TRUE(info.Untouched());
+    info.FileInfo().Flags |= FILEINFO_PROBE_RAW;
     info.dispatch->LoadDispatch = load.dispatch.get();
     KernelInUse().trace.clear();
-    EXPECT_EQ(info.run("page"), SUCCESS);
+    EXPECT_EQ(info.Run("page"), SUCCESS);
     EXPECT_EQ(load.dispatch->LoadInfoValid, 1);
     EXPECT_EQ(KernelInUse().trace[2], "Seek -20 1");
 }
@@ -158,28 +158,28 @@ TEST_F(Files, CallersDescriptionStands) {
     for (const int format : {65, 66, 67, 68, 69, 117}) {
         LoadRun load({}, format, 1000, 77);
         load.dispatch->LoadInfoValid = 1;
-        load.info().Flags = LOADINFO_ORIENTATION_3;
+        load.Info().Flags = LOADINFO_ORIENTATION_3;
         InfoRun info;
         info.dispatch->LoadDispatch = load.dispatch.get();
         const bool described = format >= 66 && format <= 68;
-        EXPECT_EQ(info.run("page"), described ? SUCCESS : FAILURE);
-        EXPECT_EQ(+load.info().Offset, 2000);
+        EXPECT_EQ(info.Run("page"), described ? SUCCESS : FAILURE);
+        EXPECT_EQ(+load.Info().Offset, 2000);
         if (!described) {
-            EXPECT_TRUE(info.untouched());
+            EXPECT_TRUE(info.Untouched());
             continue;
         }
-        EXPECT_STREQ(info.fileInfo().Name, format == 68 ? "CCITT Group 4 Fax" : "CCITT Group 3 Fax");
-        EXPECT_EQ(+info.fileInfo().ImageSize, 77u * 125);
-        EXPECT_EQ(info.fileInfo().Orientation, 3);
+        EXPECT_STREQ(info.FileInfo().Name, format == 68 ? "CCITT Group 4 Fax" : "CCITT Group 3 Fax");
+        EXPECT_EQ(+info.FileInfo().ImageSize, 77u * 125);
+        EXPECT_EQ(info.FileInfo().Orientation, 3);
     }
 }
 
 TEST_F(Files, NotFaxFiles) {
     const auto status = [](const char* name) {
         InfoRun info;
-        info.fileInfo().Flags |= FILEINFO_PROBE_RAW;
-        const int result = info.run(name);
-        EXPECT_EQ(info.fileInfo().Flags, 0xEE | FILEINFO_PROBE_RAW);
+        info.FileInfo().Flags |= FILEINFO_PROBE_RAW;
+        const int result = info.Run(name);
+        EXPECT_EQ(info.FileInfo().Flags, 0xEE | FILEINFO_PROBE_RAW);
         return result;
     };
     EXPECT_EQ(status("/nowhere"), ERROR_FILE_OPEN);
@@ -210,9 +210,9 @@ TEST_F(Files, DescriptionWhenTheCloseThrows) {
                 throw KernelFault();
         };
         InfoRun info;
-        info.fileInfo().Flags |= FILEINFO_PROBE_RAW;
-        EXPECT_THROW(info.run(name), KernelFault);
-        EXPECT_EQ(info.fileInfo().Format, raw ? static_cast<int>(0xEEEEEEEE) : FORMAT_FAX_G4_HEADER);
+        info.FileInfo().Flags |= FILEINFO_PROBE_RAW;
+        EXPECT_THROW(info.Run(name), KernelFault);
+        EXPECT_EQ(info.FileInfo().Format, raw ? static_cast<int>(0xEEEEEEEE) : FORMAT_FAX_G4_HEADER);
         EXPECT_EQ(KernelInUse().badCloses, 0u);
     }
 }

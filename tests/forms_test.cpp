@@ -35,8 +35,8 @@ struct Encoder {
                             static_cast<void*>(record.Buffer)})
             K_LocalFree(block, 0, "");
     }
-    Bytes coded() const { return Bytes(record.Buffer, record.Buffer + record.BufferCount); }
-    std::vector<uint32_t> list() const {
+    Bytes Coded() const { return Bytes(record.Buffer, record.Buffer + record.BufferCount); }
+    std::vector<uint32_t> List() const {
         size_t entries = 0;
         while (record.CodingLine[entries] != 0)
             ++entries;
@@ -55,7 +55,7 @@ TEST_F(Forms, OfTheRowScanListEveryChange) {
                 for (const auto list : {faxx::ListChangesBaseline, faxx::ListChangesAvx2}) {
                     Encoder encoder(FORMAT_FAX_G4, width);
                     list(&encoder.record, row.data());
-                    ASSERT_EQ(encoder.list(), expected) << "width " << width << ", kind " << kind;
+                    ASSERT_EQ(encoder.List(), expected) << "width " << width << ", kind " << kind;
                 }
             }
 }
@@ -79,7 +79,7 @@ TEST_F(Forms, OfTheRowScanFindALonePixel) {
             for (const auto list : {faxx::ListChangesBaseline, faxx::ListChangesAvx2}) {
                 std::fill_n(encoder.record.CodingLine, 8, 7);
                 ASSERT_EQ(list(&encoder.record, area.data() + place), changes) << "width " << width;
-                ASSERT_EQ(encoder.list(), expected) << "width " << width << ", column " << column;
+                ASSERT_EQ(encoder.List(), expected) << "width " << width << ", column " << column;
             }
         }
     }
@@ -111,7 +111,7 @@ TEST_F(Forms, OfTheCodersWriteTheSameBits) {
                 for (const Bytes& row : PictureOf(width, kRows, kind)) {
                     coder.baseline(&baseline.record, row.data());
                     coder.avx2(&avx2.record, row.data());
-                    ASSERT_EQ(baseline.coded(), avx2.coded()) << "width " << width << ", kind " << kind;
+                    ASSERT_EQ(baseline.Coded(), avx2.Coded()) << "width " << width << ", kind " << kind;
                     ASSERT_EQ(baseline.record.BitAccumulator, avx2.record.BitAccumulator);
                     ASSERT_EQ(baseline.record.BitCount, avx2.record.BitCount);
                 }
@@ -163,7 +163,7 @@ TEST_F(Forms, OfTheG4DecoderStopAtTheSameBit) {
             for (const Bytes& row : PictureOf(width, kRows, kind)) {
                 faxx::EncodeModesAvx2(&encoder.record, row.data(), faxx::LineEnd::None);
             }
-            Bytes stream = encoder.coded();
+            Bytes stream = encoder.Coded();
             for (auto damage = random() % 3; damage != 0 && !stream.empty(); --damage)
                 stream[random() % stream.size()] ^= static_cast<uint8_t>(1 << random() % 8);
             stream.resize(stream.size() + 64);

@@ -10,9 +10,9 @@ class DecoderInput : public KernelTest {};
 TEST_F(DecoderInput, SetUpTakesAndReturnsThreeBuffers) {
     CCITTG34 record = {};
     MemoryFile file({0xAB, 0xCD, 0xEF});
-    EXPECT_EQ(InitDecodeG34(nullptr, &record, 68, 250001, 0, file.handle(), 0, 0), ERROR_WIDTH_LIMIT);
+    EXPECT_EQ(InitDecodeG34(nullptr, &record, 68, 250001, 0, file.Handle(), 0, 0), ERROR_WIDTH_LIMIT);
     EXPECT_TRUE(KernelInUse().trace.empty());
-    EXPECT_EQ(InitDecodeG34(nullptr, &record, 68, 250000, 4, file.handle(), 0, 0), SUCCESS);
+    EXPECT_EQ(InitDecodeG34(nullptr, &record, 68, 250000, 4, file.Handle(), 0, 0), SUCCESS);
     EXPECT_EQ(KernelInUse().trace,
               (Trace{"Alloc 250000 4", "Alloc 250000 4", "Alloc 200000 1", "Read 200000"}));
     EXPECT_EQ(record.BitAccumulator, 0xABCDEF00u);
@@ -29,8 +29,8 @@ TEST_F(DecoderInput, SetUpAgainAfterAFailedOne) {
         CCITTG34 record = {};
         MemoryFile file({0xAB});
         KernelInUse().faultAt = failing;
-        EXPECT_EQ(InitDecodeG34(nullptr, &record, 68, 10, 0, file.handle(), 0, 0), ERROR_NO_MEMORY);
-        EXPECT_EQ(InitDecodeG34(nullptr, &record, 68, 10, 0, file.handle(), 0, 0), SUCCESS);
+        EXPECT_EQ(InitDecodeG34(nullptr, &record, 68, 10, 0, file.Handle(), 0, 0), ERROR_NO_MEMORY);
+        EXPECT_EQ(InitDecodeG34(nullptr, &record, 68, 10, 0, file.Handle(), 0, 0), SUCCESS);
         EXPECT_EQ(CallsNamed("Free").size(), failing - 1);
         EXPECT_EQ(KernelInUse().held, 2200000u);
         QuitDecodeG34(&record, 1);
@@ -46,10 +46,10 @@ TEST_F(DecoderInput, FieldsAfterSetUp) {
     EXPECT_EQ(run.record.RefillThreshold, 5u);
     EXPECT_EQ(run.record.BufferCapacity, 200000u);
     EXPECT_EQ(run.record.NextLineTag, INT32_MIN);
-    run.restart({0x01, 0xC8}, {.flags = FAX_REVERSE_BITS, .smallBuffer = 7});
+    run.Restart({0x01, 0xC8}, {.flags = FAX_REVERSE_BITS, .smallBuffer = 7});
     EXPECT_EQ(run.record.BitAccumulator, 0x80130000u);
     EXPECT_EQ(run.record.BufferCapacity, 2048u);
-    run.restart(Bytes(1536), {.smallBuffer = 1});
+    run.Restart(Bytes(1536), {.smallBuffer = 1});
     EXPECT_EQ(run.record.RefillThreshold, 1536u);
 }
 
@@ -58,7 +58,7 @@ TEST_F(DecoderInput, ReadsAskForTheRoom) {
         CodecRun run(Bytes(size, 0xFF), setup);
         const size_t setUp = KernelInUse().trace.size();
         while (run.record.DecodeStatus == 0)
-            run.decode(80000);
+            run.Decode(80000);
         EXPECT_GE(run.record.BitCount, 1);
         Trace trace(KernelInUse().trace.begin() + static_cast<ptrdiff_t>(setUp) - 1,
                     KernelInUse().trace.end());
@@ -84,9 +84,9 @@ TEST(CodeTables, EveryCodeAsALine) {
             const Bits rest = code.run >= 64 ? RunBits(black, 0) : "";
             const Bits bits = (black ? RunBits(false, 7) : "") + code.bits + rest;
             const unsigned lead = black ? 7 : 0;
-            run.restart(Packed(bits + kEol + kEol), {.format = 66, .width = lead + code.run + 5});
+            run.Restart(Packed(bits + kEol + kEol), {.format = 66, .width = lead + code.run + 5});
             Row expected = black ? Row{7, code.run, 5} : Row{code.run, 5};
-            EXPECT_EQ(run.decode(1), Rows{expected}) << code.run << (black ? " black" : " white");
+            EXPECT_EQ(run.Decode(1), Rows{expected}) << code.run << (black ? " black" : " white");
         }
         EXPECT_EQ(covered, 8192u - 32); // all but the indices that begin with eight zeros
         KernelInUse().trace.clear();

@@ -11,9 +11,9 @@ void ExpectRoundTrip(const Picture& picture, unsigned width, TiffCoding coding, 
     for (const Bytes& strip : CodedByLibtiff(picture, width, coding, reversed, stripRows)) {
         const size_t rows = std::min(stripRows, picture.size() - delivered.size());
         LoadRun load(strip, static_cast<int>(coding.format), static_cast<int>(width), static_cast<int>(rows));
-        load.info().Flags = reversed ? LOADINFO_REVERSED_BITS : 0;
+        load.Info().Flags = reversed ? LOADINFO_REVERSED_BITS : 0;
         load.dispatch->Flags = width % 2 != 0 ? LOADDISPATCH_BATCHES : 0;
-        EXPECT_EQ(load.run(), SUCCESS);
+        EXPECT_EQ(load.Run(), SUCCESS);
         EXPECT_EQ(load.dispatch->Status, 0);
         delivered.insert(delivered.end(), load.rows.begin(), load.rows.end());
     }

@@ -36,11 +36,11 @@ void ExpectLines(std::initializer_list<LineCase> cases) {
         for (const LineCase& c : cases) {
             SCOPED_TRACE(testing::Message() << c.name << ", ones " << ones);
             CodecRun run(Packed(c.bits + Repeated("1", ones)), {.format = c.format, .width = c.width});
-            EXPECT_EQ(c.throughG3 ? run.decode(c.lines) : run.decodeG4(c.lines), RowsFromText(c.rows));
+            EXPECT_EQ(c.throughG3 ? run.Decode(c.lines) : run.DecodeG4(c.lines), RowsFromText(c.rows));
             EXPECT_EQ(run.dispatch->Status, c.status);
             EXPECT_EQ(run.record.DecodeStatus, c.decodeStatus);
             EXPECT_EQ(run.record.Width, c.widthAfter != 0 ? c.widthAfter : c.width);
-            EXPECT_TRUE(c.bitsRead == 0 || c.bitsRead == run.bitPosition()) << run.bitPosition();
+            EXPECT_TRUE(c.bitsRead == 0 || c.bitsRead == run.BitPosition()) << run.BitPosition();
         }
 }
 
@@ -135,14 +135,14 @@ TEST(G4Limits, BudgetEndsACallAtALineBoundary) {
         const Bits line = Horizontal(0, 1) + Repeated(Horizontal(1, 1), 48) + Horizontal(1, width - 98);
         CodecRun run(Packed(Repeated(line, 3000) + Repeated("1", 64)), {.width = width});
         const size_t rows = (249998 - (width + 3)) / 102 + 1;
-        EXPECT_EQ(run.decode(3000).size(), rows);
-        EXPECT_EQ(run.decode(3000 - static_cast<unsigned>(rows)).size(), 3000 - rows);
+        EXPECT_EQ(run.Decode(3000).size(), rows);
+        EXPECT_EQ(run.Decode(3000 - static_cast<unsigned>(rows)).size(), 3000 - rows);
     }
 
     CodecRun blank(Packed(Repeated(kV0, 90000)), {.width = 1728});
-    EXPECT_EQ(blank.decode(90000).size(), (249998u - 1731) / 3 + 1);
+    EXPECT_EQ(blank.Decode(90000).size(), (249998u - 1731) / 3 + 1);
     CodecRun white(Bytes(), {.width = 70000});
-    EXPECT_EQ(white.decode(1000000).size(), 249998u / 5);
+    EXPECT_EQ(white.Decode(1000000).size(), 249998u / 5);
 }
 
 // Zero-length runs may not grow a line past its list or the row area; the next line is whole again.
@@ -155,15 +155,15 @@ TEST(G4Limits, EmptyRunsEndAtTheLimit) {
         for (const auto& [format, bits] : hostile) {
             SCOPED_TRACE(testing::Message() << format << " width " << width);
             CodecRun run(Packed(bits + Repeated("1", 64)), {.format = format, .width = width});
-            const Rows rows = run.decode(1);
+            const Rows rows = run.Decode(1);
             ASSERT_EQ(rows.size(), 1u);
             EXPECT_EQ(std::accumulate(rows[0].begin(), rows[0].end(), 0u), width);
             EXPECT_GE(WordsOf(rows), 249990u);
             EXPECT_EQ(run.dispatch->Status, ERROR_FAX_DATA_CORRUPT);
-            EXPECT_EQ(run.decode(1).size(), 1u);
+            EXPECT_EQ(run.Decode(1).size(), 1u);
             if (format == 66) {
-                run.restart(Packed(Line1D({1, 0}) + bits + kEol + kEol), {.format = 66, .width = 0});
-                EXPECT_GE(run.probe(), 1);
+                run.Restart(Packed(Line1D({1, 0}) + bits + kEol + kEol), {.format = 66, .width = 0});
+                EXPECT_GE(run.Probe(), 1);
             }
         }
 }
@@ -176,7 +176,7 @@ TEST(G4Limits, EveryPixelOfTheWidestLinesIsAChange) {
             const Picture picture(2, Bytes((width + 7) / 8, 0xAA));
             CodecRun run(CodedPicture(picture, width, format), {.format = format, .width = width});
             for (const Bytes& row : picture) {
-                const Rows rows = run.decode(1);
+                const Rows rows = run.Decode(1);
                 ASSERT_EQ(rows.size(), 1u);
                 EXPECT_EQ(rows[0].size(), ChangesOf(row, width).size() + 1);
             }
@@ -191,9 +191,9 @@ TEST(G4Limits, ExitsFromUncompressedModeAreLinear) {
     const Bits pixels = Repeated(Horizontal(1, 1), kWidth / 2) + Horizontal(1, 0);
     const Bits exits = Repeated(kUncompressed + "00000010", 400000);
     CodecRun run(Packed(pixels + Repeated(kV0, kWidth / 2) + exits + kV0), {.width = kWidth});
-    EXPECT_EQ(run.decode(1).size(), 1u);
+    EXPECT_EQ(run.Decode(1).size(), 1u);
     const std::clock_t start = std::clock();
-    EXPECT_EQ(run.decode(1).size(), 1u);
+    EXPECT_EQ(run.Decode(1).size(), 1u);
     EXPECT_LT(std::clock() - start, 5 * CLOCKS_PER_SEC);
 }
 
@@ -281,9 +281,9 @@ TEST(G3Lines, StretchesOfBlankLines) {
                 Rows rows(count + 3, Row{static_cast<unsigned short>(c.width)});
                 rows[count] = {100, static_cast<unsigned short>(c.width - 100)};
                 rows.resize(asked);
-                EXPECT_EQ(run.decode(asked), rows);
+                EXPECT_EQ(run.Decode(asked), rows);
                 const bool pastOther = asked > count;
-                EXPECT_EQ(run.bitPosition(),
+                EXPECT_EQ(run.BitPosition(),
                           (asked - pastOther) * c.blank.size() + pastOther * c.other.size());
             }
 }
@@ -292,10 +292,10 @@ TEST(G3Lines, StretchesOfBlankLines) {
 TEST(G3Lines, EightBlankLinesAndNoMore) {
     ResetTestKernel();
     CodecRun run(Packed(Repeated(kEol + kWhite1728, 8)), {.format = 66, .width = 1728});
-    EXPECT_EQ(run.decode(8), Rows(8, Row{1728}));
-    EXPECT_EQ(run.bitPosition(), 8 * 29u);
-    run.restart(Packed(Repeated(kEol + kWhite1728, 8)), {.format = 66, .width = 1728});
-    EXPECT_EQ(run.decode(20), Rows(9, Row{1728}));
+    EXPECT_EQ(run.Decode(8), Rows(8, Row{1728}));
+    EXPECT_EQ(run.BitPosition(), 8 * 29u);
+    run.Restart(Packed(Repeated(kEol + kWhite1728, 8)), {.format = 66, .width = 1728});
+    EXPECT_EQ(run.Decode(20), Rows(9, Row{1728}));
     EXPECT_EQ(run.record.DecodeStatus, DECODE_STATUS_NO_DATA);
 }
 
@@ -314,13 +314,13 @@ TEST(G3Lines, PairsOfBlankLines) {
             CodecRun run(Packed(Repeated(three, 1000) + first + kEol + "0" + kVL1 + kV0 + first + first +
                                 Repeated("1", 512)),
                          {.format = 67, .width = width, .smallBuffer = 1});
-            EXPECT_EQ(run.decode(1), Rows(1, Row{width}));
+            EXPECT_EQ(run.Decode(1), Rows(1, Row{width}));
             for (unsigned call = 0; call < 2000; ++call)
-                ASSERT_EQ(run.decode(9), Rows(call == 0 || call % 2 == 1 ? 1 : 2, Row{width}))
+                ASSERT_EQ(run.Decode(9), Rows(call == 0 || call % 2 == 1 ? 1 : 2, Row{width}))
                     << "call " << call;
-            EXPECT_EQ(run.bitPosition(), 1000 * three.size());
-            EXPECT_EQ(run.decode(9), (Rows{{width}, {static_cast<unsigned short>(width - 1), 1}}));
-            EXPECT_EQ(run.decode(2), Rows(2, Row{width}));
+            EXPECT_EQ(run.BitPosition(), 1000 * three.size());
+            EXPECT_EQ(run.Decode(9), (Rows{{width}, {static_cast<unsigned short>(width - 1), 1}}));
+            EXPECT_EQ(run.Decode(2), Rows(2, Row{width}));
         }
 }
 
@@ -331,9 +331,9 @@ TEST(G3Lines, TheTagAfterATwoDimensionalLine) {
     for (const Bits& line : {oneDimensional + Line1D({2, 3, 5}), oneDimensional + Line1D({10})}) {
         CodecRun run(Packed(line + oneDimensional + Line1D({10}) + kEol + "0" + kV0 + Repeated("1", 512)),
                      {.format = 67, .width = 10});
-        EXPECT_EQ(run.decode(1).size(), 1u);
+        EXPECT_EQ(run.Decode(1).size(), 1u);
         EXPECT_NE(run.record.NextLineTag, INT32_MIN);
-        EXPECT_EQ(run.decode(9), RowsFromText("10|10"));
+        EXPECT_EQ(run.Decode(9), RowsFromText("10|10"));
         EXPECT_EQ(run.record.NextLineTag, INT32_MIN);
     }
 }
@@ -347,7 +347,7 @@ TEST(G3Decoder, BudgetEndsACallAtALineBoundary) {
                                          : kEol + "1" + Line1D(runs) + kEol + "0" + Repeated("1", 300000);
         CodecRun run(Packed(stream), {.format = format, .width = 1728});
         const size_t spare = format == 66 ? 1730 : 1731;
-        EXPECT_EQ(run.decode(3000), Rows((249998 - spare) / 102 + 1, Row(runs.begin(), runs.end())));
+        EXPECT_EQ(run.Decode(3000), Rows((249998 - spare) / 102 + 1, Row(runs.begin(), runs.end())));
     }
 }
 
@@ -374,7 +374,7 @@ TEST(G3Probe, CountsLines) {
         {"2D without a width", 67, "0000000000000010001000111000000000001000111000000000001000111000", 3, 0}};
     for (const auto& c : cases) {
         CodecRun run(Packed(c.bits), {.format = c.format, .width = 0});
-        EXPECT_EQ(run.probe(), c.lines) << c.name;
+        EXPECT_EQ(run.Probe(), c.lines) << c.name;
         EXPECT_EQ(run.record.Width, c.width) << c.name;
     }
 }

@@ -20,9 +20,9 @@ extern "C" int KeepRows(_FILEINFOA* fileInfo, _BITMAPHANDLE* bitmap, unsigned sh
 } // namespace
 
 LoadRun::LoadRun(const Bytes& stream, int format, int width, int height) : file(stream), callback(KeepRows) {
-    info().Format = format;
-    info().Width = width;
-    info().Height = height;
+    Info().Format = format;
+    Info().Width = width;
+    Info().Height = height;
     bitmap.BitsPerPixel = 1;
     bitmap.PaletteParam = 7;
     dispatch->Bitmap = &bitmap;
@@ -31,7 +31,7 @@ LoadRun::LoadRun(const Bytes& stream, int format, int width, int height) : file(
     dispatch->UserData = this;
 }
 
-int LoadRun::run() {
-    return K_LoadRawFax(dispatch.get(), file.handle(), &info(), fileInfo.get(), &bitmap, callback,
+int LoadRun::Run() {
+    return K_LoadRawFax(dispatch.get(), file.Handle(), &Info(), fileInfo.get(), &bitmap, callback,
                         bitmap.BitsPerPixel, this);
 }

@@ -8,8 +8,8 @@ struct LoadRun {
     LoadRun(const LoadRun&) = delete;
     LoadRun& operator=(const LoadRun&) = delete;
 
-    int run(); // K_LoadRawFax on the stream
-    _LOADINFO& info() { return dispatch->LoadInfo; }
+    int Run(); // K_LoadRawFax on the stream
+    _LOADINFO& Info() { return dispatch->LoadInfo; }
 
     MemoryFile file;
     std::unique_ptr<_LOADDISPATCH> dispatch = std::make_unique<_LOADDISPATCH>();

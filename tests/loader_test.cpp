@@ -12,9 +12,9 @@ const Bits kG4Page = Repeated(Horizontal(2, 3) + kV0, 250);
 
 TEST_F(RawLoader, CallsInTheirOrder) {
     LoadRun load(Packed(kG4Page), FORMAT_FAX_G4, 10, 250);
-    load.info().Offset = 3;
+    load.Info().Offset = 3;
     load.file.bytes.insert(load.file.bytes.begin(), 3, 0xEE);
-    EXPECT_EQ(load.run(), SUCCESS);
+    EXPECT_EQ(load.Run(), SUCCESS);
     EXPECT_EQ(KernelInUse().trace,
               (Trace{"Palette -256 0 7 -1", "Alloc 251000 2", "Alloc 250000 2", "Seek 3 0", "Alloc 250000 4",
                      "Alloc 250000 4", "Alloc 200000 1", "Read 200000", "Rows 0 250 31", "Free 502000",
@@ -26,7 +26,7 @@ TEST_F(RawLoader, CallsInTheirOrder) {
 TEST_F(RawLoader, BatchesOfAHundred) {
     LoadRun load(Packed(kG4Page), FORMAT_FAX_G4, 10, 250);
     load.dispatch->Flags = LOADDISPATCH_BATCHES;
-    EXPECT_EQ(load.run(), SUCCESS);
+    EXPECT_EQ(load.Run(), SUCCESS);
     EXPECT_EQ(CallsNamed("Rows"), (Trace{"Rows 0 100 23", "Rows 100 100 19", "Rows 200 50 27"}));
     EXPECT_EQ(CallsNamed("Read"), Trace{"Read 2048"});
     EXPECT_EQ(load.rows.size(), 250u);
@@ -35,28 +35,28 @@ TEST_F(RawLoader, BatchesOfAHundred) {
 TEST_F(RawLoader, NoLinesEndTheLoadAsDamaged) {
     LoadRun load(Packed(Repeated(kV0, 120) + "0000001000" + Repeated(kV0, 500)), FORMAT_FAX_G4, 10, 250);
     load.dispatch->Flags = LOADDISPATCH_BATCHES;
-    EXPECT_EQ(load.run(), SUCCESS);
+    EXPECT_EQ(load.Run(), SUCCESS);
     EXPECT_EQ(CallsNamed("Rows"), (Trace{"Rows 0 100 23", "Rows 100 20 19", "Rows 120 0 27"}));
     EXPECT_EQ(load.dispatch->Status, ERROR_FAX_DATA_CORRUPT);
 
     LoadRun nothing(Packed("0000001000"), FORMAT_FAX_G4, 10, 5);
     KernelInUse().trace.clear();
-    EXPECT_EQ(nothing.run(), SUCCESS);
+    EXPECT_EQ(nothing.Run(), SUCCESS);
     EXPECT_EQ(CallsNamed("Rows"), (Trace{"Rows 0 0 31"}));
 }
 
 TEST_F(RawLoader, MirroredRowsComeFromTheMirrorBuffer) {
     LoadRun load(Packed(kG4Page), FORMAT_FAX_G4, 10, 250);
-    load.info().Flags = LOADINFO_MIRROR | LOADINFO_ORIENTATION_1;
-    EXPECT_EQ(load.run(), SUCCESS);
+    load.Info().Flags = LOADINFO_MIRROR | LOADINFO_ORIENTATION_1;
+    EXPECT_EQ(load.Run(), SUCCESS);
     EXPECT_EQ(load.rows, Rows(250, Row{5, 3, 2}));
     EXPECT_EQ(KernelInUse().trace[2], "Alloc 334000 2");
     EXPECT_EQ(KernelInUse().trace[8], "Mirror 250");
     EXPECT_EQ(KernelInUse().trace[9], "Rows 0 250 31");
     // Every row begins with an empty white run once mirrored, one word more than before.
     LoadRun growing(Packed(Repeated(Horizontal(4, 6), 30000)), FORMAT_FAX_G4, 10, 30000);
-    growing.info().Flags = LOADINFO_MIRROR;
-    EXPECT_EQ(growing.run(), SUCCESS);
+    growing.Info().Flags = LOADINFO_MIRROR;
+    EXPECT_EQ(growing.Run(), SUCCESS);
     EXPECT_EQ(growing.rows.size(), 30000u);
 }
 
@@ -68,15 +68,15 @@ TEST_F(RawLoader, GivesTheBitmapItsMarks) {
                  {0x200, 2}, {0x400, 7}, {0x411, 1}, {0x7b0, 6}, {0x7a0, 3}, {0x720, 8}};
     for (const auto& c : cases) {
         LoadRun load(Packed(kG4Page), FORMAT_FAX_G4, 10, 0);
-        load.info().Flags = c.flags;
-        load.info().XResolution = 204;
-        EXPECT_EQ(load.run(), SUCCESS);
+        load.Info().Flags = c.flags;
+        load.Info().XResolution = 204;
+        EXPECT_EQ(load.Run(), SUCCESS);
         EXPECT_EQ(load.bitmap.Orientation, c.orientation) << c.flags;
         EXPECT_EQ(load.bitmap.XResolution, 0); // one of the two alone is not taken
-        load.info().YResolution = 98;
-        load.info().Flags |= LOADINFO_INVERTED;
+        load.Info().YResolution = 98;
+        load.Info().Flags |= LOADINFO_INVERTED;
         KernelInUse().trace.clear();
-        EXPECT_EQ(load.run(), SUCCESS);
+        EXPECT_EQ(load.Run(), SUCCESS);
         EXPECT_EQ(KernelInUse().trace[0], "Palette 0 -256 7 0");
         EXPECT_EQ(load.bitmap.XResolution * 1000 + load.bitmap.YResolution, 204098);
         EXPECT_EQ(CallsNamed("Rows"), Trace());
@@ -86,18 +86,18 @@ TEST_F(RawLoader, GivesTheBitmapItsMarks) {
 TEST_F(RawLoader, RefusesBadArguments) {
     EXPECT_EQ(K_LoadRawFax(nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, 1, nullptr), ERROR_NULL_PTR);
     LoadRun load(Packed(kG4Page), FORMAT_FAX_G4, 250000, 1);
-    EXPECT_EQ(load.run(), ERROR_INV_PARAMETER);
-    load.info().Width = 10;
+    EXPECT_EQ(load.Run(), ERROR_INV_PARAMETER);
+    load.Info().Width = 10;
     load.bitmap.BitsPerPixel = 8;
-    EXPECT_EQ(load.run(), ERROR_NULL_PTR);
+    EXPECT_EQ(load.Run(), ERROR_NULL_PTR);
     EXPECT_TRUE(KernelInUse().trace.empty());
-    EXPECT_EQ(K_LoadRawFax(load.dispatch.get(), load.file.handle(), &load.info(), load.fileInfo.get(),
+    EXPECT_EQ(K_LoadRawFax(load.dispatch.get(), load.file.Handle(), &load.Info(), load.fileInfo.get(),
                            nullptr, nullptr, 8, nullptr),
               ERROR_NO_CALLBACK); // no bitmap, no depth to refuse
     ResetTestKernel();
     load.bitmap.BitsPerPixel = 1;
     load.callback = nullptr;
-    EXPECT_EQ(load.run(), ERROR_NO_CALLBACK);
+    EXPECT_EQ(load.Run(), ERROR_NO_CALLBACK);
     EXPECT_EQ(KernelInUse().trace, (Trace{"Palette -256 0 7 -1", "Alloc 251000 2", "Alloc 250000 2",
                                           "Free 502000", "Free 500000"}));
 }
@@ -110,7 +110,7 @@ TEST_F(RawLoader, OddSizes) {
                  {10, -1, SUCCESS, 0}, {-1, 0, ERROR_WIDTH_LIMIT, 0}, {249999, 3, SUCCESS, 3}};
     for (const auto& c : cases) {
         LoadRun load(Packed(Repeated(kV0, 50)), FORMAT_FAX_G4, c.width, c.height);
-        EXPECT_EQ(load.run(), c.status) << c.width;
+        EXPECT_EQ(load.Run(), c.status) << c.width;
         EXPECT_EQ(load.rows.size(), c.rows);
     }
 }
@@ -127,7 +127,7 @@ Description Describe(const Bytes& bytes, int width = -1) {
     Description d = {0, {}};
     d.info.Width = width;
     d.info.Format = d.info.Height = -1;
-    d.status = K_LoadRawFax(nullptr, file.handle(), &d.info, nullptr, nullptr, nullptr, 1, nullptr);
+    d.status = K_LoadRawFax(nullptr, file.Handle(), &d.info, nullptr, nullptr, nullptr, 1, nullptr);
     return d;
 }
 
@@ -214,13 +214,13 @@ Description DescribeTrialByTrial(const Bytes& bytes) {
     std::vector<unsigned short> rows(251000);
     for (d.info.Offset = 0; d.info.Offset < 2000 && d.status == FAILURE; ++d.info.Offset) {
         uint8_t two[2];
-        K_RedirectedSeek(file.handle(), d.info.Offset, 0);
-        K_RedirectedRead(file.handle(), two, 2);
+        K_RedirectedSeek(file.Handle(), d.info.Offset, 0);
+        K_RedirectedRead(file.Handle(), two, 2);
         if (two[0] != 0 || (two[1] & 0xF0) != 0x10)
             continue;
         for (const int format : {66, 67}) {
-            K_RedirectedSeek(file.handle(), d.info.Offset, 0);
-            InitDecodeG34(nullptr, &codec, static_cast<unsigned>(format), 0, 0, file.handle(), 0, 0);
+            K_RedirectedSeek(file.Handle(), d.info.Offset, 0);
+            InitDecodeG34(nullptr, &codec, static_cast<unsigned>(format), 0, 0, file.Handle(), 0, 0);
             d.info.Height = InfoDecodeG3(&codec, rows.data());
             if (d.info.Height >= 100 && codec.Width >= 1 && codec.Width <= 200000)
                 d.status = SUCCESS;

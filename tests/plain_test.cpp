@@ -40,57 +40,57 @@ public:
     PageOfCodes(std::mt19937& random, unsigned format, unsigned width)
         : random_(random), format_(format), width_(width) {}
 
-    unsigned below(size_t limit) { return static_cast<unsigned>(random_() % limit); }
+    unsigned Below(size_t limit) { return static_cast<unsigned>(random_() % limit); }
 
-    Bits lines(unsigned count, bool damaged) {
+    Bits Lines(unsigned count, bool damaged) {
         const bool tags = format_ == FORMAT_FAX_G3_2D || format_ == FORMAT_FAX_G3_2D_ALL2D;
-        const unsigned blanks = below(3);
+        const unsigned blanks = Below(3);
         Bits bits;
         bool blankAbove = true;
         for (unsigned line = 0; line < count; ++line) {
             const bool tail = format_ == FORMAT_FAX_G3_2D_ALL2D && line > 1;
-            const bool two = format_ == FORMAT_FAX_G4 || tail || (tags && below(2) != 0);
+            const bool two = format_ == FORMAT_FAX_G4 || tail || (tags && Below(2) != 0);
             if (format_ != FORMAT_FAX_G4 && format_ != FORMAT_FAX_G3_1D_NOEOL && !tail &&
-                (!damaged || below(20) != 0)) {
-                bits += Repeated("0", below(10) == 0 ? below(9) : 0) + kEol;
+                (!damaged || Below(20) != 0)) {
+                bits += Repeated("0", Below(10) == 0 ? Below(9) : 0) + kEol;
                 bits += !tags ? "" : two ? "0" : "1";
             }
-            const bool blank = below(4) < blanks * 2;
-            bits += two ? modes(blank && blankAbove) : runs(blank);
+            const bool blank = Below(4) < blanks * 2;
+            bits += two ? Modes(blank && blankAbove) : Runs(blank);
             blankAbove = blank && (blankAbove || !two);
             if (format_ == FORMAT_FAX_G3_1D_NOEOL)
                 bits += Repeated("0", (8 - bits.size() % 8) % 8);
-            if (damaged && below(15) == 0)
-                bits += Repeated(below(2) != 0 ? "1" : "0", below(12));
+            if (damaged && Below(15) == 0)
+                bits += Repeated(Below(2) != 0 ? "1" : "0", Below(12));
         }
         return bits;
     }
 
 private:
-    Bits modes(bool blank) {
+    Bits Modes(bool blank) {
         static const std::array<Bits, 8> kVertical = {kV0, kV0, kVR1, kVL1, kVR2, kVL2, kVR3, kVL3};
         Bits bits;
-        for (unsigned codes = blank ? 0 : below(30); codes != 0; --codes) {
-            const unsigned kind = below(12);
+        for (unsigned codes = blank ? 0 : Below(30); codes != 0; --codes) {
+            const unsigned kind = Below(12);
             if (kind < 8)
                 bits += kVertical[kind];
             else if (kind < 10)
                 bits += kPass;
             else
-                bits += (kind == 10 ? Horizontal : HorizontalBlack)(below(below(2) != 0 ? 8 : width_ + 1),
-                                                                    below(below(2) != 0 ? 8 : 100));
+                bits += (kind == 10 ? Horizontal : HorizontalBlack)(Below(Below(2) != 0 ? 8 : width_ + 1),
+                                                                    Below(Below(2) != 0 ? 8 : 100));
         }
         return bits + kV0;
     }
 
-    Bits runs(bool blank) {
+    Bits Runs(bool blank) {
         std::vector<unsigned> lengths;
-        const unsigned longest = std::array{3u, 9u, 100u, 3000u}[below(4)];
+        const unsigned longest = std::array{3u, 9u, 100u, 3000u}[Below(4)];
         for (unsigned left = width_; left != 0; left -= lengths.back())
             lengths.push_back(blank ? left
-                                    : std::min(left, below(50) == 0 ? below(width_ + 1) : below(longest)));
+                                    : std::min(left, Below(50) == 0 ? Below(width_ + 1) : Below(longest)));
         const bool endsWhite = lengths.size() % 2 != 0;
-        return Line1D(lengths) + (endsWhite && below(12) == 0 ? RunBits(true, 0) : "");
+        return Line1D(lengths) + (endsWhite && Below(12) == 0 ? RunBits(true, 0) : "");
     }
 
     std::mt19937& random_;
@@ -122,17 +122,17 @@ struct Side {
     Side(const Side&) = delete;
     Side& operator=(const Side&) = delete;
 
-    Rows decode(unsigned lines) {
+    Rows Decode(unsigned lines) {
         const unsigned got =
             (record.Format == FORMAT_FAX_G4 ? decoders.g4 : decoders.g3)(&record, rows.data(), lines);
         return RowsFromWords(rows.data(), got);
     }
-    std::vector<int64_t> fields() const {
+    std::vector<int64_t> Fields() const {
         return {record.NextLineTag,   record.Width,          record.BitAccumulator, record.BitCount,
                 record.BytesInBuffer, record.ReadPosition,   record.DecodeStatus,   record.BytesRead,
                 dispatch.Status,      record.RefillThreshold};
     }
-    std::vector<uint32_t> reference() const {
+    std::vector<uint32_t> Reference() const {
         size_t entries = 0;
         while (record.ReferenceLine[entries] != 0)
             ++entries;
@@ -150,29 +150,29 @@ TEST_P(PlainLines, AgreeWithTheFastLoops) {
         const unsigned width = std::array{1u,    8u,    12u,   20u,   17u,    64u,    200u,  1000u,
                                           1728u, 1729u, 2560u, 5130u, 20000u, 65535u, 66000u}[random() % 15];
         PageOfCodes page(random, format, width);
-        const bool damaged = page.below(3) == 0;
-        const Bits bits = page.lines(page.below(60), damaged) + Repeated(kEol, page.below(7)) +
-                          Repeated("00000000", page.below(3) == 0 ? page.below(300) : 0);
+        const bool damaged = page.Below(3) == 0;
+        const Bits bits = page.Lines(page.Below(60), damaged) + Repeated(kEol, page.Below(7)) +
+                          Repeated("00000000", page.Below(3) == 0 ? page.Below(300) : 0);
         Bytes stream = Packed(bits);
-        for (unsigned faults = damaged && !stream.empty() ? page.below(4) : 0; faults != 0; --faults)
-            stream[page.below(stream.size())] ^= static_cast<uint8_t>(1 << page.below(8));
+        for (unsigned faults = damaged && !stream.empty() ? page.Below(4) : 0; faults != 0; --faults)
+            stream[page.Below(stream.size())] ^= static_cast<uint8_t>(1 << page.Below(8));
 
-        const unsigned small = page.below(2);
-        const unsigned limit = page.below(5) == 0 ? page.below(stream.size() + 5) : 0;
-        const bool probes = page.below(8) == 0 && format != FORMAT_FAX_G4;
+        const unsigned small = page.Below(2);
+        const unsigned limit = page.Below(5) == 0 ? page.Below(stream.size() + 5) : 0;
+        const bool probes = page.Below(8) == 0 && format != FORMAT_FAX_G4;
         Side plain(kPlain, stream, format, probes ? 0 : width, small, limit);
         Side fast(library, stream, format, probes ? 0 : width, small, limit);
         if (probes) {
             EXPECT_EQ(fast.decoders.probe(&fast.record, fast.rows.data()),
                       plain.decoders.probe(&plain.record, plain.rows.data()));
-            EXPECT_EQ(fast.fields(), plain.fields()) << "probe, round " << round;
+            EXPECT_EQ(fast.Fields(), plain.Fields()) << "probe, round " << round;
             continue;
         }
-        const unsigned lines = std::array{1u, 1 + page.below(10), 500u}[page.below(3)];
+        const unsigned lines = std::array{1u, 1 + page.Below(10), 500u}[page.Below(3)];
         for (unsigned call = 0; call < 80 && plain.record.DecodeStatus == 0 && !HasFailure(); ++call) {
-            ASSERT_EQ(fast.decode(lines), plain.decode(lines)) << "round " << round << ", call " << call;
-            EXPECT_EQ(fast.fields(), plain.fields()) << "round " << round << ", call " << call;
-            EXPECT_EQ(fast.reference(), plain.reference()) << "round " << round << ", call " << call;
+            ASSERT_EQ(fast.Decode(lines), plain.Decode(lines)) << "round " << round << ", call " << call;
+            EXPECT_EQ(fast.Fields(), plain.Fields()) << "round " << round << ", call " << call;
+            EXPECT_EQ(fast.Reference(), plain.Reference()) << "round " << round << ", call " << call;
         }
     }
 }
@@ -184,8 +184,8 @@ TEST(PlainDecoders, AgreeWhereTheFillIsMissing) {
     for (unsigned limit = 1; limit <= stream.size(); ++limit) {
         Side plain(kPlain, stream, FORMAT_FAX_G3_1D_NOEOL, 76, 0, limit);
         Side fast(library, stream, FORMAT_FAX_G3_1D_NOEOL, 76, 0, limit);
-        EXPECT_EQ(fast.decode(9), plain.decode(9)) << limit << " bytes";
-        EXPECT_EQ(fast.fields(), plain.fields()) << limit << " bytes";
+        EXPECT_EQ(fast.Decode(9), plain.Decode(9)) << limit << " bytes";
+        EXPECT_EQ(fast.Fields(), plain.Fields()) << limit << " bytes";
     }
 }
 
@@ -217,9 +217,9 @@ TEST(PlainDecoders, AgreeWhereAStretchOfBlankLinesBreaks) {
             Side plain(kPlain, stream, format, stretch.width, 1, 0);
             Side fast(library, stream, format, stretch.width, 1, 0);
             for (const unsigned lines : {100u, 900u, 900u}) {
-                ASSERT_EQ(fast.decode(lines), plain.decode(lines)) << format << ", bit " << wrong;
-                EXPECT_EQ(fast.fields(), plain.fields()) << format << ", bit " << wrong;
-                EXPECT_EQ(fast.reference(), plain.reference()) << format << ", bit " << wrong;
+                ASSERT_EQ(fast.Decode(lines), plain.Decode(lines)) << format << ", bit " << wrong;
+                EXPECT_EQ(fast.Fields(), plain.Fields()) << format << ", bit " << wrong;
+                EXPECT_EQ(fast.Reference(), plain.Reference()) << format << ", bit " << wrong;
             }
         }
     }
@@ -237,8 +237,8 @@ TEST(PlainDecoders, AgreeWherePairsOfBlankLinesMeetARefill) {
             Side plain(kPlain, stream, FORMAT_FAX_G3_2D, width, 1, 0);
             Side fast(library, stream, FORMAT_FAX_G3_2D, width, 1, 0);
             for (unsigned call = 0; plain.record.DecodeStatus == 0 && !HasFailure(); ++call) {
-                ASSERT_EQ(fast.decode(9), plain.decode(9)) << width << " behind " << fill << ", " << call;
-                EXPECT_EQ(fast.fields(), plain.fields()) << width << " behind " << fill << ", " << call;
+                ASSERT_EQ(fast.Decode(9), plain.Decode(9)) << width << " behind " << fill << ", " << call;
+                EXPECT_EQ(fast.Fields(), plain.Fields()) << width << " behind " << fill << ", " << call;
             }
         }
 }

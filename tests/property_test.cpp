@@ -39,15 +39,15 @@ struct Subject {
     std::vector<Line> lines = {};
     Bytes stream = {};
 
-    int signedFormat() const { return static_cast<int>(format); }
-    bool reversed() const { return (flags & FAX_REVERSE_BITS) != 0; }
+    int SignedFormat() const { return static_cast<int>(format); }
+    bool Reversed() const { return (flags & FAX_REVERSE_BITS) != 0; }
 };
 
 // Decodes line by line; each must come back and stand in the decoder's reference line.
 void ExpectLinesBack(const Subject& s) {
-    CodecRun decoder(s.stream, {.format = s.format, .width = s.width, .flags = s.reversed()});
+    CodecRun decoder(s.stream, {.format = s.format, .width = s.width, .flags = s.Reversed()});
     for (const Line& line : s.lines) {
-        const Rows rows = decoder.decode(1);
+        const Rows rows = decoder.Decode(1);
         ASSERT_EQ(rows.size(), 1u);
         ASSERT_EQ(ChangesOf(rows[0]), line);
         for (size_t i = 0; i < line.size() + 3; ++i)
@@ -63,12 +63,12 @@ void ExpectLoadedBack(const Subject& s) {
     for (const unsigned variant : {first, 7 - first}) {
         const bool turned = (variant & 1) != 0;
         const bool mirror = (variant & 2) != 0;
-        LoadRun load(turned ? ReversedBits(s.stream) : s.stream, s.signedFormat(), static_cast<int>(s.width),
+        LoadRun load(turned ? ReversedBits(s.stream) : s.stream, s.SignedFormat(), static_cast<int>(s.width),
                      static_cast<int>(s.lines.size()));
-        load.info().Flags =
-            (turned != s.reversed() ? LOADINFO_REVERSED_BITS : 0) | (mirror ? LOADINFO_MIRROR : 0);
+        load.Info().Flags =
+            (turned != s.Reversed() ? LOADINFO_REVERSED_BITS : 0) | (mirror ? LOADINFO_MIRROR : 0);
         load.dispatch->Flags = variant & 4 ? LOADDISPATCH_BATCHES : 0;
-        EXPECT_EQ(load.run(), SUCCESS);
+        EXPECT_EQ(load.Run(), SUCCESS);
         EXPECT_EQ(load.dispatch->Status, 0);
         const std::vector<Line> seen = LinesOf(load.rows);
         EXPECT_TRUE((mirror ? Mirrored(seen, s.width) : seen) == s.lines) << "variant " << variant;
@@ -84,7 +84,7 @@ void ExpectBlockBack(const Subject& s) {
     info.Width = static_cast<int>(s.width);
     info.Height = -static_cast<int>(s.picture.size()); // top-down rows
     info.BitsPerPixel = 1;
-    EXPECT_EQ(fltSaveBuffer(source.data(), &info, block.data(), &size, 1, s.flags, s.signedFormat(), 2, 0),
+    EXPECT_EQ(fltSaveBuffer(source.data(), &info, block.data(), &size, 1, s.flags, s.SignedFormat(), 2, 0),
               SUCCESS);
     block.resize(size);
     // A block is coded with the smallest K.
@@ -94,9 +94,9 @@ void ExpectBlockBack(const Subject& s) {
         // Flags that mean nothing are set.
         const unsigned meant = LOADINFO_REVERSED_BITS | LOADINFO_MIRROR;
         const unsigned flags =
-            ~meant | (s.reversed() ? LOADINFO_REVERSED_BITS : 0) | (mirror ? LOADINFO_MIRROR : 0);
+            ~meant | (s.Reversed() ? LOADINFO_REVERSED_BITS : 0) | (mirror ? LOADINFO_MIRROR : 0);
         Bytes rows(source.size(), 0xEE);
-        EXPECT_EQ(fltLoadBuffer(block.data(), size, rows.data(), s.signedFormat(), info.Width, -info.Height,
+        EXPECT_EQ(fltLoadBuffer(block.data(), size, rows.data(), s.SignedFormat(), info.Width, -info.Height,
                                 3, 4, flags),
                   SUCCESS);
         Picture seen;
@@ -112,14 +112,14 @@ void ExpectBlockBack(const Subject& s) {
 void ExpectTilesBack(const Subject& s) {
     const unsigned tileWidth = s.width % 3 == 0 ? s.width : (s.width / 3 + 7) / 8 * 8;
     TiledLoad load(s.picture, s.width, tileWidth, static_cast<unsigned>(s.picture.size() / 2 + 1));
-    EXPECT_EQ(load.load(), SUCCESS);
+    EXPECT_EQ(load.Load(), SUCCESS);
     EXPECT_TRUE(LinesOf(load.rows) == s.lines);
 }
 
 void ExpectPixelsBack(Subject s, int resolution) {
     SCOPED_TRACE(testing::Message() << "width " << s.width << " flags " << s.flags);
     ResetTestKernel();
-    s.stream = EncoderRun(s.format, s.width, s.flags, resolution).save(s.picture);
+    s.stream = EncoderRun(s.format, s.width, s.flags, resolution).Save(s.picture);
     s.lines = LinesOf(s.picture, s.width);
     size_t longest = 0;
     for (const Line& line : s.lines)
@@ -136,7 +136,7 @@ void ExpectPixelsBack(Subject s, int resolution) {
     // libtiff has no format 117, and for a one-dimensional line no room for more runs than this.
     if (s.format != 117 && s.width <= 65535 && longest < (s.width + 31) / 32 * 32) {
         const std::optional<Picture> seen =
-            DecodedByLibtiff(s.stream, s.format, s.width, s.picture.size(), s.reversed());
+            DecodedByLibtiff(s.stream, s.format, s.width, s.picture.size(), s.Reversed());
         ASSERT_TRUE(seen.has_value()) << "libtiff complains";
         EXPECT_EQ(LinesOf(*seen, s.width), s.lines) << "libtiff";
     }
@@ -165,10 +165,10 @@ INSTANTIATE_TEST_SUITE_P(Formats, Pixels, testing::Values(66u, 67u, 68u, 117u, 1
 Rows DecodedIn(CodecRun& codec, const Bytes& stream, const CodecSetup& setup, std::mt19937& random,
                size_t limit, unsigned most) {
     Rows all;
-    codec.restart(stream, setup);
+    codec.Restart(stream, setup);
     while (all.size() < limit && codec.record.DecodeStatus != DECODE_STATUS_BAD_CODE) {
         const size_t wanted = std::min<size_t>(limit - all.size(), 1 + random() % most);
-        const Rows rows = codec.decode(static_cast<unsigned>(wanted));
+        const Rows rows = codec.Decode(static_cast<unsigned>(wanted));
         if (rows.empty())
             break;
         all.insert(all.end(), rows.begin(), rows.end());

@@ -19,20 +19,20 @@ void ExpectSameState(const CodecRun& codec, const ReferenceDecoder& reference) {
     EXPECT_EQ(codec.record.BytesRead, reference.bytesRead);
     if (reference.decodeStatus == 2 || codec.record.DecodeStatus == 2)
         return;
-    EXPECT_EQ(codec.record.BitAccumulator, reference.accumulator());
-    EXPECT_EQ(codec.record.BitCount, reference.bitCount());
+    EXPECT_EQ(codec.record.BitAccumulator, reference.Accumulator());
+    EXPECT_EQ(codec.record.BitCount, reference.BitCount());
     EXPECT_EQ(codec.record.ReadPosition, reference.readPosition);
     EXPECT_EQ(codec.record.BytesInBuffer, reference.held.size());
     EXPECT_EQ(codec.record.RefillThreshold, reference.threshold);
 }
 
 void ExpectSameDecoding(CodecRun& codec, const Bytes& stream, const CodecSetup& setup, std::mt19937& random) {
-    codec.restart(stream, setup);
+    codec.Restart(stream, setup);
     ReferenceDecoder reference(stream, setup);
     for (int call = 0; call < 400 && !testing::Test::HasFailure(); ++call) {
         const unsigned lines = call % 3 == 0 ? 1 : 1 + Below(random, 40);
         const bool stopped = reference.decodeStatus != 0;
-        ASSERT_EQ(codec.decode(lines), reference.decode(lines)) << "call " << call << ", lines " << lines;
+        ASSERT_EQ(codec.Decode(lines), reference.Decode(lines)) << "call " << call << ", lines " << lines;
         ExpectSameState(codec, reference);
         if (stopped)
             break;
@@ -81,10 +81,10 @@ TEST_P(RandomStreams, ProbeAsTheReferenceDoes) {
         const Bytes stream = Packed(RandomCodes(random, setup.format, seed % 5 == 0 ? 60000 : seed % 40,
                                                 Below(random, 8) == 0 ? 40000 : Below(random, 2000)));
         SCOPED_TRACE("seed " + std::to_string(seed));
-        codec.restart(stream, setup);
+        codec.Restart(stream, setup);
         ReferenceDecoder reference(stream, setup);
-        const int lines = reference.probe();
-        ASSERT_EQ(codec.probe(), lines);
+        const int lines = reference.Probe();
+        ASSERT_EQ(codec.Probe(), lines);
         if (lines != 0) // otherwise the probe broke off inside a line
             ExpectSameState(codec, reference);
         KernelInUse().trace.clear();

@@ -104,7 +104,7 @@ void SkipToOne(ReferenceDecoder& d) {
 
 void ReadTag(ReferenceDecoder& d) {
     if (d.setup.format == 67 || d.setup.format == 117) {
-        d.nextLineTag = d.accumulator();
+        d.nextLineTag = d.Accumulator();
         Consume(d, 1);
     }
 }
@@ -272,7 +272,7 @@ Step SevenZeros(ReferenceDecoder& d) {
         return Step::Return;
     }
     Consume(d, 8);
-    Consume(d, static_cast<unsigned>(d.bitCount()) % 8);
+    Consume(d, static_cast<unsigned>(d.BitCount()) % 8);
     return Step::Fresh;
 }
 
@@ -334,7 +334,7 @@ Rows DecodeTwoDimensional(ReferenceDecoder& d, unsigned lines, size_t budget) {
 
 void EndOneDimensional(ReferenceDecoder& d, Rows& rows, int64_t remaining) {
     if (d.setup.format == 162)
-        Consume(d, static_cast<unsigned>(d.bitCount()) % 8);
+        Consume(d, static_cast<unsigned>(d.BitCount()) % 8);
     if (remaining != 0 && static_cast<int64_t>(d.width) - remaining <= (d.width + 7) / 8 * 8) {
         d.width = static_cast<uint32_t>(d.width - remaining);
         d.coding.back() = 0;
@@ -408,18 +408,18 @@ ReferenceDecoder::ReferenceDecoder(Bytes bytes, const CodecSetup& s)
         loaded.push_back(readPosition < held.size() ? held[readPosition] : uint8_t{0});
 }
 
-uint32_t ReferenceDecoder::accumulator() const {
-    const unsigned valid = static_cast<unsigned>(bitCount()) + 16;
+uint32_t ReferenceDecoder::Accumulator() const {
+    const unsigned valid = static_cast<unsigned>(BitCount()) + 16;
     const uint32_t bits = Peek(*this, valid);
     return valid == 32 ? bits : bits << (32 - valid);
 }
 
-Rows ReferenceDecoder::decode(unsigned lines) {
+Rows ReferenceDecoder::Decode(unsigned lines) {
     return IsG3(setup.format) ? DecodeOneDimensional(*this, lines)
                               : DecodeTwoDimensional(*this, lines, kBudget);
 }
 
-int ReferenceDecoder::probe() {
+int ReferenceDecoder::Probe() {
     width = 0;
     int count = 0;
     while (decodeStatus == 0) {

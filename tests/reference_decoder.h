@@ -8,8 +8,8 @@
 
 struct ReferenceDecoder {
     ReferenceDecoder(Bytes stream, const CodecSetup& setup);
-    Rows decode(unsigned lines); // one call of the line decoder of the format
-    int probe();
+    Rows Decode(unsigned lines); // one call of the line decoder of the format
+    int Probe();
 
     // Input, as the refill sees it.
     Bytes stream;
@@ -30,6 +30,6 @@ struct ReferenceDecoder {
     std::vector<int64_t> reference = {0, 0, 0}; // change lists: distances from the right edge
     std::vector<int64_t> coding;
 
-    uint32_t accumulator() const;
-    int bitCount() const { return 16 - static_cast<int>(position % 16); }
+    uint32_t Accumulator() const;
+    int BitCount() const { return 16 - static_cast<int>(position % 16); }
 };

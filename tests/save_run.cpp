@@ -100,15 +100,15 @@ SaveRun::SaveRun(const Picture& rows, unsigned width, int format)
     dispatch->EndCallback = EndSave;
 }
 
-int SaveRun::run() {
-    return K_SaveRawFax(dispatch.get(), file.handle(), &bitmap, dispatch->BitsPerPixel,
+int SaveRun::Run() {
+    return K_SaveRawFax(dispatch.get(), file.Handle(), &bitmap, dispatch->BitsPerPixel,
                         static_cast<unsigned>(dispatch->Format), kParam, this, &secondUserData, &size, flags,
                         rowCallback, this);
 }
 
-int SaveRun::runTiled(_FAXTILEINFO* tiles, unsigned char* uncompressed, unsigned gap) {
+int SaveRun::RunTiled(_FAXTILEINFO* tiles, unsigned char* uncompressed, unsigned gap) {
     tiled = true;
-    return K_SaveTiledFax(dispatch.get(), file.handle(), &bitmap, tiles, uncompressed, gap,
+    return K_SaveTiledFax(dispatch.get(), file.Handle(), &bitmap, tiles, uncompressed, gap,
                           dispatch->BitsPerPixel, static_cast<unsigned>(dispatch->Format), kParam, this,
                           &secondUserData, &size, flags);
 }

@@ -11,8 +11,8 @@ struct SaveRun {
     SaveRun(const SaveRun&) = delete;
     SaveRun& operator=(const SaveRun&) = delete;
 
-    int run(); // K_SaveRawFax into the file
-    int runTiled(_FAXTILEINFO* tiles, unsigned char* uncompressed = nullptr, unsigned gap = 0);
+    int Run(); // K_SaveRawFax into the file
+    int RunTiled(_FAXTILEINFO* tiles, unsigned char* uncompressed = nullptr, unsigned gap = 0);
 
     Picture picture; // as the coder shall see it, top row first
     std::unique_ptr<_SAVEDISPATCH> dispatch = std::make_unique<_SAVEDISPATCH>();

@@ -11,7 +11,7 @@ TEST_F(RawSaver, CallsInTheirOrder) {
     save.rowCallback = TraceRow;
     save.bitmap.Width = 90; // the save bitmap's counts
     save.dispatch->CallbackParam = 5;
-    EXPECT_EQ(save.run(), SUCCESS);
+    EXPECT_EQ(save.Run(), SUCCESS);
     const Bytes stream = CodedPicture(save.picture, 100, 68);
     EXPECT_EQ(KernelInUse().trace, (Trace{"Start", "Alloc 250000 4", "Alloc 250000 4", "Alloc 200000 1",
                                           "IntAccessBitmap", "GetRow 0", "Row", "GetRow 1", "Row",
@@ -37,7 +37,7 @@ TEST_F(RawSaver, CodesTheRowsOfTheKernel) {
                     save.invertRows = polarity == 0;
                     if (flags == 7)
                         save.dispatch->Options = polarity & 2 ? save.options.get() : nullptr;
-                    EXPECT_EQ(save.run(), SUCCESS);
+                    EXPECT_EQ(save.Run(), SUCCESS);
                     EXPECT_EQ(save.fetches, 11);
                     EXPECT_EQ(save.file.bytes,
                               CodedPicture(save.picture, 100, static_cast<unsigned>(format), flags, 8))
@@ -56,7 +56,7 @@ TEST_F(RawSaver, RowCallbackSeesAndChangesTheCodersRows) {
         row[0] ^= 0x42;
         return ++run.rowCalls == 3 ? 0 : 1;
     };
-    EXPECT_EQ(save.run(), 0);
+    EXPECT_EQ(save.Run(), 0);
     EXPECT_EQ(save.rowCalls, 3);
     Picture seen(save.picture.begin(), save.picture.begin() + 2);
     for (Bytes& row : seen)
@@ -67,30 +67,30 @@ TEST_F(RawSaver, RowCallbackSeesAndChangesTheCodersRows) {
 
 TEST_F(RawSaver, EmptyAndWideBitmaps) {
     SaveRun empty(Picture(), 100, 68);
-    EXPECT_EQ(empty.run(), SUCCESS);
+    EXPECT_EQ(empty.Run(), SUCCESS);
     EXPECT_EQ(empty.file.bytes, (Bytes{0, 0x10, 1, 0}));
     EXPECT_EQ(empty.fetches, 0);
     empty.bitmap.Height = -5;
-    EXPECT_EQ(empty.run(), SUCCESS);
+    EXPECT_EQ(empty.Run(), SUCCESS);
     EXPECT_EQ(empty.fetches, 0);
     SaveRun wide(Picture(2, Bytes(31250)), MAX_IMAGE_WIDTH, 162);
-    EXPECT_EQ(wide.run(), SUCCESS);
+    EXPECT_EQ(wide.Run(), SUCCESS);
     EXPECT_EQ(wide.file.bytes, CodedPicture(wide.picture, MAX_IMAGE_WIDTH, 162));
 }
 
 TEST_F(RawSaver, RefusesBeforeAnyCall) {
     SaveRun save(PictureOf(100, 2), 100, 68);
-    EXPECT_EQ(K_SaveRawFax(nullptr, save.file.handle(), &save.bitmap, 1, 68, 0, nullptr, nullptr, nullptr, 0,
+    EXPECT_EQ(K_SaveRawFax(nullptr, save.file.Handle(), &save.bitmap, 1, 68, 0, nullptr, nullptr, nullptr, 0,
                            nullptr, nullptr),
               ERROR_NULL_PTR);
-    EXPECT_EQ(K_SaveRawFax(save.dispatch.get(), save.file.handle(), nullptr, 1, 68, 0, nullptr, nullptr,
+    EXPECT_EQ(K_SaveRawFax(save.dispatch.get(), save.file.Handle(), nullptr, 1, 68, 0, nullptr, nullptr,
                            nullptr, 0, nullptr, nullptr),
               ERROR_NULL_PTR);
     save.bitmap.Width = MAX_IMAGE_WIDTH + 1;
-    EXPECT_EQ(save.run(), ERROR_NULL_PTR);
+    EXPECT_EQ(save.Run(), ERROR_NULL_PTR);
     save.bitmap.Width = 100;
     save.dispatch->BitsPerPixel = 8;
-    EXPECT_EQ(save.run(), ERROR_NULL_PTR);
+    EXPECT_EQ(save.Run(), ERROR_NULL_PTR);
     EXPECT_TRUE(KernelInUse().trace.empty());
     EXPECT_EQ(save.size, 0xABCDu);
 }
@@ -100,12 +100,12 @@ TEST_F(RawSaver, EndsWhatAStartRefused) {
         SaveRun save(PictureOf(100, 2), 100, 68);
         save.startStatus = status;
         ResetTestKernel();
-        EXPECT_EQ(save.run(), status);
+        EXPECT_EQ(save.Run(), status);
         EXPECT_EQ(KernelInUse().trace, (Trace{"Start", "End"}));
     }
     SaveRun above(PictureOf(100, 2), 100, 68);
     above.startStatus = 2;
-    EXPECT_EQ(above.run(), SUCCESS);
+    EXPECT_EQ(above.Run(), SUCCESS);
 }
 
 // The file is written over from its start, and not cut.
@@ -168,7 +168,7 @@ TEST_F(RawSaver, BitmapsThatChangeDuringTheSave) {
         };
         save.saveFile->NoInvert = 0;
         save.invertRows = true;
-        EXPECT_EQ(save.run(), SUCCESS);
+        EXPECT_EQ(save.Run(), SUCCESS);
         EXPECT_EQ(CallsNamed("GetRow"), (Trace{"GetRow 0", "GetRow 1", "GetRow 2"})) << call;
         ResetTestKernel();
     }

@@ -77,17 +77,17 @@ protected:
     Threads() { std::filesystem::create_directories(directory); }
     ~Threads() override { std::filesystem::remove_all(directory); }
 
-    std::string path(const std::string& name) const { return directory + '/' + name; }
-    void addJobs(int format, bool reversed);
-    void addBlockJobs(int format);
+    std::string Path(const std::string& name) const { return directory + '/' + name; }
+    void AddJobs(int format, bool reversed);
+    void AddBlockJobs(int format);
 
     const std::string directory = testing::TempDir() + "kffax-threads-" + std::to_string(getpid());
     const standin::Filter filter = standin::LoadFilter(KFFAX_LIBRARY);
     std::vector<Job> jobs;
 };
 
-void Threads::addJobs(int format, bool reversed) {
-    const std::string good = path(std::to_string(format) + (reversed ? "r" : ""));
+void Threads::AddJobs(int format, bool reversed) {
+    const std::string good = Path(std::to_string(format) + (reversed ? "r" : ""));
     standin::SaveOptions how;
     how.Format = format;
     how.ReverseBits = reversed;
@@ -145,7 +145,7 @@ void Threads::addJobs(int format, bool reversed) {
     });
 }
 
-void Threads::addBlockJobs(int format) {
+void Threads::AddBlockJobs(int format) {
     for (const bool tiled : {true, false})
         jobs.emplace_back([=, this](const std::string&) {
             const standin::BitmapPtr page = MakePage(3);
@@ -167,19 +167,19 @@ void Threads::addBlockJobs(int format) {
 TEST_F(Threads, EndAsTheyDoAlone) {
     for (const int format : {66, 67, 68, 117, 162}) {
         for (const bool reversed : {false, true})
-            ASSERT_NO_FATAL_FAILURE(addJobs(format, reversed));
-        addBlockJobs(format);
+            ASSERT_NO_FATAL_FAILURE(AddJobs(format, reversed));
+        AddBlockJobs(format);
     }
     std::vector<Outcome> alone;
     for (const Job& job : jobs)
-        alone.push_back(job(path("alone")));
+        alone.push_back(job(Path("alone")));
 
     std::atomic<size_t> different = 0;
     std::latch start(kThreads);
     std::vector<std::thread> threads;
     for (size_t number = 0; number < kThreads; ++number)
         threads.emplace_back([&, number] {
-            const std::string ownFile = path("thread" + std::to_string(number));
+            const std::string ownFile = Path("thread" + std::to_string(number));
             std::vector<size_t> order; // its own, now beside others in the same job, now not
             for (size_t i = 0; i < kRounds * jobs.size(); ++i)
                 order.push_back(i % jobs.size());

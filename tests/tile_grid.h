@@ -12,15 +12,15 @@ struct Grid {
           counts(count, 0xAAAAAAAA), uncompressed(count, 0xAA) {
         info = {tileWidth, tileHeight, offsets.data(), counts.data(), static_cast<uint32_t>(count)};
     }
-    size_t rowBytes() const { return (info.TileWidth + 7) / 8; }
-    size_t rawSize() const { return rowBytes() * info.TileHeight; }
+    size_t RowBytes() const { return (info.TileWidth + 7) / 8; }
+    size_t RawSize() const { return RowBytes() * info.TileHeight; }
     // Tile columns begin on byte boundaries; what lies outside the picture is white.
-    Picture tile(const Picture& picture, size_t index) const {
-        Picture rows(info.TileHeight, Bytes(rowBytes()));
+    Picture Tile(const Picture& picture, size_t index) const {
+        Picture rows(info.TileHeight, Bytes(RowBytes()));
         for (size_t y = 0; y < info.TileHeight; ++y)
-            for (size_t i = 0; i < rowBytes(); ++i) {
+            for (size_t i = 0; i < RowBytes(); ++i) {
                 const size_t row = index / across * info.TileHeight + y;
-                const size_t byte = index % across * rowBytes() + i;
+                const size_t byte = index % across * RowBytes() + i;
                 if (row < height && byte < picture[row].size())
                     rows[y][i] = static_cast<uint8_t>(picture[row][byte] &
                                                       (byte == width / 8 ? ~(0xFFu >> width % 8) : 0xFFu));
@@ -40,22 +40,22 @@ struct TiledLoad : LoadRun {
     TiledLoad(const Picture& p, unsigned width, unsigned tileWidth, unsigned tileHeight)
         : LoadRun({}, 68, 0, 0), grid(width, p.size(), tileWidth, tileHeight), picture(p) {
         for (size_t i = 0; i < grid.count; ++i)
-            put(i, CodedPicture(grid.tile(p, i), tileWidth, 68));
+            Put(i, CodedPicture(grid.Tile(p, i), tileWidth, 68));
         grid.uncompressed.assign(grid.count, 0);
         bitmap.Width = fileInfo->Width = width;
         bitmap.Height = fileInfo->Height = static_cast<int>(p.size());
     }
-    void put(size_t tile, const Bytes& data) {
+    void Put(size_t tile, const Bytes& data) {
         grid.offsets[tile] = static_cast<uint32_t>(file.bytes.size());
         grid.counts[tile] = static_cast<uint32_t>(data.size());
         file.bytes.insert(file.bytes.end(), data.begin(), data.end());
     }
-    void makeRaw(size_t tile) {
-        put(tile, Joined(grid.tile(picture, tile)));
+    void MakeRaw(size_t tile) {
+        Put(tile, Joined(grid.Tile(picture, tile)));
         grid.uncompressed[tile] = 1;
     }
-    int load() {
-        return K_LoadTiledFax(dispatch.get(), file.handle(), &info(), &grid.info, fileInfo.get(), &bitmap,
+    int Load() {
+        return K_LoadTiledFax(dispatch.get(), file.Handle(), &Info(), &grid.info, fileInfo.get(), &bitmap,
                               callback, 1, this, grid.uncompressed.data());
     }
 

@@ -13,15 +13,15 @@ extern "C" int CountNoRows(_FILEINFOA*, _BITMAPHANDLE*, unsigned short*, unsigne
 TEST_F(TiledLoader, LoaderCallsInTheirOrder) {
     const Picture picture = PictureOf(100, 20, NOISE);
     TiledLoad load(picture, 100, 64, 16);
-    load.makeRaw(1);
+    load.MakeRaw(1);
     load.grid.counts[2] = 0; // empty
-    EXPECT_EQ(load.load(), SUCCESS);
+    EXPECT_EQ(load.Load(), SUCCESS);
     const auto text = [](uint32_t value) { return std::to_string(value); };
     const Grid& g = load.grid;
     // In the last column rows end with the picture, whatever the tile has behind it.
     const auto put = [&](size_t tile, uint32_t y) {
         const unsigned pixels = tile % 2 == 0 ? 64 : 36;
-        const size_t changes = tile == 2 ? 0 : ChangesOf(g.tile(picture, tile)[y], pixels).size();
+        const size_t changes = tile == 2 ? 0 : ChangesOf(g.Tile(picture, tile)[y], pixels).size();
         return "PutBitmapRowColCompressed " + text(y) + (tile % 2 == 0 ? " 0 " : " 64 ") + text(pixels) +
                ", runs " + std::to_string(changes + 1);
     };
@@ -73,7 +73,7 @@ TEST_F(TiledLoader, StripsInOneColumn) {
         TiledLoad load(picture, 100, 104, c.tileHeight);
         load.dispatch->Flags = c.batches ? LOADDISPATCH_BATCHES : 0;
         load.fileInfo->Height = c.fileHeight;
-        EXPECT_EQ(load.load(), SUCCESS);
+        EXPECT_EQ(load.Load(), SUCCESS);
         EXPECT_EQ(CallsNamed("Rows"), c.deliveries);
         EXPECT_TRUE(LinesOf(load.rows) == LinesOf(picture, 100));
         EXPECT_EQ(load.dispatch->Status, 0);
@@ -83,9 +83,9 @@ TEST_F(TiledLoader, StripsInOneColumn) {
 TEST_F(TiledLoader, LastListedStripSuppliesWhatIsMissing) {
     const Picture picture = PictureOf(100, 30);
     TiledLoad load(picture, 100, 100, 8);
-    load.put(1, CodedPicture(Picture(picture.begin() + 8, picture.end()), 100, 68));
+    load.Put(1, CodedPicture(Picture(picture.begin() + 8, picture.end()), 100, 68));
     load.grid.info.TileCount = 2;
-    EXPECT_EQ(load.load(), SUCCESS);
+    EXPECT_EQ(load.Load(), SUCCESS);
     EXPECT_EQ(CallsNamed("Rows"), (Trace{"Rows 0 8 23", "Rows 8 22 27"}));
     EXPECT_TRUE(LinesOf(load.rows) == LinesOf(picture, 100));
     EXPECT_EQ(CallsNamed("Seek").size(), 2u);
@@ -93,7 +93,7 @@ TEST_F(TiledLoader, LastListedStripSuppliesWhatIsMissing) {
     ResetTestKernel();
     TiledLoad whole(picture, 100, 100, 64); // one strip without a length
     whole.grid.counts[0] = 0;
-    EXPECT_EQ(whole.load(), SUCCESS);
+    EXPECT_EQ(whole.Load(), SUCCESS);
     EXPECT_EQ(CallsNamed("Read 200000").size(), 1u);
     EXPECT_TRUE(LinesOf(whole.rows) == LinesOf(picture, 100));
 }
@@ -105,7 +105,7 @@ TEST_F(TiledLoader, WhiteForWhatIsNotThere) {
         TiledLoad load(picture, 100, 64, 16);
         load.grid.info.TileCount = listed;
         load.grid.uncompressed.assign(listed, 0); // asked for listed tiles alone
-        EXPECT_EQ(load.load(), SUCCESS);
+        EXPECT_EQ(load.Load(), SUCCESS);
         ASSERT_EQ(load.rows.size(), 20u);
         for (size_t y = 0; y < 20; ++y)
             EXPECT_EQ(ChangesOf(load.rows[y]), y < 16 && listed == 2 ? ChangesOf(picture[y], 100) : Line());
@@ -115,9 +115,9 @@ TEST_F(TiledLoader, WhiteForWhatIsNotThere) {
     // A tile that ends in an unknown extension behind three rows; the next one is whole.
     ResetTestKernel();
     TiledLoad damaged(picture, 100, 64, 16);
-    damaged.put(0,
+    damaged.Put(0,
                 Packed(Repeated(Horizontal(3, 4) + kV0, 1) + Repeated(Repeated(kV0, 3), 2) + "0000001000"));
-    EXPECT_EQ(damaged.load(), SUCCESS);
+    EXPECT_EQ(damaged.Load(), SUCCESS);
     EXPECT_EQ(damaged.dispatch->Status, ERROR_FAX_DATA_CORRUPT);
     EXPECT_EQ(CallsNamed("PutBitmapRowColCompressed").size(), 40u);
     for (size_t y = 0; y < 16; ++y) {
@@ -132,8 +132,8 @@ TEST_F(TiledLoader, DamageIsNotMissingData) {
         ResetTestKernel();
         TiledLoad load(PictureOf(100, 20), 100, 64, 16);
         const Bits left = Horizontal(3, 1) + kV0 + kV0 + kVL3; // of the change before
-        load.put(0, Packed(corrupt ? left + Repeated("1", 64) : "1"));
-        EXPECT_EQ(load.load(), SUCCESS);
+        load.Put(0, Packed(corrupt ? left + Repeated("1", 64) : "1"));
+        EXPECT_EQ(load.Load(), SUCCESS);
         EXPECT_EQ(load.dispatch->Status, corrupt ? ERROR_FAX_DATA_CORRUPT : ERROR_FILE_READ);
     }
 }
@@ -142,7 +142,7 @@ TEST_F(TiledLoader, ChunksFitTheRunBuffer) {
     // 143 rows of 1737 words; one word less a row, and 144 would fit.
     const Picture picture = PictureOf(1734, 300, ALTERNATING);
     TiledLoad load(picture, 1734, 256, 300);
-    EXPECT_EQ(load.load(), SUCCESS);
+    EXPECT_EQ(load.Load(), SUCCESS);
     EXPECT_EQ(CallsNamed("Rows"), (Trace{"Rows 0 143 23", "Rows 143 143 19", "Rows 286 14 27"}));
     EXPECT_TRUE(LinesOf(load.rows) == LinesOf(picture, 1734));
 }
@@ -155,35 +155,35 @@ TEST_F(TiledLoader, LoaderWithoutRowsAndRefusals) {
         load.bitmap.Height = height;
         load.deliveries = 0;
         ResetTestKernel();
-        EXPECT_EQ(load.load(), -9);
+        EXPECT_EQ(load.Load(), -9);
         EXPECT_EQ(CallsNamed("Rows"), Trace{"Rows 0 0 31"});
     }
     load.bitmap.Width = 0;
     load.bitmap.Height = 20;
     load.deliveries = 0;
     ResetTestKernel();
-    EXPECT_EQ(load.load(), -9);
+    EXPECT_EQ(load.Load(), -9);
     EXPECT_EQ(CallsNamed("Rows"), Trace{"Rows 0 0 31"});
     load.bitmap.Width = 100;
     load.bitmap.Height = 0;
     load.fileInfo->Height = 0;
     ResetTestKernel();
-    EXPECT_EQ(load.load(), SUCCESS);
+    EXPECT_EQ(load.Load(), SUCCESS);
     EXPECT_EQ(CallsNamed("Rows"), Trace());
 
     ResetTestKernel();
     load.grid.info.TileWidth = MAX_IMAGE_WIDTH + 1;
-    EXPECT_EQ(load.load(), ERROR_INV_PARAMETER);
+    EXPECT_EQ(load.Load(), ERROR_INV_PARAMETER);
     load.grid.info.TileWidth = 0;
-    EXPECT_EQ(load.load(), ERROR_INV_PARAMETER);
+    EXPECT_EQ(load.Load(), ERROR_INV_PARAMETER);
     load.grid.info.TileWidth = 64;
     load.grid.info.TileHeight = 0;
-    EXPECT_EQ(load.load(), ERROR_INV_PARAMETER);
+    EXPECT_EQ(load.Load(), ERROR_INV_PARAMETER);
     load.callback = nullptr;
-    EXPECT_EQ(load.load(), ERROR_NULL_PTR);
+    EXPECT_EQ(load.Load(), ERROR_NULL_PTR);
     for (int missing = 0; missing < 5; ++missing)
-        EXPECT_EQ(K_LoadTiledFax(missing == 0 ? nullptr : load.dispatch.get(), load.file.handle(),
-                                 missing == 1 ? nullptr : &load.info(),
+        EXPECT_EQ(K_LoadTiledFax(missing == 0 ? nullptr : load.dispatch.get(), load.file.Handle(),
+                                 missing == 1 ? nullptr : &load.Info(),
                                  missing == 2 ? nullptr : &load.grid.info,
                                  missing == 3 ? nullptr : load.fileInfo.get(),
                                  missing == 4 ? nullptr : &load.bitmap, CountNoRows, 1, nullptr, nullptr),
@@ -192,7 +192,7 @@ TEST_F(TiledLoader, LoaderWithoutRowsAndRefusals) {
     load.callback = load.dispatch->RowCallback;
     load.grid.info.TileHeight = 16;
     load.grid.info.TileOffsets = nullptr;
-    EXPECT_EQ(load.load(), ERROR_NULL_PTR);
+    EXPECT_EQ(load.Load(), ERROR_NULL_PTR);
     EXPECT_EQ(CallsNamed("Alloc").size(), 0u);
 }
 
@@ -205,7 +205,7 @@ TEST_F(TiledLoader, BitmapsThatChangeDuringTheLoad) {
             load.bitmap.Height = 100;
         }
     };
-    EXPECT_EQ(load.load(), SUCCESS);
+    EXPECT_EQ(load.Load(), SUCCESS);
     EXPECT_EQ(CallsNamed("Rows"), (Trace{"Rows 0 144 23", "Rows 144 56 19", "Rows 200 100 27"}));
     EXPECT_EQ(LinesOf(load.rows), LinesOf(load.picture, 1728));
 }
@@ -218,7 +218,7 @@ TEST_F(TiledLoader, RunBufferForTheWidestBitmaps) {
         if (entry == "Alloc 4294967296 2")
             KernelInUse().faultAt = KernelInUse().calls + 1; // no kernel has that much
     };
-    EXPECT_EQ(load.load(), ERROR_NO_MEMORY);
+    EXPECT_EQ(load.Load(), ERROR_NO_MEMORY);
     EXPECT_EQ(KernelInUse().faulted, "Alloc 4294967296 2");
 }
 

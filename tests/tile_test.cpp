@@ -32,17 +32,17 @@ void ExpectSaved(const Shape& shape, int format, unsigned variant) {
     save.flags = variant % 8;
     save.file.bytes.assign(100, 0xEE);
     save.file.position = 100;
-    EXPECT_EQ(save.runTiled(&grid.info, chooses ? grid.uncompressed.data() : nullptr, gap), SUCCESS);
+    EXPECT_EQ(save.RunTiled(&grid.info, chooses ? grid.uncompressed.data() : nullptr, gap), SUCCESS);
     EXPECT_EQ(save.dispatch->CallbackParam, 78u);
     EXPECT_EQ(save.starts * 10 + save.ends, 11);
 
     MemoryFile wanted(Bytes(100, 0xEE));
     wanted.position = 100;
     for (size_t i = 0; i < grid.count; ++i) {
-        const Picture tile = grid.tile(picture, i);
+        const Picture tile = grid.Tile(picture, i);
         const Bytes stream =
             CodedPicture(tile, shape.tileWidth, static_cast<unsigned>(format), save.flags, 2);
-        const bool raw = chooses && stream.size() > grid.rawSize();
+        const bool raw = chooses && stream.size() > grid.RawSize();
         wanted.position += gap;
         ASSERT_EQ(grid.offsets[i], wanted.position) << "tile " << i;
         for (const Bytes& bytes : {stream, raw ? Joined(tile) : Bytes()}) {
@@ -51,7 +51,7 @@ void ExpectSaved(const Shape& shape, int format, unsigned variant) {
                       wanted.bytes.begin() + static_cast<ptrdiff_t>(wanted.position));
         }
         wanted.position += grid.counts[i];
-        ASSERT_EQ(grid.counts[i], raw ? grid.rawSize() : stream.size()) << "tile " << i;
+        ASSERT_EQ(grid.counts[i], raw ? grid.RawSize() : stream.size()) << "tile " << i;
         ASSERT_EQ(grid.uncompressed[i], chooses ? (raw ? 1 : 0) : 0xAA) << "tile " << i;
         EXPECT_TRUE(i + 1 < grid.count || save.size == stream.size());
     }
@@ -63,12 +63,12 @@ void ExpectSaved(const Shape& shape, int format, unsigned variant) {
     LoadRun load(save.file.bytes, format, 0, 0);
     for (uint32_t& offset : grid.offsets)
         offset -= 50;
-    load.info().Offset = 50;
-    load.info().Flags = save.flags & FAX_REVERSE_BITS ? LOADINFO_REVERSED_BITS : 0;
+    load.Info().Offset = 50;
+    load.Info().Flags = save.flags & FAX_REVERSE_BITS ? LOADINFO_REVERSED_BITS : 0;
     load.dispatch->Flags = variant & 4 ? LOADDISPATCH_BATCHES : 0;
     load.bitmap.Width = load.fileInfo->Width = shape.width;
     load.bitmap.Height = load.fileInfo->Height = static_cast<int>(shape.height);
-    EXPECT_EQ(K_LoadTiledFax(load.dispatch.get(), load.file.handle(), &load.info(), &grid.info,
+    EXPECT_EQ(K_LoadTiledFax(load.dispatch.get(), load.file.Handle(), &load.Info(), &grid.info,
                              load.fileInfo.get(), &load.bitmap, load.callback, 1, &load,
                              chooses ? grid.uncompressed.data() : nullptr),
               SUCCESS);
@@ -106,7 +106,7 @@ TEST_F(Tiles, SaverCallsInTheirOrder) {
         if ((arrays & 2) == 0)
             grid.info.TileByteCounts = nullptr;
         const bool chooses = arrays == 3;
-        EXPECT_EQ(save.runTiled(&grid.info, chooses ? grid.uncompressed.data() : nullptr, chooses ? 16 : 0),
+        EXPECT_EQ(save.RunTiled(&grid.info, chooses ? grid.uncompressed.data() : nullptr, chooses ? 16 : 0),
                   SUCCESS);
         Trace wanted = {"Start", "Alloc 16 1"};
         const auto add = [&](const Trace& calls) { wanted.insert(wanted.end(), calls.begin(), calls.end()); };
@@ -115,7 +115,7 @@ TEST_F(Tiles, SaverCallsInTheirOrder) {
         if ((arrays & 1) != 0)
             add({"Seek 0 1"});
         for (size_t i = 0; i < grid.count; ++i) {
-            const size_t size = CodedPicture(grid.tile(picture, i), 64, 66).size();
+            const size_t size = CodedPicture(grid.Tile(picture, i), 64, 66).size();
             Trace fetches, rawRows;
             for (size_t y = i / 2 * 16; y < i / 2 * 16 + 16; ++y) {
                 if (y < 20)
@@ -127,7 +127,7 @@ TEST_F(Tiles, SaverCallsInTheirOrder) {
             add({"Alloc 250000 4", "Alloc 250000 4", "Alloc 200000 1"});
             add(fetches);
             add({"Write " + std::to_string(size), "Free 1000000", "Free 1000000", "Free 200000"});
-            if (!chooses || size <= grid.rawSize())
+            if (!chooses || size <= grid.RawSize())
                 continue;
             add({"Seek -" + std::to_string(size) + " 1"});
             add(rawRows);
@@ -153,29 +153,29 @@ TEST_F(Tiles, SaverRefusals) {
         save.dispatch->BitsPerPixel = bits;
         if (!counts)
             g.info.TileByteCounts = nullptr;
-        return save.runTiled(&g.info, g.uncompressed.data());
+        return save.RunTiled(&g.info, g.uncompressed.data());
     };
     EXPECT_EQ(status(MAX_IMAGE_WIDTH + 1, 0, 1, true), ERROR_NULL_PTR);
     EXPECT_EQ(status(0, 16, 1, false), ERROR_INV_PARAMETER);
     EXPECT_EQ(status(64, 0, 1, true), ERROR_INV_PARAMETER);
     EXPECT_EQ(status(0, 16, 8, true), ERROR_NULL_PTR);
     EXPECT_EQ(status(64, 16, 1, false), ERROR_NULL_PTR);
-    EXPECT_EQ(save.runTiled(nullptr), ERROR_NULL_PTR);
-    EXPECT_EQ(K_SaveTiledFax(nullptr, save.file.handle(), &save.bitmap, &grid.info, nullptr, 0, 1, 68, 0,
+    EXPECT_EQ(save.RunTiled(nullptr), ERROR_NULL_PTR);
+    EXPECT_EQ(K_SaveTiledFax(nullptr, save.file.Handle(), &save.bitmap, &grid.info, nullptr, 0, 1, 68, 0,
                              nullptr, nullptr, nullptr, 0),
               ERROR_NULL_PTR);
-    EXPECT_EQ(K_SaveTiledFax(save.dispatch.get(), save.file.handle(), nullptr, &grid.info, nullptr, 0, 1, 68,
+    EXPECT_EQ(K_SaveTiledFax(save.dispatch.get(), save.file.Handle(), nullptr, &grid.info, nullptr, 0, 1, 68,
                              0, nullptr, nullptr, nullptr, 0),
               ERROR_NULL_PTR);
     EXPECT_TRUE(KernelInUse().trace.empty());
 
     SaveRun refused(picture, 100, 68);
     refused.startStatus = -3;
-    EXPECT_EQ(refused.runTiled(&grid.info), -3);
+    EXPECT_EQ(refused.RunTiled(&grid.info), -3);
     EXPECT_EQ(KernelInUse().trace, (Trace{"Start", "End"}));
     SaveRun widest(Picture(1, Bytes(13)), 100, 68);
     Grid wide(100, 1, MAX_IMAGE_WIDTH, 1);
-    EXPECT_EQ(widest.runTiled(&wide.info), SUCCESS);
+    EXPECT_EQ(widest.RunTiled(&wide.info), SUCCESS);
 }
 
 TEST_F(Tiles, OneTileLeavesTheRestOfTheRow) {
@@ -192,7 +192,7 @@ TEST_F(Tiles, OneTileLeavesTheRestOfTheRow) {
         Bytes row(16, 0x77);
         CCITTG34 codec = {};
         unsigned size = 0;
-        EXPECT_EQ(SaveFaxTile(save.dispatch.get(), save.file.handle(), &codec, 68, &info, 0, 3, 8, 5, invert,
+        EXPECT_EQ(SaveFaxTile(save.dispatch.get(), save.file.Handle(), &codec, 68, &info, 0, 3, 8, 5, invert,
                               &size, &save.saveBitmap, save.saveFile.get(), row.data(), 0),
                   SUCCESS);
         EXPECT_EQ(size, 20u);
@@ -206,7 +206,7 @@ TEST_F(Tiles, OneTileLeavesTheRestOfTheRow) {
         // Without rows it is white.
         save.saveBitmap.Height = -1;
         save.file.position = 0;
-        EXPECT_EQ(SaveFaxTile(save.dispatch.get(), save.file.handle(), &codec, 68, &info, 0, 3, 8, 5, invert,
+        EXPECT_EQ(SaveFaxTile(save.dispatch.get(), save.file.Handle(), &codec, 68, &info, 0, 3, 8, 5, invert,
                               nullptr, &save.saveBitmap, save.saveFile.get(), row.data(), 0),
                   SUCCESS);
         EXPECT_EQ(save.file.bytes, Bytes(20));
@@ -228,7 +228,7 @@ TEST_F(Tiles, MoreTilesThanAnArrayHas) {
         save.saveBitmap.Width = image.width;
         save.saveBitmap.Height = image.height;
         Grid grid(100, 1, 1, 1);
-        EXPECT_EQ(save.runTiled(&grid.info, grid.uncompressed.data()), image.status);
+        EXPECT_EQ(save.RunTiled(&grid.info, grid.uncompressed.data()), image.status);
         EXPECT_EQ(grid.uncompressed[0], 0xAA);
         EXPECT_EQ(grid.offsets[0], 0xAAAAAAAA);
         if (image.status != SUCCESS) {
@@ -250,7 +250,7 @@ TEST_F(Tiles, MoreTilesThanAnArrayHas) {
     info.TileHeight = 1;
     CCITTG34 codec = {};
     const std::unique_ptr<void, decltype(&std::free)> row(std::calloc(kByte + 1, 1), std::free);
-    EXPECT_EQ(SaveFaxTile(save.dispatch.get(), save.file.handle(), &codec, 68, &info, 0, 0, kByte, 1, 0,
+    EXPECT_EQ(SaveFaxTile(save.dispatch.get(), save.file.Handle(), &codec, 68, &info, 0, 0, kByte, 1, 0,
                           nullptr, &save.saveBitmap, save.saveFile.get(),
                           static_cast<unsigned char*>(row.get()), 0),
               SUCCESS);

@@ -128,7 +128,7 @@ tagHANDLE* K_RedirectedOpen(const char* fileName, int flags, int permission) {
         return handle;
     }
     auto file = std::make_unique<MemoryFile>(found->second);
-    tagHANDLE* handle = file->handle();
+    tagHANDLE* handle = file->Handle();
     kernel.open.emplace(handle, std::move(file));
     return handle;
 }

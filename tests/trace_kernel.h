@@ -24,7 +24,7 @@ struct MemoryFile {
     ~MemoryFile();
     MemoryFile(const MemoryFile&) = delete;
     MemoryFile& operator=(const MemoryFile&) = delete;
-    tagHANDLE* handle() { return reinterpret_cast<tagHANDLE*>(this); }
+    tagHANDLE* Handle() { return reinterpret_cast<tagHANDLE*>(this); }
 
     Bytes bytes;
     size_t position = 0;
