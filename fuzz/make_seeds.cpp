@@ -256,6 +256,34 @@ void PutPictureFiles(const SeedDirectory& seeds) {
         throw std::runtime_error("a seed PNG cannot be written");
 }
 
+// Without a cross-reference table, which qpdf makes up for.
+void PutPdfs(const SeedDirectory& seeds) {
+    const fs::path scratch = seeds.Root / "scratch.tif";
+    const standin::BitmapPtr page = MakePage(72, 40);
+    for (const TiffKind& kind : TIFF_KINDS) {
+        if (kind.Format == 0 || kind.TileSize != 0)
+            continue;
+        const Bytes strip = CodedByLibtiff(scratch, kind, *page);
+        const char* const parameters = kind.Compression == COMPRESSION_CCITTFAX4  ? "/K -1"
+                                       : kind.Compression == COMPRESSION_CCITTRLE ? "/EncodedByteAlign true"
+                                       : (kind.Group3Options & GROUP3OPT_2DENCODING) != 0 ? "/K 4"
+                                                                                          : "/EndOfLine true";
+        std::string text =
+            "%PDF-1.5\n1 0 obj<</Type/Catalog/Pages 2 0 R>>endobj\n"
+            "2 0 obj<</Type/Pages/Kids[3 0 R]/Count 1>>endobj\n3 0 obj<</Type/Page/Parent 2 0 R"
+            "/Contents 4 0 R/Resources<</XObject<</P 5 0 R>>>>/Rotate 90>>endobj\n"
+            "4 0 obj<</Length 20>>stream\nq 9 0 0 9 0 0 cm/P Do\nendstream endobj\n"
+            "5 0 obj<</Subtype/Image/Width 72/Height 40/Filter/CCITTFaxDecode/DecodeParms<<"
+            "/Columns 72 ";
+        text += std::string(parameters) + ">>/Length " + std::to_string(strip.size()) + ">>stream\n";
+        const std::string end = "\nendstream endobj\ntrailer<</Root 1 0 R>>\n";
+        Bytes tail = strip;
+        tail.insert(tail.end(), end.begin(), end.end());
+        seeds.Put("pdf", std::string(kind.Name) + ".pdf", Bytes(text.begin(), text.end()), tail);
+    }
+    fs::remove(scratch);
+}
+
 } // namespace
 
 int main(int argc, char** argv) {
@@ -270,6 +298,7 @@ int main(int argc, char** argv) {
         PutHeaderFiles(seeds);
         PutPixels(seeds);
         PutPictureFiles(seeds);
+        PutPdfs(seeds);
     } catch (const std::exception& error) {
         std::fprintf(stderr, "make_seeds: %s\n", error.what());
         return 1;

@@ -61,6 +61,7 @@ struct InputOptions {
     bool Batch = false;
     std::optional<int> Threshold; // of pictures
     std::optional<int64_t> Page;  // from 1; nothing: the command decides
+    std::string Password;         // of a PDF file
 };
 
 // What an output is to be.
@@ -78,6 +79,7 @@ struct OutputOptions {
 struct InfoOptions {
     BatchOptions Run;
     std::optional<int64_t> Page;
+    std::string Password; // of PDF files
 };
 
 struct VerifyOptions {

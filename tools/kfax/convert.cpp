@@ -26,7 +26,7 @@ unsigned WantedCount(const Conversion& conversion) {
         return static_cast<unsigned>(conversion.Inputs.size());
     unsigned count = 0;
     for (const std::string& input : conversion.Inputs)
-        count += CountPages(input);
+        count += CountPages(input, conversion.In.Password);
     return count;
 }
 

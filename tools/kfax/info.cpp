@@ -5,10 +5,10 @@
 #include "tools/kfax/input.h"
 #include "tools/kfax/json_line.h"
 #include "tools/kfax/messages.h"
+#include "tools/kfax/page_file.h"
 #include "tools/kfax/pages.h"
 #include "tools/kfax/picture_input.h"
 #include "tools/kfax/progress.h"
-#include "tools/kfax/tiff_input.h"
 
 #include <sstream>
 
@@ -23,8 +23,8 @@ struct FileReport {
     int Height, XResolution, YResolution, Orientation;
     bool ReversedBits;
     long long Offset;     // of a raw stream
-    unsigned Page, Pages; // of a TIFF file; 0: none
-    std::string Layout;   // of a TIFF file: how it is cut
+    unsigned Page, Pages; // of a TIFF or PDF file; 0: none
+    std::string Layout;   // of such a file: how or where the page is stored
     bool Inverted;
     std::string Damage; // empty: none
 };
@@ -71,22 +71,19 @@ FileReport Examine(const standin::Filter& filter, const std::string& file) {
     return ReportOf(description.FileInfo.Declared, trial);
 }
 
-FileReport ExaminePage(const standin::Filter& filter, TiffFile& file, unsigned number, unsigned pages) {
-    const TiffPage page = OpenTiffPage(file, number);
-    std::string damage;
-    const standin::LoadResult trial = WithProgress(file.Name, [&](const standin::LoadOptions& options) {
-        return LoadTiffPage(filter, file, page, options, damage);
+FileReport ExaminePage(const standin::Filter& filter, PageFile& file, const std::string& name,
+                       unsigned number, unsigned pages) {
+    const StoredPage page = WithProgress(name, [&](const standin::LoadOptions& options) {
+        return LoadStoredPage(filter, file, number, options, false);
     });
-    FileReport report = ReportOf(page.Image.FileInfo.Declared, trial);
-    report.Name = "TIFF";
-    report.Orientation = trial.Bitmap->Orientation;
+    FileReport report = ReportOf(page.Image.FileInfo.Declared, page.Loaded);
+    report.Name = page.Container;
+    report.Orientation = page.Loaded.Bitmap->Orientation;
     report.Page = number;
     report.Pages = pages;
-    report.Layout =
-        page.Tiled ? "tiles of " + std::to_string(page.BlockWidth) + " x " + std::to_string(page.CodedHeight)
-                   : "strips of " + std::to_string(page.BlockHeight) + " rows";
-    report.Inverted = (trial.LoadInfo.Flags & LOADINFO_INVERTED) != 0;
-    report.Damage = damage;
+    report.Layout = page.Layout;
+    report.Inverted = (page.Loaded.LoadInfo.Flags & LOADINFO_INVERTED) != 0;
+    report.Damage = page.Damage;
     return report;
 }
 
@@ -154,12 +151,13 @@ int InfoCommand(const standin::Filter& filter, const InfoOptions& options) {
                 report.Text += JsonLine({{"file", file}, {"error", reason}});
         };
         const auto tellPages = [&] {
-            TiffFile tiff(file, "rm");
-            const unsigned pages = CountTiffPages(tiff);
+            PageFile pageFile = OpenPageFile(file, options.Password);
+            const unsigned pages = CountPages(pageFile);
+            TellAbout(pageFile);
             const auto [first, last] = PageRange(options.Page, pages);
             for (unsigned number = first; number <= last; ++number) {
                 try {
-                    tell(ExaminePage(filter, tiff, number, pages));
+                    tell(ExaminePage(filter, pageFile, file, number, pages));
                 } catch (const std::bad_alloc&) {
                     throw;
                 } catch (const std::exception& error) { // the pages behind it may be good
@@ -174,7 +172,7 @@ int InfoCommand(const standin::Filter& filter, const InfoOptions& options) {
             CheckInput(file);
             if (IsPicture(file))
                 throw std::runtime_error("a picture, not a fax file (kfax save makes one of it)");
-            if (IsTiff(file))
+            if (IsPageFile(file))
                 tellPages();
             else
                 tell(Examine(filter, file));

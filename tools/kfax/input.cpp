@@ -62,4 +62,12 @@ void CheckPictureSize(unsigned width, int height) {
             " pixels is too large for this machine's memory; see whether the file's size is true");
 }
 
+uint32_t OrientationFlag(int orientation) {
+    static constexpr uint32_t kFlags[] = {LOADINFO_ORIENTATION_1, LOADINFO_ORIENTATION_2,
+                                          LOADINFO_ORIENTATION_3, 0, // 4, bottom to top, has no bit
+                                          LOADINFO_ORIENTATION_5, LOADINFO_ORIENTATION_6,
+                                          LOADINFO_ORIENTATION_7, LOADINFO_ORIENTATION_8};
+    return orientation >= 1 && orientation <= 8 ? kFlags[orientation - 1] : LOADINFO_ORIENTATION_1;
+}
+
 } // namespace kfax

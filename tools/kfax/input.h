@@ -17,4 +17,7 @@ standin::Description DescribeInput(const standin::Filter& filter, const std::str
 // Throws where the picture has no pixels, or would fill the machine's memory.
 void CheckPictureSize(unsigned width, int height);
 
+// A stored picture's LOADINFO_ bits for an orientation as in TIFF, 1 to 8; any other value counts as 1.
+uint32_t OrientationFlag(int orientation);
+
 } // namespace kfax

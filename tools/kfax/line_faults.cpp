@@ -11,6 +11,7 @@
 #include "host/kernel.h"
 #include "host/standin/memory_handle.h"
 
+#include <algorithm>
 #include <dlfcn.h>
 
 namespace kfax {
@@ -180,6 +181,16 @@ int InspectLines(const standin::Filter& filter, const CodedStream& stream, std::
     if (status == SUCCESS)
         InspectAll(inspection);
     return status;
+}
+
+void KeepRowsOfImage(std::vector<FaultyLines>& faults, uint32_t count) {
+    std::erase_if(faults, [&](const FaultyLines& lines) {
+        return lines.First >= count && lines.Fault != LineFault::DataLeft;
+    });
+    for (FaultyLines& lines : faults) {
+        lines.First = std::min(lines.First, count - 1);
+        lines.Last = std::min(lines.Last, count - 1);
+    }
 }
 
 } // namespace kfax

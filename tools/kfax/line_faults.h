@@ -37,4 +37,8 @@ struct FaultyLines {
 // most once. Returns the filter's status; ERROR_FILE_FORMAT where it has no codec to ask.
 int InspectLines(const standin::Filter& filter, const CodedStream& stream, std::vector<FaultyLines>& faults);
 
+// Drops what is wrong below the first count rows of a picture: nobody loses these. Data that is left over
+// stays: it tells that there are more lines than there should be, wherever these came in.
+void KeepRowsOfImage(std::vector<FaultyLines>& faults, uint32_t count);
+
 } // namespace kfax

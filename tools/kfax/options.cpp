@@ -38,6 +38,10 @@ void AddBatchOutputs(CLI::App& command, BatchOutputs& outputs) {
         ->needs(directory);
 }
 
+void AddPassword(CLI::App& command, std::string& password) {
+    command.add_option("--password", password, "Password of encrypted PDF files");
+}
+
 void AddRawInput(CLI::App& command, InputOptions& in) {
     command.add_option("--format", in.Format, "Format of a raw stream: " + KnownFormats());
     command.add_option("--width", in.Width, "Pixels per line of a raw stream");
@@ -58,24 +62,27 @@ void AddOutput(CLI::App& command, OutputOptions& options, const char* formatOpti
 
 void DeclareInfo(CLI::App& command, InfoOptions& info) {
     command.add_option("FILE", info.Run.Files, "Files to describe; - reads a list of them");
-    command.add_option("--page", info.Page, "One page of TIFF files, from 1, instead of all");
+    command.add_option("--page", info.Page, "One page of TIFF and PDF files, from 1, instead of all");
+    AddPassword(command, info.Password);
     AddRunOptions(command, info.Run);
 }
 
 void DeclareVerify(CLI::App& command, VerifyOptions& verify) {
     command.add_option("FILE", verify.Run.Files, "Files to look through; - reads a list of them");
     AddRawInput(command, verify.In);
-    command.add_option("--page", verify.In.Page, "One page of TIFF files, from 1, instead of all");
+    command.add_option("--page", verify.In.Page, "One page of TIFF and PDF files, from 1, instead of all");
+    AddPassword(command, verify.In.Password);
     AddRunOptions(command, verify.Run);
 }
 
 void DeclareLoad(CLI::App& command, LoadCommandOptions& load) {
     command.add_option(
         "FILES", load.Run.Files,
-        "IN OUT: a fax or TIFF file, and the .png, .pbm, .tif, .g3, .g4 or .fax to write; - is "
+        "IN OUT: a fax, TIFF or PDF file, and the .png, .pbm, .tif, .g3, .g4 or .fax to write; - is "
         "standard input or output. With --out-dir any number of INs");
     AddRawInput(command, load.In);
-    command.add_option("--page", load.In.Page, "Page of a TIFF file, from 1");
+    command.add_option("--page", load.In.Page, "Page of a TIFF or PDF file, from 1");
+    AddPassword(command, load.In.Password);
     command.add_flag("--all-pages", load.AllPages,
                      "All pages, into OUT-001.png and so on; a TIFF file and --out-dir take all anyway");
     command.add_flag("--mirror", load.In.Mirror, "Mirror the picture left to right");
@@ -90,11 +97,13 @@ void DeclareLoad(CLI::App& command, LoadCommandOptions& load) {
 }
 
 void DeclareSave(CLI::App& command, SaveCommandOptions& save) {
-    command.add_option("FILES", save.Run.Files,
-                       "IN... OUT: black-and-white pictures (PNG, PBM, TIFF or fax), and the file to write; "
-                       "several need a TIFF file; - is standard input or output. With --out-dir INs alone");
+    command.add_option(
+        "FILES", save.Run.Files,
+        "IN... OUT: black-and-white pictures (PNG, PBM, TIFF, PDF or fax), and the file to write; "
+        "several need a TIFF file; - is standard input or output. With --out-dir INs alone");
     AddOutput(command, save.Out, "--format");
-    command.add_option("--page", save.In.Page, "Page of a TIFF file, from 1");
+    command.add_option("--page", save.In.Page, "Page of a TIFF or PDF file, from 1");
+    AddPassword(command, save.In.Password);
     command.add_flag("--reverse-bits", save.Out.ReverseBits,
                      "Begin each byte with its least significant bit");
     command.add_flag("--align-eol", save.Out.AlignEol, "End each line end of the trailer on a byte boundary");
@@ -125,11 +134,12 @@ void DeclareOptions(CLI::App& app, Options& options) {
         "data (what could be decoded is written).");
     options.Library = standin::kFilterLibrary;
     app.add_option("--filter", options.Library, "The filter library to use")->capture_default_str();
-    options.InfoParsed = app.add_subcommand("info", "Describe fax and TIFF files");
+    options.InfoParsed = app.add_subcommand("info", "Describe fax, TIFF and PDF files");
     DeclareInfo(*options.InfoParsed, options.Info);
-    options.VerifyParsed = app.add_subcommand("verify", "Tell which lines of fax and TIFF files are damaged");
+    options.VerifyParsed =
+        app.add_subcommand("verify", "Tell which lines of fax, TIFF and PDF files are damaged");
     DeclareVerify(*options.VerifyParsed, options.Verify);
-    options.LoadParsed = app.add_subcommand("load", "Turn fax and TIFF files into pictures");
+    options.LoadParsed = app.add_subcommand("load", "Turn fax, TIFF and PDF files into pictures");
     DeclareLoad(*options.LoadParsed, options.Load);
     options.SaveParsed = app.add_subcommand("save", "Turn pictures into fax and TIFF files");
     DeclareSave(*options.SaveParsed, options.Save);

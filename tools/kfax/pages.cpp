@@ -5,9 +5,9 @@
 #include "tools/kfax/formats.h"
 #include "tools/kfax/input.h"
 #include "tools/kfax/messages.h"
+#include "tools/kfax/page_file.h"
 #include "tools/kfax/picture_input.h"
 #include "tools/kfax/progress.h"
-#include "tools/kfax/tiff_input.h"
 
 #include <climits>
 
@@ -71,17 +71,14 @@ Page LoadRaw(const standin::Filter& filter, const std::string& file, const Input
     return page;
 }
 
-Page LoadPageOfTiff(const standin::Filter& filter, TiffFile& file, unsigned number,
-                    const InputOptions& options) {
-    const TiffPage description = OpenTiffPage(file, number);
-    ProgressBar bar = StartProgress(file.Name);
-    Page page;
-    standin::LoadResult loaded =
-        LoadTiffPage(filter, file, description, HowToLoad(options, bar), page.Damage);
+Page LoadPageOf(const standin::Filter& filter, PageFile& file, const std::string& name, unsigned number,
+                const InputOptions& options) {
+    ProgressBar bar = StartProgress(name);
+    StoredPage stored = LoadStoredPage(filter, file, number, HowToLoad(options, bar), false);
     EndProgress(bar);
-    if (loaded.Status != SUCCESS)
-        throw std::runtime_error(standin::StatusText(loaded.Status));
-    page.Bitmap = std::move(loaded.Bitmap);
+    Page page;
+    page.Bitmap = std::move(stored.Loaded.Bitmap);
+    page.Damage = std::move(stored.Damage);
     page.Mirror = options.Mirror;
     page.Invert = options.Invert;
     return page;
@@ -128,29 +125,30 @@ PageNumbers PageRange(std::optional<int64_t> asked, unsigned pages) {
     return {static_cast<unsigned>(*asked), static_cast<unsigned>(*asked)};
 }
 
-unsigned CountPages(const std::string& name) {
-    if (!IsTiff(name))
+unsigned CountPages(const std::string& name, const std::string& password) {
+    if (!IsPageFile(name))
         return 1;
     return OnBehalfOf(name, [&] {
-        TiffFile file(name, "rm");
-        return CountTiffPages(file);
+        PageFile file = OpenPageFile(name, password);
+        return CountPages(file);
     });
 }
 
 void VisitPages(const standin::Filter& filter, const std::string& name, const InputOptions& options,
                 WantedPages wanted, bool rawFormats,
                 const std::function<void(Page& page, unsigned number)>& visit) {
-    std::unique_ptr<TiffFile> tiff;
+    std::optional<PageFile> file;
     unsigned pages = 1;
     PageNumbers range{};
     const bool isPicture = IsPicture(name);
     OnBehalfOf(name, [&] {
         CheckInput(name);
-        if (IsTiff(name)) {
-            tiff = std::make_unique<TiffFile>(name, "rm");
-            pages = CountTiffPages(*tiff);
+        if (IsPageFile(name)) {
+            file = OpenPageFile(name, options.Password);
+            pages = CountPages(*file);
+            TellAbout(*file);
         }
-        if (rawFormats && (tiff != nullptr || isPicture))
+        if (rawFormats && (file || isPicture))
             RefuseRawOptions(options);
         range = PageRange(options.Page, pages);
     });
@@ -162,8 +160,8 @@ void VisitPages(const standin::Filter& filter, const std::string& name, const In
     }
     for (unsigned number = range.First; number <= range.Last; ++number) {
         Page page = OnBehalfOf(name, [&] {
-            if (tiff != nullptr)
-                return LoadPageOfTiff(filter, *tiff, number, options);
+            if (file)
+                return LoadPageOf(filter, *file, name, number, options);
             if (!isPicture)
                 return LoadRaw(filter, name, rawFormats ? options : InputOptions{});
             Page picture;

@@ -1,4 +1,4 @@
-// The pages of an input file of any kind: raw fax, TIFF, PNG or PBM, told apart by their first bytes.
+// The pages of an input file of any kind: raw fax, TIFF, PDF, PNG or PBM, told apart by their first bytes.
 #pragma once
 
 #include "host/standin/standin.h"
@@ -34,8 +34,8 @@ struct PageNumbers {
 };
 PageNumbers PageRange(std::optional<int64_t> asked, unsigned pages);
 
-// How many pages the file has; 1 unless it is a TIFF file. Throws FileError with the reason.
-unsigned CountPages(const std::string& name);
+// How many pages the file has; 1 unless it is a TIFF or PDF file. Throws FileError with the reason.
+unsigned CountPages(const std::string& name, const std::string& password);
 
 // Loads the wanted pages one after another and gives each to visit with its number. Where only the first of
 // several is wanted, a line on standard error says so. rawFormats: the command line can describe a raw

@@ -49,15 +49,6 @@ bool IsInvertedPage(const TiffFile& file, int format) {
     return photometric == PHOTOMETRIC_MINISBLACK;
 }
 
-uint32_t OrientationFlags(const TiffFile& file) {
-    static constexpr uint32_t FLAGS[] = {LOADINFO_ORIENTATION_1, LOADINFO_ORIENTATION_2,
-                                         LOADINFO_ORIENTATION_3, 0, // 4, bottom to top, has no bit
-                                         LOADINFO_ORIENTATION_5, LOADINFO_ORIENTATION_6,
-                                         LOADINFO_ORIENTATION_7, LOADINFO_ORIENTATION_8};
-    const auto orientation = TiffTag<uint16_t>(file, TIFFTAG_ORIENTATION, ORIENTATION_TOPLEFT);
-    return orientation >= 1 && orientation <= 8 ? FLAGS[orientation - 1] : LOADINFO_ORIENTATION_1;
-}
-
 int DotsPerInch(const TiffFile& file, uint32_t tag) {
     const auto unit = TiffTag<uint16_t>(file, TIFFTAG_RESOLUTIONUNIT, RESUNIT_INCH);
     double dots = TiffTag<float>(file, tag, 0);
@@ -173,18 +164,6 @@ std::string ReadBlocks(TiffFile& file, const TiffPage& page, standin::Blocks& bl
     return damage;
 }
 
-// What is wrong below the image is nobody's loss, but for data that is left over: it tells that there are
-// more lines than there should be, wherever these came in.
-void KeepRowsOfImage(std::vector<FaultyLines>& faults, uint32_t count) {
-    std::erase_if(faults, [&](const FaultyLines& lines) {
-        return lines.First >= count && lines.Fault != LineFault::DataLeft;
-    });
-    for (FaultyLines& lines : faults) {
-        lines.First = std::min(lines.First, count - 1);
-        lines.Last = std::min(lines.Last, count - 1);
-    }
-}
-
 std::vector<BlockFaults> InspectBlocks(const standin::Filter& filter, const TiffPage& page,
                                        standin::Blocks& blocks) {
     const _LOADINFO& info = page.Image.LoadInfo;
@@ -255,7 +234,7 @@ TiffPage OpenTiffPage(TiffFile& file, int64_t number) {
     stream.BitsPerPixel = 1;
     stream.XResolution = DotsPerInch(file, TIFFTAG_XRESOLUTION);
     stream.YResolution = DotsPerInch(file, TIFFTAG_YRESOLUTION);
-    stream.Flags = OrientationFlags(file);
+    stream.Flags = OrientationFlag(TiffTag<uint16_t>(file, TIFFTAG_ORIENTATION, ORIENTATION_TOPLEFT));
     if (IsInvertedPage(file, stream.Format))
         stream.Flags |= LOADINFO_INVERTED;
     if (TiffTag<uint16_t>(file, TIFFTAG_FILLORDER, FILLORDER_MSB2LSB) == FILLORDER_LSB2MSB)

@@ -10,9 +10,9 @@
 #include "tools/kfax/json_line.h"
 #include "tools/kfax/line_faults.h"
 #include "tools/kfax/messages.h"
+#include "tools/kfax/page_file.h"
 #include "tools/kfax/pages.h"
 #include "tools/kfax/picture_input.h"
-#include "tools/kfax/tiff_input.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -26,7 +26,7 @@ namespace {
 
 struct PageVerdict {
     std::string File;
-    unsigned Page = 0; // of a TIFF file; 0: none
+    unsigned Page = 0; // of a TIFF or PDF file; 0: none
     uint32_t Width = 0;
     int Height = 0;
     std::string Damage; // of the whole page, as the load says it; empty: none
@@ -93,16 +93,14 @@ PageVerdict VerifyRaw(const standin::Filter& filter, const std::string& file, co
     return verdict;
 }
 
-PageVerdict VerifyTiffPage(const standin::Filter& filter, TiffFile& file, unsigned number) {
-    const TiffPage page = OpenTiffPage(file, number);
-    std::string damage;
-    std::vector<BlockFaults> blocks;
+PageVerdict VerifyPage(const standin::Filter& filter, PageFile& file, const std::string& name,
+                       unsigned number) {
     standin::LoadOptions how;
     how.DiscardRows = true;
-    const standin::LoadResult trial = LoadTiffPage(filter, file, page, how, damage, &blocks);
-    PageVerdict verdict = VerdictOf(file.Name, trial, damage);
+    StoredPage page = LoadStoredPage(filter, file, number, how, true);
+    PageVerdict verdict = VerdictOf(name, page.Loaded, page.Damage);
     verdict.Page = number;
-    verdict.Blocks = std::move(blocks);
+    verdict.Blocks = std::move(page.Faults);
     return verdict;
 }
 
@@ -162,18 +160,19 @@ void VerifyFile(const standin::Filter& filter, const std::string& file, const Ve
     CheckInput(file);
     if (IsPicture(file))
         throw std::runtime_error("a picture, not a fax file: there are no lines to verify");
-    if (!IsTiff(file)) {
+    if (!IsPageFile(file)) {
         tell(VerifyRaw(filter, file, options.In));
         return;
     }
     RefuseRawOptions(options.In);
-    TiffFile tiff(file, "rm");
-    const unsigned pages = CountTiffPages(tiff);
+    PageFile pageFile = OpenPageFile(file, options.In.Password);
+    const unsigned pages = CountPages(pageFile);
+    TellAbout(pageFile);
     const auto [first, last] = PageRange(options.In.Page, pages);
     for (unsigned number = first; number <= last; ++number) {
         const std::string place = "page " + std::to_string(number) + ": ";
         try {
-            tell(VerifyTiffPage(filter, tiff, number));
+            tell(VerifyPage(filter, pageFile, file, number));
         } catch (const std::bad_alloc&) {
             throw;
         } catch (const std::exception& error) { // the pages behind it may be good

@@ -26,14 +26,14 @@ _kfax() {
         mapfile -t COMPREPLY < <(compgen -d -- "$cur")
         return
         ;;
-    -j | --jobs | --page | --width | --height | --offset | --thumbnail | --dpi | --rows-per-strip | --tile | --threshold)
+    -j | --jobs | --page | --password | --width | --height | --offset | --thumbnail | --dpi | --rows-per-strip | --tile | --threshold)
         COMPREPLY=()
         return
         ;;
     esac
 
     local options="-h --help"
-    local run="-0 --null -j --jobs --json -q --quiet -k --keep-going --fail-fast"
+    local run="-0 --null -j --jobs --json -q --quiet -k --keep-going --fail-fast --password"
     local raw="--format --width --height --offset --reverse-bits"
     local output="--to --dpi --rows-per-strip --tile -d --out-dir --skip-existing --keep-tree --keep-ext"
     case $command in

@@ -1,0 +1,40 @@
+// What kfax makes of a PDF file, which is the whole input.
+#include "fuzz/harness.h"
+#include "tools/kfax/messages.h"
+#include "tools/kfax/pdf_input.h"
+
+#include <algorithm>
+#include <exception>
+
+namespace {
+
+constexpr size_t kMostPictures = 3;
+
+void LoadPictures(kfax::PdfFile& file) {
+    for (unsigned number = 1; number <= std::min(file.Pictures.size(), kMostPictures); ++number) {
+        try {
+            kfax::PdfImage image = kfax::ReadPdfImage(file, number);
+            const _FILEINFOA& info = image.Image.FileInfo.Declared;
+            const uint64_t rowPixels = std::max<uint64_t>(info.Width, image.Data.Width);
+            if (rowPixels * static_cast<uint32_t>(info.Height) > fuzz::MOST_PIXELS)
+                continue;
+            std::string damage;
+            std::vector<kfax::BlockFaults> faults;
+            kfax::LoadPdfImage(fuzz::TheFilter(), image, standin::LoadOptions{}, damage, &faults);
+        } catch (const std::exception&) { // the reason, for a person
+        }
+    }
+}
+
+} // namespace
+
+void fuzz::RunInput(const uint8_t* data, size_t size) {
+    const NamedFile file(Bytes(data, data + size));
+    kfax::BeQuiet();
+    try {
+        kfax::PdfFile pdf(file.Name(), "");
+        LoadPictures(pdf);
+        kfax::TellAboutPdf(pdf);
+    } catch (const std::exception&) { // the reason, for a person
+    }
+}
