@@ -46,6 +46,10 @@ struct Scenario {
     const char* lastUnguarded; // what is thrown behind this call the operation catches; null: never
     size_t mostHeld;           // bytes of working memory
     Statuses statuses = {};
+
+    friend std::ostream& operator<<(std::ostream& out, const Scenario& scenario) {
+        return out << scenario.name;
+    }
 };
 
 const Bits kG3 = Repeated(kEol + "1" + Line1D({100, 100, 1528}) + kEol + "0" + Repeated(kV0, 3), 130);

@@ -14,7 +14,11 @@ constexpr CodecFunctions kBaselineFunctions{g3::ReadRunsBaseline, g4::ReadModesB
 constexpr CodecFunctions kAvx2Functions{g3::ReadRunsAvx2, g4::ReadModesAvx2, WriteRunsAvx2, EncodeModesAvx2,
                                         EncodeRunsAvx2};
 
+#ifdef KFFAX_BASELINE_ONLY // a build for tests, on processors that would choose otherwise
+const CodecFunctions kFunctions = kBaselineFunctions;
+#else
 const CodecFunctions kFunctions = HasAvx2() ? kAvx2Functions : kBaselineFunctions;
+#endif
 
 bool HasAvx2() {
     __builtin_cpu_init();
