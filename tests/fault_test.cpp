@@ -2,7 +2,6 @@
 // the end of its thread. The status is the one that belongs to the call, nothing is leaked and nothing is
 // given back twice. The run in which nothing goes wrong shows how much memory the operation holds at most.
 #include <cerrno>
-#include <cxxabi.h>
 
 #include "API/Filters/Fax/Fax.h"
 #include "tests/save_run.h"
@@ -176,15 +175,18 @@ void PlayTiledSave(Play& play, bool ownCounts) {
 // The codec's own functions, as a container filter calls them; a throw leaves the release to do.
 template <typename Release, typename Operation>
 void PlayCodec(Play& play, Release release, Operation operation) {
-    play.Run([&] {
-        try {
-            const int status = operation();
-            release();
-            return status;
-        } catch (abi::__forced_unwind&) {
-            release();
-            throw;
+    struct WhereTheThreadEnds {
+        Release& release;
+        ~WhereTheThreadEnds() {
+            if (KernelInUse().fault == Fault::EndThread)
+                release();
         }
+    };
+    play.Run([&] {
+        const WhereTheThreadEnds released{release};
+        const int status = operation();
+        release();
+        return status;
     });
     try {
         release();

@@ -4,22 +4,21 @@
 #include "API/Filters/Fax/Common/Tif_faxx.h"
 #include "API/Filters/Fax/Common/Tif_faxx/base/memory.h"
 
-#include <cxxabi.h>
-
+#include <exception>
 #include <utility>
 
 namespace faxx {
 
 // Runs a step under its own catch. False when it threw. The unwinding of a thread that is cancelled or exits
-// is no exception: the C library aborts the process where it is not passed on.
+// is no C++ exception, though it can be caught: the C library aborts the process where it is not passed on.
 template <typename Step>
 bool RunGuarded(Step step) {
     try {
         step();
         return true;
-    } catch (abi::__forced_unwind&) {
-        throw;
     } catch (...) {
+        if (!std::current_exception())
+            throw;
         return false;
     }
 }
