@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <memory>
+#include <sys/resource.h>
 #include <tiffio.h>
 
 namespace {
@@ -327,6 +328,39 @@ TEST_F(KfaxTiff, DirectoriesThatLie) {
     cut.resize(cut.size() / 2); // the directory is gone
     writeFile("cut.tif", cut);
     expectRefused(1, "load cut.tif out.pbm");
+}
+
+// Thousands of one-pixel pages: each is found from the one before, and not from the start of the file.
+TEST_F(KfaxTiff, ManyPagesTakeAsLongAsTheyAreMany) {
+    constexpr uint32_t kPages = 8000;
+    Bytes file = {'I', 'I', 42, 0, 8, 0, 0, 0};
+    const auto put = [&](uint32_t value, int bytes) {
+        for (int i = 0; i < bytes; ++i)
+            file.push_back(static_cast<uint8_t>(value >> 8 * i));
+    };
+    for (uint32_t page = 0; page < kPages; ++page) {
+        const std::pair<uint32_t, uint32_t> tags[] = {
+            {TIFFTAG_IMAGEWIDTH, 8},  {TIFFTAG_IMAGELENGTH, 1},  {TIFFTAG_COMPRESSION, COMPRESSION_NONE},
+            {TIFFTAG_PHOTOMETRIC, 0}, {TIFFTAG_STRIPOFFSETS, 0}, {TIFFTAG_STRIPBYTECOUNTS, 1}};
+        put(std::size(tags), 2);
+        for (const auto& [tag, value] : tags) {
+            put(tag, 2);
+            put(4, 2); // LONG
+            put(1, 4);
+            put(value, 4);
+        }
+        put(page + 1 == kPages ? 0 : static_cast<uint32_t>(file.size()) + 4, 4);
+    }
+    writeFile("many.tif", file);
+    struct rusage before {};
+    getrusage(RUSAGE_CHILDREN, &before);
+    const Outcome info = kfax("info --json many.tif");
+    struct rusage after {};
+    getrusage(RUSAGE_CHILDREN, &after);
+    EXPECT_EQ(info.code, 0) << info.said;
+    EXPECT_EQ(std::count(info.told.begin(), info.told.end(), '\n'), kPages);
+    EXPECT_LT(after.ru_utime.tv_sec + after.ru_stime.tv_sec - before.ru_utime.tv_sec - before.ru_stime.tv_sec,
+              10);
 }
 
 } // namespace

@@ -198,7 +198,7 @@ TEST_F(TiledLoader, LoaderWithoutRowsAndRefusals) {
 
 // The size of the image is taken before the first row: chunks fit the run buffer to the end.
 TEST_F(TiledLoader, BitmapsThatChangeDuringTheLoad) {
-    TiledLoad load(PictureOf(1728, 300), 1728, 864, 200);
+    TiledLoad load(PictureOf(1728, 400), 1728, 864, 200);
     KernelInUse().inside = [&](const std::string& entry) {
         if (entry.rfind("Rows", 0) == 0) {
             load.bitmap.Width = 100;
@@ -206,7 +206,8 @@ TEST_F(TiledLoader, BitmapsThatChangeDuringTheLoad) {
         }
     };
     EXPECT_EQ(load.Load(), SUCCESS);
-    EXPECT_EQ(CallsNamed("Rows"), (Trace{"Rows 0 144 23", "Rows 144 56 19", "Rows 200 100 27"}));
+    EXPECT_EQ(CallsNamed("Rows"),
+              (Trace{"Rows 0 144 23", "Rows 144 56 19", "Rows 200 144 19", "Rows 344 56 27"}));
     EXPECT_EQ(LinesOf(load.rows), LinesOf(load.picture, 1728));
 }
 

@@ -25,6 +25,8 @@ struct TiffFile {
     std::string Error;              // the library's first one since TakeError
     std::set<std::string> Warnings; // told already
     std::unique_ptr<TIFF, CloseTiff> Tiff;
+    int64_t PageRead = 1; // whose directory the library holds; 0: none
+    unsigned Pages = 0;   // once they were counted
 };
 
 constexpr const char* DAMAGED_TIFF = "; the file is damaged or cut off, fetch it again";

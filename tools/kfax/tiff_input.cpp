@@ -201,19 +201,32 @@ bool IsTiff(const std::string& name) {
 }
 
 unsigned CountTiffPages(TiffFile& file) {
-    const auto pages = TIFFNumberOfDirectories(file.Tiff.get());
-    file.Error.clear();
-    return std::max<unsigned>(pages, 1);
+    if (file.Pages == 0) {
+        file.Pages = std::max<unsigned>(TIFFNumberOfDirectories(file.Tiff.get()), 1);
+        file.Error.clear();
+    }
+    return file.Pages;
+}
+
+// Has the library read the directory of a page. From one page to the next it takes one step: to look a
+// directory up by its number, the library walks all those in front of it.
+static bool ReadDirectory(TiffFile& file, int64_t number) {
+    TIFF* const tiff = file.Tiff.get();
+    if (file.PageRead == number)
+        return true;
+    const bool next = file.PageRead != 0 && file.PageRead + 1 == number;
+    const int read = next ? TIFFReadDirectory(tiff) : TIFFSetDirectory(tiff, static_cast<tdir_t>(number - 1));
+    file.PageRead = read == 1 ? number : 0;
+    return read == 1;
 }
 
 TiffPage OpenTiffPage(TiffFile& file, int64_t number) {
-    TIFF* const tiff = file.Tiff.get();
     const unsigned pages = CountTiffPages(file);
     if (number < 1 || number > pages)
         throw std::runtime_error("there is no page " + std::to_string(number) + "; the file has " +
                                  std::to_string(pages));
     errno = 0;
-    if (TIFFSetDirectory(tiff, static_cast<tdir_t>(number - 1)) != 1)
+    if (!ReadDirectory(file, number))
         throw std::runtime_error(TakeError(file, "no TIFF directory", DAMAGED_TIFF));
     file.Error.clear();
     if (TiffTag<uint16_t>(file, TIFFTAG_BITSPERSAMPLE, 1) != 1 ||
