@@ -18,12 +18,12 @@ std::set<std::string> filesHere() {
     return names;
 }
 
+} // namespace
+
 std::string textOf(const std::string& name) {
     const Bytes bytes = readFile(name);
     return {bytes.begin(), bytes.end()};
 }
-
-} // namespace
 
 Pixels testPicture(uint32_t width, uint32_t height) {
     std::mt19937 random(width * 31 + height);

@@ -26,6 +26,7 @@ struct Pixels {
 Pixels testPicture(uint32_t width, uint32_t height);
 
 Bytes readFile(const std::string& name);
+std::string textOf(const std::string& name);
 void writeFile(const std::string& name, const Bytes& bytes);
 Pixels readPbm(const std::string& name);
 void writePbm(const std::string& name, const Pixels& pixels);

@@ -1,6 +1,8 @@
 // kfax on raw fax streams and pictures: what it says of them, what it makes of them, and what it refuses.
 #include "tests/kfax_run.h"
 
+#include <sys/stat.h>
+
 namespace {
 
 const Pixels PAGE = testPicture(1001, 300);
@@ -149,6 +151,54 @@ TEST_F(Kfax, WhatCannotBeIsRefused) {
     writeFile("out.tif", {1, 2, 3});
     expectRefused(1, "save page.pbm missing out.tif");
     EXPECT_EQ(readFile("out.tif"), (Bytes{1, 2, 3}));
+}
+
+// What exists and is no regular file is written in place: a file put where it was would lose the data.
+TEST_F(Kfax, OutputsThatAreNoRegularFiles) {
+    ASSERT_EQ(kfax("load page.pbm plain.pbm && '" KFAX_PROGRAM "' save page.pbm plain.tif").code, 0);
+    for (const std::string& kind : {std::string("pbm"), std::string("tif")}) {
+        SCOPED_TRACE(kind);
+        const std::string load = "load page.pbm --to " + kind + ' ';
+        ASSERT_EQ(mkfifo("pipe", 0600), 0);
+        EXPECT_EQ(kfax(load + "pipe", "timeout 20 cat pipe >got & timeout 20").code, 0);
+        ASSERT_EQ(std::system("sleep 0.2"), 0); // the reader's last write
+        EXPECT_TRUE(std::filesystem::is_fifo("pipe"));
+        EXPECT_TRUE(readFile("got") == readFile("plain." + kind));
+        std::filesystem::remove("pipe");
+
+        std::filesystem::create_symlink("/dev/stdout", "link");
+        for (const char* output : {"-", "/dev/stdout", "/proc/self/fd/1", "link"})
+            EXPECT_EQ(kfax(load + output).told, textOf("plain." + kind)) << output;
+        EXPECT_TRUE(std::filesystem::is_symlink("link"));
+        std::filesystem::remove("link");
+    }
+    std::filesystem::create_symlink("two", "one");
+    std::filesystem::create_symlink("one", "two");
+    expectRefused(1, "load page.pbm one --to pbm");
+    EXPECT_TRUE(std::filesystem::is_symlink("one"));
+}
+
+TEST_F(Kfax, InputsThatAreNoRegularFiles) {
+    ASSERT_EQ(mkfifo("pipe", 0600), 0);
+    for (const char* arguments : {"load pipe a.png", "save pipe a.tif", "info pipe", "verify pipe"})
+        expectRefused(1, arguments, "timeout 20");
+    const Outcome copy = kfax("load /dev/stdin a.pbm <page.pbm");
+    EXPECT_EQ(copy.code, 0) << copy.said;
+    EXPECT_TRUE(readPbm("a.pbm") == PAGE);
+}
+
+// No output of any kind takes the place of an input, whichever of them comes first.
+TEST_F(Kfax, InputsAreNotOverwritten) {
+    ASSERT_EQ(kfax("save page.pbm page.pbm two.tif").code, 0);
+    const Bytes whole = readFile("two.tif");
+    for (const char* input : {"two-2.png", "sheet.png"})
+        writeFile(input, whole);
+    for (const char* arguments :
+         {"load --out-dir . two.tif two-2.png", "load --thumbnail 40 two.tif sheet.png sheet.png"}) {
+        EXPECT_EQ(kfax(arguments).code, 1) << arguments;
+        for (const char* input : {"two.tif", "two-2.png", "sheet.png"})
+            EXPECT_TRUE(readFile(input) == whole) << arguments << ": " << input;
+    }
 }
 
 } // namespace

@@ -66,9 +66,12 @@ void WorkOn(Run& run, const std::vector<std::string>& names,
         if (index >= run.Count)
             return;
         Report report;
-        {
+        try {
             const CollectMessages collect(report.Messages);
             Attempt(names[index], report, [&] { work(index, report); });
+        } catch (
+            const std::bad_alloc&) { // what the attempt itself takes, after what it worked on was given back
+            report = {Outcome::Failed, {"kfax: " + names[index] + ": not enough memory\n"}, {}};
         }
         ++run.Finished;
         if (report.Result == Outcome::Skipped)

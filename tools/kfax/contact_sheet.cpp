@@ -148,6 +148,7 @@ int MakeContactSheet(const standin::Filter& filter, const BatchOptions& run, con
     if (output.Kind != OutputKind::Png)
         throw UsageError("a sheet of thumbnails is a PNG picture: name it .png");
     const std::vector<std::string> inputs = ListInputs(run);
+    KeepInputs(inputs);
     const auto size = static_cast<size_t>(cellSize);
     std::vector<std::vector<Cell>> cellsOf(inputs.size());
     const int result = RunBatch(inputs, run, "shown", [&](size_t index, Report& report) {

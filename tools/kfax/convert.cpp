@@ -146,6 +146,7 @@ Converted Convert(const standin::Filter& filter, const Conversion& conversion) {
 }
 
 int ConvertStreams(const standin::Filter& filter, Conversion conversion) {
+    KeepInputs(conversion.Inputs);
     for (const std::string& name : conversion.Inputs)
         RefuseOwnOutput(name, conversion.Out.File);
     std::optional<ScratchFile> input;
@@ -186,6 +187,7 @@ int ConvertEach(const standin::Filter& filter, const Conversion& like, const Bat
     const std::vector<std::string> names = NameOutputs(inputs, outputs.Naming, ExtensionOf(like.Out));
     const std::unordered_set<std::string> taken(names.begin(), names.end());
     MakeDirectory(outputs.Naming.Directory);
+    KeepInputs(inputs);
 
     return RunBatch(inputs, options, "converted", [&](size_t index, Report& report) {
         Converted converted;

@@ -11,9 +11,32 @@
 
 namespace kfax {
 
+namespace {
+
+// Does not wait for somebody to write to a pipe.
+int OpenWithoutWaiting(const std::string& file) {
+    return open(file.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+}
+
+} // namespace
+
+InputFile OpenInput(const std::string& file) {
+    const int descriptor = OpenWithoutWaiting(file);
+    if (descriptor < 0)
+        return nullptr;
+    struct stat about {};
+    std::FILE* opened = nullptr;
+    if (fstat(descriptor, &about) == 0 && S_ISREG(about.st_mode))
+        opened = fdopen(descriptor, "rb");
+    else
+        errno = EINVAL;
+    if (!opened)
+        close(descriptor);
+    return InputFile(opened);
+}
+
 uint64_t CheckInput(const std::string& file) {
-    // Non-blocking, so that a pipe nobody writes to is refused instead of waited for.
-    const int descriptor = open(file.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+    const int descriptor = OpenWithoutWaiting(file);
     if (descriptor < 0)
         throw std::runtime_error(SystemReason(errno));
     struct stat about {};

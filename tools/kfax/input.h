@@ -4,9 +4,20 @@
 #include "host/standin/standin.h"
 
 #include <cstdint>
+#include <cstdio>
+#include <memory>
 #include <string>
 
 namespace kfax {
+
+struct CloseInput {
+    void operator()(std::FILE* file) const { std::fclose(file); }
+};
+using InputFile = std::unique_ptr<std::FILE, CloseInput>;
+
+// Opens a regular file for reading; null, with errno, for what is none: a pipe that nobody writes to would be
+// waited for.
+InputFile OpenInput(const std::string& file);
 
 // The file's size. Throws std::runtime_error with the reason when it is not a readable regular file.
 uint64_t CheckInput(const std::string& file);

@@ -11,6 +11,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <memory>
 #include <mutex>
 #include <set>
 #include <stdexcept>
@@ -37,8 +38,8 @@ std::set<std::string> unfinished;
 mode_t FinalMode(const std::string& target) {
     struct stat about {};
     if (stat(target.c_str(), &about) == 0)
-        return about.st_mode & 07777;
-    static const mode_t mask = [] { // asking for it changes it
+        return about.st_mode & 0777; // and no set-user-ID bits
+    static const mode_t mask = [] {  // asking for it changes it
         const mode_t found = umask(0);
         umask(found);
         return found;
@@ -46,13 +47,52 @@ mode_t FinalMode(const std::string& target) {
     return 0666 & ~mask;
 }
 
-// The file that a chain of links ends at, so that a link stays one.
+// The file that a chain of links ends at, so that a link stays one. A loop of links has no end.
 std::string ThroughLinks(const std::string& output) {
     std::error_code error;
     if (!std::filesystem::is_symlink(output, error))
         return output;
     const auto target = std::filesystem::weakly_canonical(output, error);
-    return error ? output : target.string();
+    if (error)
+        throw std::runtime_error(SystemReason(error.value()));
+    return target.string();
+}
+
+// What exists and is no regular file cannot be replaced by one: a device, a pipe, an open file of a process.
+bool IsWrittenInPlace(const std::string& output) {
+    struct stat about {};
+    if (stat(output.c_str(), &about) != 0 || S_ISDIR(about.st_mode))
+        return false;
+    return !S_ISREG(about.st_mode) || output.starts_with("/dev/") || output.starts_with("/proc/");
+}
+
+struct CloseFile {
+    void operator()(std::FILE* file) const { std::fclose(file); }
+};
+using File = std::unique_ptr<std::FILE, CloseFile>;
+
+// Copies a whole file to one that is written in place, behind what it has where it is a regular one.
+void CopyInPlace(const std::string& from, const std::string& output) {
+    const File whole(std::fopen(from.c_str(), "rbe"));
+    const File target(whole ? std::fopen(output.c_str(), "abe") : nullptr);
+    if (!target)
+        ThrowErrno();
+    std::array<char, 1 << 16> block{};
+    for (size_t got = 0; (got = std::fread(block.data(), 1, block.size(), whole.get())) != 0;)
+        if (std::fwrite(block.data(), 1, got, target.get()) != got)
+            ThrowErrno();
+    if (std::ferror(whole.get()) != 0 || std::fflush(target.get()) != 0)
+        ThrowErrno();
+}
+
+using FileIdentity = std::pair<dev_t, ino_t>;
+std::set<FileIdentity> inputs; // complete before the first output is written
+
+void RefuseInput(const std::string& output) {
+    struct stat about {};
+    if (stat(output.c_str(), &about) == 0 && S_ISREG(about.st_mode) &&
+        inputs.contains({about.st_dev, about.st_ino}))
+        throw std::runtime_error("is one of the inputs; give the output another name or directory");
 }
 
 // A new file with a name of its own that begins as given.
@@ -118,7 +158,25 @@ struct Unfinished {
 
 } // namespace
 
+void KeepInputs(const std::vector<std::string>& names) {
+    struct stat about {};
+    for (const std::string& name : names)
+        if (stat(name.c_str(), &about) == 0)
+            inputs.insert({about.st_dev, about.st_ino});
+}
+
 void WriteWhole(const std::string& output, const std::function<void(std::FILE* file)>& write) {
+    RefuseInput(output);
+    if (IsWrittenInPlace(output)) {
+        const ScratchFile scratch;
+        const File file(std::fopen(scratch.Name.c_str(), "wbe"));
+        if (!file)
+            ThrowErrno();
+        write(file.get());
+        if (std::fflush(file.get()) != 0)
+            ThrowErrno();
+        return CopyInPlace(scratch.Name, output);
+    }
     const std::string target = ThroughLinks(output);
     Unfinished beside(target);
     std::FILE* const file = fdopen(beside.Descriptor, "wb");
@@ -137,6 +195,12 @@ void WriteWhole(const std::string& output, const std::function<void(std::FILE* f
 }
 
 void WriteWholeByName(const std::string& output, const std::function<void(const std::string& name)>& write) {
+    RefuseInput(output);
+    if (IsWrittenInPlace(output)) {
+        const ScratchFile scratch;
+        write(scratch.Name);
+        return CopyInPlace(scratch.Name, output);
+    }
     const std::string target = ThroughLinks(output);
     Unfinished beside(target);
     write(beside.Name);

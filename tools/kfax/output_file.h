@@ -4,13 +4,18 @@
 #include <cstdio>
 #include <functional>
 #include <string>
+#include <vector>
 
 namespace kfax {
+
+// Tells the files that are read: no output is written over one of them. Once, before the first output.
+void KeepInputs(const std::vector<std::string>& names);
 
 // Calls write with a new file in the output's directory and gives it the output's name when write
 // returns and every byte has reached the file. On an exception from write, on a failure and when a
 // signal ends the program the new file is removed, and what stood under the name stays. Throws
-// std::runtime_error with the reason. Any number of threads may write outputs.
+// std::runtime_error with the reason. Any number of threads may write outputs. An output that exists and is
+// no regular file (a device, a pipe) is written in place, when all of it is there.
 void WriteWhole(const std::string& output, const std::function<void(std::FILE* file)>& write);
 
 // The same for a writer that opens the file by its name.

@@ -36,7 +36,7 @@ std::string ReasonOf(const QPDFExc& error) {
 } // namespace
 
 bool IsPdf(const std::string& name) {
-    const std::unique_ptr<std::FILE, int (*)(std::FILE*)> file(std::fopen(name.c_str(), "rbe"), std::fclose);
+    const InputFile file = OpenInput(name);
     if (!file)
         return false;
     char start[kStartBytes];

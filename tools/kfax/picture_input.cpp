@@ -119,13 +119,13 @@ standin::BitmapPtr ReadPbm(std::FILE* file) {
 }
 
 bool IsPicture(const std::string& name) {
-    const std::unique_ptr<std::FILE, CloseFile> file(std::fopen(name.c_str(), "rbe"));
+    const InputFile file = OpenInput(name);
     return file != nullptr && KindOf(file.get()) != Kind::Other;
 }
 
 standin::BitmapPtr ReadPicture(const std::string& name, std::optional<int> threshold) {
     CheckInput(name);
-    const std::unique_ptr<std::FILE, CloseFile> file(std::fopen(name.c_str(), "rbe"));
+    const InputFile file = OpenInput(name);
     if (file == nullptr)
         throw std::runtime_error(SystemReason(errno));
     switch (KindOf(file.get())) {

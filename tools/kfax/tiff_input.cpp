@@ -191,7 +191,7 @@ std::vector<BlockFaults> InspectBlocks(const standin::Filter& filter, const Tiff
 } // namespace
 
 bool IsTiff(const std::string& name) {
-    const std::unique_ptr<std::FILE, int (*)(std::FILE*)> file(std::fopen(name.c_str(), "rbe"), std::fclose);
+    const InputFile file = OpenInput(name);
     char start[4] = {};
     if (file == nullptr || std::fread(start, 1, sizeof start, file.get()) != sizeof start)
         return false;

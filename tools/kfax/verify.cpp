@@ -36,7 +36,7 @@ struct PageVerdict {
 };
 
 std::vector<unsigned char> ReadFrom(const std::string& name, int64_t offset) {
-    const std::unique_ptr<std::FILE, int (*)(std::FILE*)> file(std::fopen(name.c_str(), "rbe"), std::fclose);
+    const InputFile file = OpenInput(name);
     const uint64_t size = CheckInput(name);
     if (file == nullptr || fseeko(file.get(), offset, SEEK_SET) != 0)
         throw std::runtime_error(SystemReason(errno));
