@@ -38,7 +38,7 @@ struct PageVerdict {
 std::vector<unsigned char> ReadFrom(const std::string& name, int64_t offset) {
     const InputFile file = OpenInput(name);
     const uint64_t size = CheckInput(name);
-    if (file == nullptr || fseeko(file.get(), offset, SEEK_SET) != 0)
+    if (!file || fseeko(file.get(), offset, SEEK_SET) != 0)
         throw std::runtime_error(SystemReason(errno));
     std::vector<unsigned char> bytes(
         size > static_cast<uint64_t>(offset) ? size - static_cast<uint64_t>(offset) : 0);
