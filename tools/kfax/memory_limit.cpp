@@ -36,6 +36,23 @@ void* operator new(size_t size) {
     }
 }
 
+// All forms, though the library's call the two above and below: a sanitizer has its own of each.
+void* operator new[](size_t size) {
+    return operator new(size);
+}
+
+void* operator new(size_t size, const std::nothrow_t& /*tag*/) noexcept {
+    try {
+        return operator new(size);
+    } catch (const std::bad_alloc&) {
+        return nullptr;
+    }
+}
+
+void* operator new[](size_t size, const std::nothrow_t& tag) noexcept {
+    return operator new(size, tag);
+}
+
 void operator delete(void* block) noexcept {
     if (account.Limited && block) // a block may be older than the limit
         account.Held -= std::min(account.Held, malloc_usable_size(block));
@@ -43,6 +60,22 @@ void operator delete(void* block) noexcept {
 }
 
 void operator delete(void* block, size_t /*size*/) noexcept {
+    operator delete(block);
+}
+
+void operator delete[](void* block) noexcept {
+    operator delete(block);
+}
+
+void operator delete[](void* block, size_t /*size*/) noexcept {
+    operator delete(block);
+}
+
+void operator delete(void* block, const std::nothrow_t& /*tag*/) noexcept {
+    operator delete(block);
+}
+
+void operator delete[](void* block, const std::nothrow_t& /*tag*/) noexcept {
     operator delete(block);
 }
 
