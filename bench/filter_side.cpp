@@ -25,7 +25,7 @@ extern "C" int StartSave(_BITMAPHANDLE* bitmap, _BITMAPHANDLE** saveBitmap, int,
     *saveBitmap = bitmap;
     *rowBuffer = static_cast<unsigned char*>(
         K_LocalAlloc(save.page.RowBytes() + standin::kRowSlack, 1, __LINE__, "row buffer"));
-    if (*rowBuffer == nullptr)
+    if (!*rowBuffer)
         return ERROR_NO_MEMORY;
     *saveFile = &save.saveFile;
     return SUCCESS;

@@ -16,7 +16,7 @@ enum : uint8_t { UPSET = 3, BATCHES = 4 }; // of Choice; the upper four bits tel
 uint64_t MostRowWords(const fuzz::Stream& stream, size_t bytes) {
     return uint64_t{stream.Height} * (3 + 2 * (stream.Width / 65534 + 1)) + 16 * uint64_t{bytes};
 }
-constexpr uint64_t CALL_BUDGET = 249998;
+constexpr uint64_t kCallBudget = 249998;
 
 struct RawLoad {
     int Status;
@@ -50,10 +50,10 @@ void fuzz::RunInput(const uint8_t* data, size_t size) {
     const int status =
         fltLoadBuffer(first, block.size(), pixels.data(), stream.Format, static_cast<int>(stream.Width),
                       static_cast<int>(stream.Height), 0, 0, stream.Flags);
-    const bool accepted = stream.Width <= MAX_BUFFER_WIDTH && first != nullptr;
-    Require(status == (first == nullptr ? ERROR_NULL_PTR
-                       : accepted       ? SUCCESS
-                                        : ERROR_INV_PARAMETER),
+    const bool accepted = stream.Width <= MAX_BUFFER_WIDTH && first;
+    Require(status == (!first     ? ERROR_NULL_PTR
+                       : accepted ? SUCCESS
+                                  : ERROR_INV_PARAMETER),
             "the buffer entry's status");
 
     RowSink sink;
@@ -66,7 +66,7 @@ void fuzz::RunInput(const uint8_t* data, size_t size) {
         return Require(raw.Status == ERROR_INV_PARAMETER, "a width out of range is refused");
     const bool upset = sink.What != RowSink::Upset::None && sink.Calls >= sink.UpsetAt;
     if (upset && sink.What == RowSink::Upset::Stop)
-        return Require(raw.Status == STOPPED, "the callback's status comes back");
+        return Require(raw.Status == kStopped, "the callback's status comes back");
     if (upset && sink.What == RowSink::Upset::Throw)
         return Require(raw.Status == ERROR_EXCEPTION, "an exception becomes a status");
     Require(raw.Status == SUCCESS, "the raw loader's status");
@@ -85,7 +85,7 @@ void fuzz::RunInput(const uint8_t* data, size_t size) {
     // in format 117, without a status.
     const bool whole =
         (raw.DataStatus == 0 || again.DataStatus == 0) && stream.Format != FORMAT_FAX_G3_2D_ALL2D;
-    if (whole && MostRowWords(stream, block.size()) < CALL_BUDGET)
+    if (whole && MostRowWords(stream, block.size()) < kCallBudget)
         Require(other.Pixels == sink.Pixels && again.DataStatus == raw.DataStatus,
                 "batches and a small buffer change nothing");
 }

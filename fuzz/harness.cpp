@@ -16,9 +16,9 @@ namespace fuzz {
 
 namespace {
 
-constexpr int FORMATS[] = {66, 67, 68, 117, 162, 121, 0, 1};
+constexpr int kFormats[] = {66, 67, 68, 117, 162, 121, 0, 1};
 // Where run pieces, the buffer entries, the loaders and the decoder set-up draw their lines.
-constexpr unsigned EDGE_WIDTHS[] = {65533, 65534, 65535, 65536, 131068, 249998, 249999, 250000, 250001};
+constexpr unsigned kEdgeWidths[] = {65533, 65534, 65535, 65536, 131068, 249998, 249999, 250000, 250001};
 
 } // namespace
 
@@ -31,14 +31,14 @@ void Require(bool holds, const char* what) {
 
 unsigned TakeWidth(Input& input) {
     const unsigned word = input.Word();
-    return word <= MOST_SIMPLE_WIDTH ? word : EDGE_WIDTHS[word % std::size(EDGE_WIDTHS)];
+    return word <= kMostSimpleWidth ? word : kEdgeWidths[word % std::size(kEdgeWidths)];
 }
 
 Stream TakeStream(Input& input) {
     Stream stream;
-    stream.Format = FORMATS[input.Byte() % std::size(FORMATS)];
+    stream.Format = kFormats[input.Byte() % std::size(kFormats)];
     stream.Width = TakeWidth(input);
-    const unsigned most = std::min(MOST_PIXELS / std::max(stream.Width, 1u), 4096u);
+    const unsigned most = std::min(kMostPixels / std::max(stream.Width, 1u), 4096u);
     stream.Height = input.Word() % (most + 1);
     stream.Flags = input.Word();
     stream.Offset = input.Byte();
@@ -52,15 +52,15 @@ void PutWord(Bytes& input, unsigned value) {
 }
 
 void PutWidth(Bytes& input, unsigned width) {
-    const auto* const edge = std::find(std::begin(EDGE_WIDTHS), std::end(EDGE_WIDTHS), width);
-    const auto index = static_cast<unsigned>(edge - EDGE_WIDTHS);
-    constexpr unsigned FIRST = (MOST_SIMPLE_WIDTH / std::size(EDGE_WIDTHS) + 1) * std::size(EDGE_WIDTHS);
-    PutWord(input, width <= MOST_SIMPLE_WIDTH ? width : FIRST + index);
+    const auto* const edge = std::find(std::begin(kEdgeWidths), std::end(kEdgeWidths), width);
+    const auto index = static_cast<unsigned>(edge - kEdgeWidths);
+    constexpr unsigned kFirst = (kMostSimpleWidth / std::size(kEdgeWidths) + 1) * std::size(kEdgeWidths);
+    PutWord(input, width <= kMostSimpleWidth ? width : kFirst + index);
 }
 
 void PutStream(Bytes& input, const Stream& stream) {
-    const auto* const format = std::find(std::begin(FORMATS), std::end(FORMATS), stream.Format);
-    input.push_back(static_cast<uint8_t>(format - FORMATS));
+    const auto* const format = std::find(std::begin(kFormats), std::end(kFormats), stream.Format);
+    input.push_back(static_cast<uint8_t>(format - kFormats));
     PutWidth(input, stream.Width);
     PutWord(input, stream.Height);
     PutWord(input, stream.Flags);
@@ -86,8 +86,8 @@ bool EndsAtRefill(size_t bytes, bool smallBuffer) {
 }
 
 const standin::Filter& TheFilter() {
-    static constexpr standin::Filter FILTER{fltInfo, fltLoad, fltSave, K_LoadTiledFax, K_SaveTiledFax};
-    return FILTER;
+    static constexpr standin::Filter kFilter{fltInfo, fltLoad, fltSave, K_LoadTiledFax, K_SaveTiledFax};
+    return kFilter;
 }
 
 NamedFile::NamedFile(const Bytes& contents)
@@ -142,7 +142,7 @@ extern "C" int CheckRows(_FILEINFOA* /*fileInfo*/, _BITMAPHANDLE* /*bitmap*/, un
     case RowSink::Upset::None:
         return SUCCESS;
     case RowSink::Upset::Stop:
-        return STOPPED;
+        return kStopped;
     case RowSink::Upset::Throw:
         throw std::runtime_error("upset");
     case RowSink::Upset::CutHeight:

@@ -22,8 +22,8 @@ void RunInput(const uint8_t* data, size_t size);
 
 void Require(bool holds, const char* what);
 
-inline constexpr unsigned MOST_SIMPLE_WIDTH = 4096;
-inline constexpr unsigned MOST_PIXELS = 1 << 21;
+inline constexpr unsigned kMostSimpleWidth = 4096;
+inline constexpr unsigned kMostPixels = 1 << 21;
 
 class Input {
 public:
@@ -110,7 +110,7 @@ struct RowSink {
     int UpsetAt = 1;               // the call that it happens at
     _LOADINFO* LoadInfo = nullptr; // whose height CutHeight lowers
 };
-inline constexpr int STOPPED = -4711;
+inline constexpr int kStopped = -4711;
 
 void KeepRows(RowSink& sink, unsigned width, unsigned height);
 extern "C" RowCallbackFn CheckRows; // userData: the RowSink

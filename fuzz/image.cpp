@@ -24,7 +24,7 @@ void fuzz::RunInput(const uint8_t* data, size_t size) {
     standin::LoadOptions options;
     options.Batches = (stream.Choice & BATCHES) != 0;
     options.DiscardRows =
-        uint64_t{info.Width} * static_cast<uint32_t>(std::max(info.Height, 0)) > MOST_PIXELS;
+        uint64_t{info.Width} * static_cast<uint32_t>(std::max(info.Height, 0)) > kMostPixels;
     if ((stream.Choice & STOP) != 0)
         options.Progress = [](int done, int) { return done < 150; };
     const standin::LoadResult loaded = standin::Load(TheFilter(), file.Name(), description, options);

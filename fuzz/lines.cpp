@@ -7,8 +7,8 @@
 namespace {
 
 enum : uint8_t { PROBE = 1, SMALL_BUFFER = 2, BYTE_LIMIT = 4, ONE_BY_ONE = 8 };
-constexpr unsigned MOST_LINES = 400;
-constexpr size_t MOST_BYTES = 16384; // the reference decoder is slow
+constexpr unsigned kMostLines = 400;
+constexpr size_t kMostBytes = 16384; // the reference decoder is slow
 
 void CompareState(const CodecRun& codec, const ReferenceDecoder& reference) {
     const CCITTG34& record = codec.record;
@@ -30,7 +30,7 @@ void fuzz::RunInput(const uint8_t* data, size_t size) {
     Input input(data, size);
     const Stream stream = TakeStream(input);
     Bytes bytes = input.Rest();
-    bytes.resize(std::min(bytes.size(), MOST_BYTES));
+    bytes.resize(std::min(bytes.size(), kMostBytes));
     ResetTestKernel();
     CodecSetup setup;
     setup.format = static_cast<unsigned>(stream.Format);
@@ -50,7 +50,7 @@ void fuzz::RunInput(const uint8_t* data, size_t size) {
             CompareState(codec, reference);
         return;
     }
-    unsigned left = std::min(stream.Height, MOST_LINES);
+    unsigned left = std::min(stream.Height, kMostLines);
     while (left != 0) {
         const unsigned lines = (stream.Choice & ONE_BY_ONE) != 0 ? 1 : left;
         const bool stopped = reference.decodeStatus != 0;

@@ -21,7 +21,7 @@ using fuzz::Bytes;
 
 namespace {
 
-constexpr unsigned HEIGHT = 104; // the probe wants 100 lines
+constexpr unsigned kHeight = 104; // the probe wants 100 lines
 
 struct SeedDirectory {
     fs::path Root;
@@ -88,7 +88,7 @@ struct TiffKind {
     unsigned TileSize; // 0: strips
     uint16_t Orientation;
 };
-constexpr TiffKind TIFF_KINDS[] = {
+constexpr TiffKind kTiffKinds[] = {
     {"none", 0, COMPRESSION_NONE, 0, FILLORDER_MSB2LSB, PHOTOMETRIC_MINISBLACK, 0, 1},
     {"none-tiles", 0, COMPRESSION_NONE, 0, FILLORDER_LSB2MSB, PHOTOMETRIC_MINISWHITE, 32, 4},
     {"rle", 162, COMPRESSION_CCITTRLE, 0, FILLORDER_MSB2LSB, PHOTOMETRIC_MINISWHITE, 0, 2},
@@ -184,7 +184,7 @@ void PutEverywhere(const SeedDirectory& seeds, const std::string& name, fuzz::St
 void PutStreams(const SeedDirectory& seeds) {
     const fs::path scratch = seeds.Root / "scratch.tif";
     for (const unsigned width : {17u, 128u, 3000u, 65535u}) {
-        const unsigned height = width > 128 ? 6 : HEIGHT;
+        const unsigned height = width > 128 ? 6 : kHeight;
         const standin::BitmapPtr page = MakePage(width, height);
         for (const int format : {66, 67, 68, 117, 162})
             for (const unsigned flags : {0u, FAX_REVERSE_BITS, FAX_ALIGN_EOL}) {
@@ -195,7 +195,7 @@ void PutStreams(const SeedDirectory& seeds) {
                     seeds, std::to_string(format) + '-' + std::to_string(width) + '-' + std::to_string(flags),
                     stream, Coded(*page, format, flags));
             }
-        for (const TiffKind& kind : TIFF_KINDS)
+        for (const TiffKind& kind : kTiffKinds)
             if (kind.Format != 0 && kind.TileSize == 0 && kind.FillOrder == FILLORDER_MSB2LSB)
                 PutEverywhere(seeds, std::string("libtiff-") + kind.Name + '-' + std::to_string(width),
                               {kind.Format, width, height, LOADINFO_ORIENTATION_1},
@@ -233,7 +233,7 @@ void PutPixels(const SeedDirectory& seeds) {
 
 void PutPictureFiles(const SeedDirectory& seeds) {
     const standin::BitmapPtr page = MakePage(72, 40);
-    for (const TiffKind& kind : TIFF_KINDS)
+    for (const TiffKind& kind : kTiffKinds)
         for (const char* mode : {"wl", "wb8"}) {
             const std::string name = std::string(kind.Name) + '-' + mode + ".tif";
             const TiffPtr tiff(TIFFOpen(seeds.Path("picture_file", name).c_str(), mode));
@@ -260,7 +260,7 @@ void PutPictureFiles(const SeedDirectory& seeds) {
 void PutPdfs(const SeedDirectory& seeds) {
     const fs::path scratch = seeds.Root / "scratch.tif";
     const standin::BitmapPtr page = MakePage(72, 40);
-    for (const TiffKind& kind : TIFF_KINDS) {
+    for (const TiffKind& kind : kTiffKinds) {
         if (kind.Format == 0 || kind.TileSize != 0)
             continue;
         const Bytes strip = CodedByLibtiff(scratch, kind, *page);

@@ -16,7 +16,7 @@ void LoadPictures(kfax::PdfFile& file) {
             kfax::PdfImage image = kfax::ReadPdfImage(file, number);
             const _FILEINFOA& info = image.Image.FileInfo.Declared;
             const uint64_t rowPixels = std::max<uint64_t>(info.Width, image.Data.Width);
-            if (rowPixels * static_cast<uint32_t>(info.Height) > fuzz::MOST_PIXELS)
+            if (rowPixels * static_cast<uint32_t>(info.Height) > fuzz::kMostPixels)
                 continue;
             std::string damage;
             std::vector<kfax::BlockFaults> faults;

@@ -12,8 +12,8 @@
 
 namespace {
 
-constexpr unsigned MOST_PAGES = 3;
-constexpr size_t PNG_WIDTH_AT = 16; // in the header chunk, with the height behind it
+constexpr unsigned kMostPages = 3;
+constexpr size_t kPngWidthAt = 16; // in the header chunk, with the height behind it
 
 uint64_t BigEndian32(const uint8_t* bytes) {
     return uint64_t{bytes[0]} << 24 | uint64_t{bytes[1]} << 16 | uint64_t{bytes[2]} << 8 | bytes[3];
@@ -21,19 +21,19 @@ uint64_t BigEndian32(const uint8_t* bytes) {
 
 // A few bytes of PNG can stand for a picture of any size.
 bool IsLargePng(const uint8_t* data, size_t size) {
-    return size >= PNG_WIDTH_AT + 8 && data[0] == 0x89 &&
-           BigEndian32(data + PNG_WIDTH_AT) * BigEndian32(data + PNG_WIDTH_AT + 4) > 1 << 20;
+    return size >= kPngWidthAt + 8 && data[0] == 0x89 &&
+           BigEndian32(data + kPngWidthAt) * BigEndian32(data + kPngWidthAt + 4) > 1 << 20;
 }
 
 void LoadPages(const std::string& name) {
     kfax::TiffFile file(name, "rm");
-    const unsigned pages = std::min(kfax::CountTiffPages(file), MOST_PAGES);
+    const unsigned pages = std::min(kfax::CountTiffPages(file), kMostPages);
     for (unsigned number = 1; number <= pages; ++number) {
         try {
             const kfax::TiffPage page = kfax::OpenTiffPage(file, number);
             const _FILEINFOA& info = page.Image.FileInfo.Declared;
             const uint64_t rowPixels = std::max<uint64_t>(info.Width, page.BlockWidth);
-            if (rowPixels * static_cast<uint32_t>(info.Height) > fuzz::MOST_PIXELS)
+            if (rowPixels * static_cast<uint32_t>(info.Height) > fuzz::kMostPixels)
                 continue;
             std::string damage;
             const standin::LoadResult loaded =

@@ -20,10 +20,10 @@ enum : uint8_t {
     CONVERTED = 64,
     TRAILER = 128
 };
-constexpr unsigned MOST_ROUND_TRIP_PIXELS = 1 << 18;
+constexpr unsigned kMostRoundTripPixels = 1 << 18;
 // At the greatest widths a line of single pixels has more changes than the decoders' lists hold.
-constexpr unsigned MOST_DENSE_WIDTH = 249900;
-constexpr size_t BLANK_BYTES = 32;
+constexpr unsigned kMostDenseWidth = 249900;
+constexpr size_t kBlankBytes = 32;
 
 // Rows without line ends have no trailer either that could be dropped.
 bool LosesItsEnd(int format, size_t bytes, bool smallBuffer) {
@@ -42,8 +42,8 @@ standin::BitmapPtr PictureOf(const fuzz::Stream& stream, const fuzz::Bytes& data
             y != 0 && (stream.Choice & XOR_ROWS) != 0 ? standin::BitmapRow(*bitmap, y - 1) : nullptr;
         for (size_t i = 0; i < rowBytes; ++i) {
             const unsigned byte = data.empty() ? 0 : data[at++ % data.size()];
-            if (stream.Width <= MOST_DENSE_WIDTH || i >= BLANK_BYTES)
-                row[i] = static_cast<unsigned char>(byte ^ (above != nullptr ? above[i] : 0u));
+            if (stream.Width <= kMostDenseWidth || i >= kBlankBytes)
+                row[i] = static_cast<unsigned char>(byte ^ (above ? above[i] : 0u));
         }
     }
     return bitmap;
@@ -149,7 +149,7 @@ void fuzz::RunInput(const uint8_t* data, size_t size) {
     Stream stream = TakeStream(input);
     if (stream.Width == 0 || stream.Width > MAX_IMAGE_WIDTH || stream.Format == FORMAT_FAX_G4_HEADER)
         return;
-    stream.Height = std::min(stream.Height, MOST_ROUND_TRIP_PIXELS / stream.Width);
+    stream.Height = std::min(stream.Height, kMostRoundTripPixels / stream.Width);
     if (stream.Height == 0)
         return;
     const standin::BitmapPtr bitmap = PictureOf(stream, input.Rest());
@@ -162,8 +162,8 @@ void fuzz::RunInput(const uint8_t* data, size_t size) {
     bitmap->YResolution = stream.Offset * 8;
     const bool inverted = (stream.Choice & INVERTED) != 0;
     if (inverted) {
-        static constexpr _PALETTEENTRY BLACK_AND_WHITE[] = {{0, 0, 0, 0}, {255, 255, 255, 0}};
-        K_SetBitmapNewPalette(bitmap.get(), BLACK_AND_WHITE, bitmap->PaletteParam, 0);
+        static constexpr _PALETTEENTRY kBlackAndWhite[] = {{0, 0, 0, 0}, {255, 255, 255, 0}};
+        K_SetBitmapNewPalette(bitmap.get(), kBlackAndWhite, bitmap->PaletteParam, 0);
     }
     // What the coder sees.
     const bool flipped = inverted && (how.ConvertedCopy || !how.NoInvert);

@@ -15,8 +15,8 @@ enum : uint8_t {
     OTHER_WIDTH = 64,
     OTHER_HEIGHT = 128
 };
-constexpr uint64_t MOST_TILES = 4096;
-constexpr unsigned MARK = 0x8000; // of a listed byte count: the tile is packed rows
+constexpr uint64_t kMostTiles = 4096;
+constexpr unsigned kMark = 0x8000; // of a listed byte count: the tile is packed rows
 
 uint64_t CeilDivide(uint64_t value, uint64_t divisor) {
     return (value + divisor - 1) / divisor;
@@ -33,8 +33,8 @@ void fuzz::RunInput(const uint8_t* data, size_t size) {
     tiles.TileCount = input.Byte();
     if (tiles.TileWidth != 0 && tiles.TileHeight != 0) {
         const uint64_t across = CeilDivide(stream.Width, tiles.TileWidth);
-        if (across * CeilDivide(stream.Height, tiles.TileHeight) > MOST_TILES ||
-            uint64_t{stream.Width} * tiles.TileHeight > 4 * uint64_t{MOST_PIXELS})
+        if (across * CeilDivide(stream.Height, tiles.TileHeight) > kMostTiles ||
+            uint64_t{stream.Width} * tiles.TileHeight > 4 * uint64_t{kMostPixels})
             return;
     }
     std::vector<uint32_t> offsets(tiles.TileCount);
@@ -43,8 +43,8 @@ void fuzz::RunInput(const uint8_t* data, size_t size) {
     for (size_t i = 0; i < tiles.TileCount; ++i) {
         offsets[i] = input.Word();
         const unsigned count = input.Word();
-        marks[i] = (count & MARK) != 0;
-        byteCounts[i] = count & ~MARK;
+        marks[i] = (count & kMark) != 0;
+        byteCounts[i] = count & ~kMark;
     }
     const bool listed = tiles.TileCount != 0 && (stream.Choice & NO_OFFSETS) == 0;
     uint32_t none = 0;
@@ -77,7 +77,7 @@ void fuzz::RunInput(const uint8_t* data, size_t size) {
                                       (stream.Choice & NO_MARKS) != 0 ? nullptr : marks.data());
     const bool upset = sink.What != RowSink::Upset::None && sink.Calls >= sink.UpsetAt;
     if (upset)
-        Require(status == (sink.What == RowSink::Upset::Stop ? STOPPED : ERROR_EXCEPTION),
+        Require(status == (sink.What == RowSink::Upset::Stop ? kStopped : ERROR_EXCEPTION),
                 "the upset's status");
     else
         Require(status == SUCCESS || status == ERROR_FILE_READ || status == ERROR_NULL_PTR ||

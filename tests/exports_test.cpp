@@ -10,10 +10,10 @@ namespace {
 std::string OutputOf(const std::string& command) {
     std::string output;
     FILE* pipe = popen(command.c_str(), "r");
-    if (pipe == nullptr)
+    if (!pipe)
         return output;
     char part[4096];
-    while (std::fgets(part, sizeof part, pipe) != nullptr)
+    while (std::fgets(part, sizeof part, pipe))
         output += part;
     EXPECT_EQ(pclose(pipe), 0) << command;
     return output;

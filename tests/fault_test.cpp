@@ -324,7 +324,7 @@ int ExpectedStatus(const Scenario& scenario, const Play& play) {
 constexpr int kLeaves = 4712;
 
 int ExpectedOfThrow(const Scenario& scenario, const Play& play) {
-    const std::string last = scenario.lastUnguarded == nullptr ? "-" : scenario.lastUnguarded;
+    const std::string last = scenario.lastUnguarded ? scenario.lastUnguarded : "-";
     if (CallsNamed(last).empty() || play.call.rfind(last, 0) == 0 || play.name == "Close")
         return kLeaves;
     // The tiled loader's clean-up comes behind its result.
@@ -351,7 +351,7 @@ TEST_P(Faults, AtEveryCall) {
             return;
         }
         // A throw out of the codec's last releases ends the call at once: what it had not come to stays.
-        const bool mayHold = scenario.lastUnguarded != nullptr && fault == Fault::Throw &&
+        const bool mayHold = scenario.lastUnguarded && fault == Fault::Throw &&
                              (play.call == "Free 1000000" || play.call == "Free 200000");
         EXPECT_TRUE(mayHold || NothingHeld());
         const int wanted =

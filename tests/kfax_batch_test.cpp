@@ -147,10 +147,10 @@ TEST_F(KfaxBatch, JobsChangeNothing) {
         ASSERT_EQ(lines.size(), 60u);
         ASSERT_EQ(others.size(), 60u);
         for (size_t i = 0; i < lines.size(); ++i) {
-            static constexpr const char* STATUSES[] = {"good", "good",   "damaged", "failed",
-                                                       "good", "failed", "good"};
+            static constexpr const char* kStatuses[] = {"good", "good",   "damaged", "failed",
+                                                        "good", "failed", "good"};
             EXPECT_EQ(lines[i]["file"].get<std::string>().find(std::to_string(i)), 0u);
-            EXPECT_EQ(lines[i]["status"], STATUSES[i % 7]);
+            EXPECT_EQ(lines[i]["status"], kStatuses[i % 7]);
             EXPECT_EQ(lines[i]["file"], others[i]["file"]);
             EXPECT_EQ(lines[i]["status"], others[i]["status"]);
             EXPECT_EQ(lines[i].contains("error"), i % 7 == 3 || i % 7 == 5);
@@ -164,9 +164,9 @@ TEST_F(KfaxBatch, JobsChangeNothing) {
 TEST_F(KfaxBatch, InterruptedAndResumed) {
     writePbm("large.pbm", testPicture(2000, 2000));
     ASSERT_EQ(kfax("save large.pbm large.tif").code, 0);
-    constexpr size_t FILES = 80;
+    constexpr size_t kFiles = 80;
     fs::create_directory("in");
-    for (size_t i = 0; i < FILES; ++i)
+    for (size_t i = 0; i < kFiles; ++i)
         fs::create_hard_link("large.tif", std::string("in/") + std::to_string(i) + ".tif");
 
     const pid_t child = fork();
@@ -190,7 +190,7 @@ TEST_F(KfaxBatch, InterruptedAndResumed) {
 
     const auto before = treeOf("out");
     EXPECT_GE(before.size(), 4u);
-    EXPECT_LT(before.size(), FILES);
+    EXPECT_LT(before.size(), kFiles);
     std::map<std::string, fs::file_time_type> times;
     const Bytes whole = readFile("large.pbm");
     for (const auto& [name, bytes] : before) {
@@ -208,7 +208,7 @@ TEST_F(KfaxBatch, InterruptedAndResumed) {
     for (const auto& [name, time] : times)
         EXPECT_EQ(fs::last_write_time(std::string("out/") + name), time) << name << " was written twice";
     const auto after = treeOf("out");
-    EXPECT_EQ(after.size(), FILES);
+    EXPECT_EQ(after.size(), kFiles);
     for (const auto& [name, bytes] : after)
         EXPECT_TRUE(bytes == whole) << name;
     // All pages of a file count, and its numbered outputs.

@@ -112,11 +112,11 @@ std::string pictureDict(const Pixels& pixels, const std::string& filter, const s
            parameters + " " + more;
 }
 
-constexpr const char* DRAW = "q 72 0 0 36 10 20 cm /P Do Q";
+constexpr const char* kDraw = "q 72 0 0 36 10 20 cm /P Do Q";
 
 // A page that draws one picture, object 6.
 void writeOne(const std::string& name, const std::string& dict, const std::string& bytes) {
-    Pdf pdf = document({DRAW});
+    Pdf pdf = document({kDraw});
     pdf.objects[2] = "<< /P " + std::to_string(pdf.addStream(dict, bytes)) + " 0 R >>";
     pdf.write(name);
 }
@@ -147,7 +147,7 @@ struct Picture {
     int height = 70; // of the picture; 70 are coded
     int code = 0;
 };
-constexpr Picture PICTURES[] = {
+constexpr Picture kPictures[] = {
     {Data::G4, "/K -1"},
     {Data::G4, "/K -7 /Rows 70 /EndOfBlock false"},
     {Data::G4, "/K -1.0 /Rows 0"},
@@ -172,13 +172,13 @@ constexpr Picture PICTURES[] = {
 };
 
 // 600 MiB of zeros in three layers of Flate.
-constexpr const char* BOMB =
+constexpr const char* kBomb =
     "78daabb8f5f68ea25f0ca348db45f392232c8c210bb2229857b5b1f89836655d627df07a46cb83ecac74ee501d86f6231717"
     "a531b204366ac91a6de638f2fb5ce421fdfcbc7deffbfdb74f3e69c0f359fe7fbdedf96dec0c0c0c094f9ed5afb35bd3cf78"
     "f8e0ab87a75f868384deec7bfbcec7dcbdb1fef97cbf338c4091c5e5b55f2af33f2b7ef8fe29298b0f2820b1f7eff4a71f9f"
     "89156cdff5b3228d1f2c72bf09a4748292049064d005732e403886c89c5199519951990191f9f439d532de9e4de6fe7ab9b8"
     "f4dfcc40a1f7391b4b7748a8e5979b8a1801005fb5d1c7>";
-constexpr const char* LAYERS = "/ASCIIHexDecode /FlateDecode /FlateDecode /FlateDecode";
+constexpr const char* kLayers = "/ASCIIHexDecode /FlateDecode /FlateDecode /FlateDecode";
 
 class KfaxPdf : public KfaxRuns {
 protected:
@@ -210,7 +210,7 @@ protected:
 
 TEST_F(KfaxPdf, EveryKindOfParameters) {
     const Pixels picture = testPicture(1728, 70);
-    for (const Picture& kind : PICTURES) {
+    for (const Picture& kind : kPictures) {
         SCOPED_TRACE(std::string(kind.parameters) + " " + kind.more);
         Pixels expected = withHeight(picture, static_cast<uint32_t>(kind.height));
         const std::string dict =
@@ -272,8 +272,8 @@ TEST_F(KfaxPdf, PicturesAreNumberedAsThePagesDrawThem) {
         "q 48 0 0 8 0 0 cm BI /W 48 /H 8 /BPC 1 /CS /G /F [/AHx /CCF] /DP [null "
         "<< /K -1 /Columns 48 >>] ID " +
         hex(coded(third, COMPRESSION_CCITTFAX4)) + " EI Q ";
-    Pdf pdf = document({std::string(DRAW) + " q 1 0 0 1 0 0 cm /P Do Q " + inlinePicture,
-                        "q 0.5 0 0 0.5 0 0 cm /F Do Q /Grey Do /Nothing Do", DRAW});
+    Pdf pdf = document({std::string(kDraw) + " q 1 0 0 1 0 0 cm /P Do Q " + inlinePicture,
+                        "q 0.5 0 0 0.5 0 0 cm /F Do Q /Grey Do /Nothing Do", kDraw});
     const auto number = [](size_t object) { return std::to_string(object) + " 0 R"; };
     const std::string g4 = coded(first, COMPRESSION_CCITTFAX4);
     const std::string columns = number(pdf.add("304")), parameters = number(pdf.add(fax + columns + " >>"));
@@ -322,7 +322,7 @@ TEST_F(KfaxPdf, TurnedAndMirroredPictures) {
         const char* matrix;
         int orientation;
     };
-    constexpr Turn TURNS[] = {
+    constexpr Turn kTurns[] = {
         {"", "72 0 0 36 0 0", 1},
         {"", "-72 0 0 36 0 0", 2},
         {"", "-72 0 0 -36 0 0", 3},
@@ -336,7 +336,7 @@ TEST_F(KfaxPdf, TurnedAndMirroredPictures) {
         {"/Rotate -90", "72 0 0 36 0 0", 8},
         {"/Rotate 90", "0 72 -36 0 0 0", 1},
     };
-    for (const Turn& turn : TURNS) {
+    for (const Turn& turn : kTurns) {
         SCOPED_TRACE(std::string(turn.page) + " " + turn.matrix);
         Pdf pdf = document({std::string("q ") + turn.matrix + " cm /P Do Q"}, turn.page);
         pdf.objects[2] = "<< /P " + std::to_string(pdf.addStream(dict, g4)) + " 0 R >>";
@@ -382,30 +382,30 @@ struct Hostile {
     const char* dict; // of the picture
     const char* content;
 };
-constexpr Hostile HOSTILE[] = {
-    {"no width", "/Height 60 /Filter /CCITTFaxDecode", DRAW},
-    {"a size of 2^62", "/Width 4611686018427387904 /Height 60 /Filter /CCITTFaxDecode", DRAW},
-    {"half a gigabyte of nothing", "/Width 65535 /Height 65535 /Filter /CCITTFaxDecode", DRAW},
-    {"too wide", "/Width 304 /Height 60 /Filter /CCITTFaxDecode /DecodeParms << /Columns 250000 >>", DRAW},
-    {"no columns", "/Width 304 /Height 60 /Filter /CCITTFaxDecode /DecodeParms << /Columns 0 >>", DRAW},
+constexpr Hostile kHostile[] = {
+    {"no width", "/Height 60 /Filter /CCITTFaxDecode", kDraw},
+    {"a size of 2^62", "/Width 4611686018427387904 /Height 60 /Filter /CCITTFaxDecode", kDraw},
+    {"half a gigabyte of nothing", "/Width 65535 /Height 65535 /Filter /CCITTFaxDecode", kDraw},
+    {"too wide", "/Width 304 /Height 60 /Filter /CCITTFaxDecode /DecodeParms << /Columns 250000 >>", kDraw},
+    {"no columns", "/Width 304 /Height 60 /Filter /CCITTFaxDecode /DecodeParms << /Columns 0 >>", kDraw},
     {"two-dimensional rows without line ends",
-     "/Width 304 /Height 60 /Filter /CCITTFaxDecode /DecodeParms << /K 4 >>", DRAW},
-    {"eight bits", "/Width 304 /Height 60 /BitsPerComponent 8 /Filter /CCITTFaxDecode", DRAW},
-    {"the data elsewhere", "/Width 304 /Height 60 /Filter /CCITTFaxDecode /F (/etc/passwd)", DRAW},
+     "/Width 304 /Height 60 /Filter /CCITTFaxDecode /DecodeParms << /K 4 >>", kDraw},
+    {"eight bits", "/Width 304 /Height 60 /BitsPerComponent 8 /Filter /CCITTFaxDecode", kDraw},
+    {"the data elsewhere", "/Width 304 /Height 60 /Filter /CCITTFaxDecode /F (/etc/passwd)", kDraw},
     {"seven filters",
      "/Width 304 /Height 60 /Filter [/ASCIIHexDecode /ASCIIHexDecode /ASCIIHexDecode /ASCIIHexDecode "
      "/ASCIIHexDecode /ASCIIHexDecode /CCITTFaxDecode]",
-     DRAW},
+     kDraw},
     {"a predictor of a gigabyte a row",
      "/Width 304 /Height 60 /Filter [/FlateDecode /CCITTFaxDecode] /DecodeParms [<< /Predictor 12 /Columns "
      "1073741824 >> null]",
-     DRAW},
-    {"no fax", "/Width 304 /Height 60 /Filter /FlateDecode", DRAW},
+     kDraw},
+    {"no fax", "/Width 304 /Height 60 /Filter /FlateDecode", kDraw},
     {"nothing drawn", "/Width 304 /Height 60 /Filter /CCITTFaxDecode", "q Q"},
 };
 
 TEST_F(KfaxPdf, HostileFilesAreRefused) {
-    for (const Hostile& hostile : HOSTILE) {
+    for (const Hostile& hostile : kHostile) {
         SCOPED_TRACE(hostile.what);
         Pdf pdf = document({hostile.content});
         const std::string dict = std::string("/Subtype /Image ") + hostile.dict;
@@ -440,14 +440,14 @@ TEST_F(KfaxPdf, HostileFilesAreRefused) {
 }
 
 TEST_F(KfaxPdf, SmallFilesTakeLittleMemory) {
-    const std::string filter = std::string("/Filter [") + LAYERS;
-    Pdf pdf = document({DRAW});
+    const std::string filter = std::string("/Filter [") + kLayers;
+    Pdf pdf = document({kDraw});
     const std::string fax = "/Subtype /Image /Width 1728 /Height 900 " + filter + " /CCITTFaxDecode]";
-    pdf.objects[2] = "<< /P " + std::to_string(pdf.addStream(fax, BOMB)) + " 0 R >>";
+    pdf.objects[2] = "<< /P " + std::to_string(pdf.addStream(fax, kBomb)) + " 0 R >>";
     pdf.write("picture.pdf");
-    pdf = document({DRAW});
-    pdf.objects[3] = "<< " + filter + "] /Length " + std::to_string(std::strlen(BOMB)) + " >>\nstream\n" +
-                     BOMB + "\nendstream";
+    pdf = document({kDraw});
+    pdf.objects[3] = "<< " + filter + "] /Length " + std::to_string(std::strlen(kBomb)) + " >>\nstream\n" +
+                     kBomb + "\nendstream";
     pdf.write("content.pdf");
     pdf.objects = {"<< /Type /XRef /Size 5 /W [1 2 1] /Root 2 0 R " + pdf.objects[3].substr(2)};
     const std::string table = "%PDF-1.5\n1 0 obj\n" + pdf.objects[0] + "\nendobj\nstartxref\n9\n%%EOF\n";

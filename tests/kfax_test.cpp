@@ -5,26 +5,26 @@
 
 namespace {
 
-const Pixels PAGE = testPicture(1001, 300);
+const Pixels kPage = testPicture(1001, 300);
 
 struct RawFormat {
     const char* name;
     int number;
 };
-constexpr RawFormat RAW_FORMATS[] = {
+constexpr RawFormat kRawFormats[] = {
     {"g3", 66}, {"g3-2d", 67}, {"g4", 68}, {"g3-all2d", 117}, {"g3-noeol", 162}};
 
 class Kfax : public KfaxRuns {
 protected:
     void SetUp() override {
         KfaxRuns::SetUp();
-        writePbm("page.pbm", PAGE);
+        writePbm("page.pbm", kPage);
     }
 };
 
 TEST_F(Kfax, EveryFormatComesBack) {
     const std::string size = " --width 1001 --height 300 --format ";
-    for (const RawFormat& format : RAW_FORMATS)
+    for (const RawFormat& format : kRawFormats)
         for (const char* order : {"", " --reverse-bits"}) {
             SCOPED_TRACE(std::string(format.name) + order);
             EXPECT_EQ(kfax(std::string("save page.pbm page.fax --format ") + format.name + order).code, 0);
@@ -32,7 +32,7 @@ TEST_F(Kfax, EveryFormatComesBack) {
                 const Outcome load = kfax("load page.fax back.pbm" + size + name + order);
                 EXPECT_EQ(load.code, 0) << load.said;
                 EXPECT_EQ(load.said, "");
-                EXPECT_TRUE(readPbm("back.pbm") == PAGE);
+                EXPECT_TRUE(readPbm("back.pbm") == kPage);
             }
         }
 }
@@ -40,10 +40,10 @@ TEST_F(Kfax, EveryFormatComesBack) {
 TEST_F(Kfax, MirrorInvertAndBatch) {
     ASSERT_EQ(kfax("save page.pbm page.g4").code, 0);
     const std::string how = " --width 1001 --height 300 --format g4";
-    Pixels expected{PAGE.width, PAGE.height, Bytes(PAGE.rows.size())};
-    for (uint32_t y = 0; y < PAGE.height; ++y)
-        for (uint32_t x = 0; x < PAGE.width; ++x)
-            if (!PAGE.black(PAGE.width - 1 - x, y))
+    Pixels expected{kPage.width, kPage.height, Bytes(kPage.rows.size())};
+    for (uint32_t y = 0; y < kPage.height; ++y)
+        for (uint32_t x = 0; x < kPage.width; ++x)
+            if (!kPage.black(kPage.width - 1 - x, y))
                 expected.blacken(x, y);
     // By the loader on the stream, and by kfax on the picture.
     EXPECT_EQ(kfax("load page.g4 back.pbm --batch --mirror --invert" + how).code, 0);
@@ -65,7 +65,7 @@ TEST_F(Kfax, KindsConvertIntoOneAnother) {
         EXPECT_EQ(outcome.code, 0) << step << ": " << outcome.said;
         EXPECT_EQ(outcome.said, "") << step;
     }
-    EXPECT_TRUE(readPbm("f.pbm") == PAGE);
+    EXPECT_TRUE(readPbm("f.pbm") == kPage);
     const auto told = jsonLines(kfax("info --json b.TIFF").told);
     EXPECT_EQ(told[0]["coding"], "g3-2d");
     EXPECT_EQ(told[0]["layout"], "tiles of 64 x 48");
@@ -93,7 +93,7 @@ TEST_F(Kfax, InfoTellsWhatTheFilesAre) {
     EXPECT_EQ(told[1]["damaged"], false);
     EXPECT_TRUE(told[2].contains("error"));
     EXPECT_EQ(kfax("load page.hdr back.pbm").code, 0);
-    EXPECT_TRUE(readPbm("back.pbm") == PAGE);
+    EXPECT_TRUE(readPbm("back.pbm") == kPage);
 }
 
 TEST_F(Kfax, DamageIsReportedAndTheRestLoaded) {
@@ -105,9 +105,9 @@ TEST_F(Kfax, DamageIsReportedAndTheRestLoaded) {
     EXPECT_EQ(load.code, 3);
     EXPECT_TRUE(load.said.starts_with("kfax: cut.g4: damaged: ")) << load.said;
     const Pixels back = readPbm("back.pbm");
-    ASSERT_EQ(back.rows.size(), PAGE.rows.size());
-    const auto firstRows = static_cast<ptrdiff_t>(PAGE.rowBytes() * 100);
-    EXPECT_TRUE(std::equal(PAGE.rows.begin(), PAGE.rows.begin() + firstRows, back.rows.begin()));
+    ASSERT_EQ(back.rows.size(), kPage.rows.size());
+    const auto firstRows = static_cast<ptrdiff_t>(kPage.rowBytes() * 100);
+    EXPECT_TRUE(std::equal(kPage.rows.begin(), kPage.rows.begin() + firstRows, back.rows.begin()));
 }
 
 TEST_F(Kfax, WhatCannotBeIsRefused) {
@@ -184,7 +184,7 @@ TEST_F(Kfax, InputsThatAreNoRegularFiles) {
         expectRefused(1, arguments, "timeout 20");
     const Outcome copy = kfax("load /dev/stdin a.pbm <page.pbm");
     EXPECT_EQ(copy.code, 0) << copy.said;
-    EXPECT_TRUE(readPbm("a.pbm") == PAGE);
+    EXPECT_TRUE(readPbm("a.pbm") == kPage);
 }
 
 // No output of any kind takes the place of an input, whichever of them comes first.

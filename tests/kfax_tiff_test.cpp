@@ -16,16 +16,16 @@ using Tiff = std::unique_ptr<TIFF, CloseTiff>;
 struct Layout {
     uint32_t width, height; // of tiles; a width of 0: strips of height rows
 };
-constexpr uint32_t WHOLE = UINT32_MAX;
-constexpr Layout LAYOUTS[] = {{0, 1},   {0, 8},   {0, 16},  {0, 64},    {0, WHOLE},
-                              {16, 16}, {48, 80}, {64, 64}, {256, 256}, {512, 512}};
+constexpr uint32_t kWhole = UINT32_MAX;
+constexpr Layout kLayouts[] = {{0, 1},   {0, 8},   {0, 16},  {0, 64},    {0, kWhole},
+                               {16, 16}, {48, 80}, {64, 64}, {256, 256}, {512, 512}};
 
 struct Coding {
     const char* name; // of kfax
     uint16_t compression;
     uint32_t options; // T4Options
 };
-constexpr Coding CODINGS[] = {
+constexpr Coding kCodings[] = {
     {"none", COMPRESSION_NONE, 0},
     {"g3-noeol", COMPRESSION_CCITTRLE, 0},
     {"g3", COMPRESSION_CCITTFAX3, 0},
@@ -36,8 +36,8 @@ constexpr Coding CODINGS[] = {
 };
 
 struct PageKind {
-    Coding coding = CODINGS[6];
-    Layout layout = {0, WHOLE};
+    Coding coding = kCodings[6];
+    Layout layout = {0, kWhole};
     bool reversed = false;
     bool blackIsZero = false;
     uint16_t orientation = ORIENTATION_TOPLEFT;
@@ -114,12 +114,12 @@ class KfaxTiff : public KfaxRuns {};
 // All layouts, bit orders and polarities of a coding are the pages of one file.
 TEST_F(KfaxTiff, ReadsWhatLibtiffWrites) {
     const Pixels picture = testPicture(301, 70);
-    for (const Coding& coding : CODINGS)
+    for (const Coding& coding : kCodings)
         for (const char* mode : {"wl", "w8b"}) {
             SCOPED_TRACE(std::string(coding.name) + " " + std::to_string(coding.options) + mode);
             unsigned pages = 0;
             Tiff tiff(TIFFOpen("pages.tif", mode));
-            for (const Layout& layout : LAYOUTS)
+            for (const Layout& layout : kLayouts)
                 for (const unsigned variant : {0u, 1u, 2u, 3u}) {
                     appendPage(tiff.get(), picture, {coding, layout, variant % 2 != 0, variant / 2 != 0});
                     ++pages;
@@ -175,11 +175,11 @@ TEST_F(KfaxTiff, LibtiffReadsWhatItWrites) {
     writePbm("page.pbm", picture);
     TIFFSetErrorHandler(failOnMessage);
     TIFFSetWarningHandler(failOnMessage);
-    for (const Coding& coding : CODINGS) {
+    for (const Coding& coding : kCodings) {
         if (coding.compression == COMPRESSION_NONE ||
             (coding.compression == COMPRESSION_CCITTFAX3 && (coding.options & GROUP3OPT_FILLBITS) == 0))
             continue; // never written
-        for (const Layout& layout : LAYOUTS)
+        for (const Layout& layout : kLayouts)
             for (const std::string variant : {"", " --reverse-bits", " --no-invert --align-eol"}) {
                 std::string how = std::string(" --dpi 204 --format ") + coding.name + variant;
                 how += layout.width == 0
@@ -270,7 +270,7 @@ struct Lie {
     int code;
     int damagedBlock; // the other ones are as they were; -1: any
 };
-constexpr Lie LIES[] = {
+constexpr Lie kLies[] = {
     {"tile width 0", TIFFTAG_TILEWIDTH, 0, 0, true, 1, -1},
     {"tile height 0", TIFFTAG_TILELENGTH, 0, 0, true, 1, -1},
     {"tile width above the limit", TIFFTAG_TILEWIDTH, 0, 250000, true, 1, -1},
@@ -299,7 +299,7 @@ TEST_F(KfaxTiff, DirectoriesThatLie) {
         const Tiff tiff(TIFFOpen(tiled ? "tiles.tif" : "strips.tif", "wl"));
         appendPage(tiff.get(), picture, kind);
     }
-    for (const Lie& lie : LIES) {
+    for (const Lie& lie : kLies) {
         SCOPED_TRACE(lie.what);
         Bytes file = readFile(lie.tiled ? "tiles.tif" : "strips.tif");
         if (lie.tag == 0)

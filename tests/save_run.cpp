@@ -17,11 +17,11 @@ extern "C" int StartSave(_BITMAPHANDLE* bitmap, _BITMAPHANDLE** saveBitmap, int 
     EXPECT_EQ(alsoOne, 1);
     EXPECT_EQ(*callbackParam, kParam);
     EXPECT_EQ(userData2, &secondUserData);
-    EXPECT_EQ(rowBuffer == nullptr, save.tiled);
+    EXPECT_EQ(!rowBuffer, save.tiled);
     ++*callbackParam;
     *saveBitmap = &save.saveBitmap;
     *saveFile = save.saveFile.get();
-    if (rowBuffer != nullptr)
+    if (rowBuffer)
         *rowBuffer = save.rowBuffer.data();
     return EnterCall("Start") ? kCallbackStops : save.startStatus;
 }
@@ -58,9 +58,9 @@ extern "C" int EndSave(_BITMAPHANDLE* bitmap, _BITMAPHANDLE** saveBitmap, unsign
     ++save.ends;
     EXPECT_EQ(*saveBitmap, &save.saveBitmap);
     EXPECT_EQ(*callbackParam, kParam + 1);
-    EXPECT_EQ(rowBuffer == nullptr, save.tiled);
+    EXPECT_EQ(!rowBuffer, save.tiled);
     EXPECT_EQ(*saveFile, save.saveFile.get());
-    if (rowBuffer != nullptr) {
+    if (rowBuffer) {
         EXPECT_EQ(*rowBuffer, save.rowBuffer.data());
     }
     EnterCall("End");

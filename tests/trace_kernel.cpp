@@ -59,7 +59,7 @@ MemoryFile::~MemoryFile() {
 
 TestKernel& KernelInUse() {
     thread_local TestKernel kernel;
-    return borrowedKernel != nullptr ? *borrowedKernel : kernel;
+    return borrowedKernel ? *borrowedKernel : kernel;
 }
 
 void RunOnThread(const std::function<void()>& operation) {

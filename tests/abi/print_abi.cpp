@@ -12,7 +12,7 @@
 
 namespace {
 
-template <class Type>
+template <typename Type>
 void PrintType() {
     const std::unique_ptr<char, decltype(&std::free)> name(
         abi::__cxa_demangle(typeid(Type).name(), nullptr, nullptr, nullptr), std::free);

@@ -24,7 +24,7 @@ namespace kfax {
 
 namespace {
 
-constexpr auto REDRAW = std::chrono::milliseconds(200);
+constexpr auto kRedraw = std::chrono::milliseconds(200);
 
 void ReadList(char end, std::vector<std::string>& names) {
     std::string name;
@@ -88,7 +88,7 @@ Report WaitFor(Run& run, size_t index, ProgressBar& bar) {
         const auto report = run.Reports.find(index);
         if (report != run.Reports.end())
             return std::move(run.Reports.extract(report).mapped());
-        run.Changed.wait_for(lock, REDRAW);
+        run.Changed.wait_for(lock, kRedraw);
         lock.unlock();
         ShowRun(bar, run.Finished, run.Skipped, run.Count);
         lock.lock();

@@ -34,7 +34,7 @@ struct FileError : std::runtime_error {
 };
 
 // Runs action, whose failures are then those of file unless they name another.
-template <class Action>
+template <typename Action>
 auto OnBehalfOf(const std::string& file, Action action) {
     try {
         return action();

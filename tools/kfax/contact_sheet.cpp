@@ -18,14 +18,14 @@ namespace kfax {
 
 namespace {
 
-constexpr int SMALLEST_CELL = 16;
-constexpr int LARGEST_CELL = 4096;
-constexpr size_t MARGIN = 8;
-constexpr uint8_t PAPER = 192;
-constexpr uint8_t FRAME = 128;
-constexpr uint8_t BLACK = 0;
+constexpr int kSmallestCell = 16;
+constexpr int kLargestCell = 4096;
+constexpr size_t kMargin = 8;
+constexpr uint8_t kPaper = 192;
+constexpr uint8_t kFrame = 128;
+constexpr uint8_t kBlack = 0;
 
-constexpr auto BLACK_BITS = [] {
+constexpr auto kBlackBits = [] {
     std::array<uint8_t, 256> table{};
     for (unsigned value = 0; value < 256; ++value)
         table[value] = static_cast<uint8_t>(std::popcount(value));
@@ -51,9 +51,9 @@ void AddBlack(const uint8_t* row, size_t rowBytes, const std::vector<Span>& span
               std::vector<size_t>& before, std::vector<size_t>& black) {
     before[0] = 0;
     for (size_t byte = 0; byte < rowBytes; ++byte)
-        before[byte + 1] = before[byte] + BLACK_BITS[row[byte]];
+        before[byte + 1] = before[byte] + kBlackBits[row[byte]];
     const auto blackBefore = [&](size_t x) {
-        return before[x / 8] + (x % 8 != 0 ? BLACK_BITS[unsigned{row[x / 8]} >> (8 - x % 8)] : 0u);
+        return before[x / 8] + (x % 8 != 0 ? kBlackBits[unsigned{row[x / 8]} >> (8 - x % 8)] : 0u);
     };
     for (size_t i = 0; i < spans.size(); ++i)
         black[i] += blackBefore(spans[i].Last) - blackBefore(spans[i].First);
@@ -108,10 +108,10 @@ struct Canvas {
 
 void DrawCell(const Canvas& canvas, const Cell& cell, size_t size) {
     if (cell.Small.Pixels.empty()) {
-        canvas.Frame(size, size, 1, FRAME);
+        canvas.Frame(size, size, 1, kFrame);
         for (size_t i = 0; i < size; ++i) {
-            canvas.Put(i, i, FRAME);
-            canvas.Put(size - 1 - i, i, FRAME);
+            canvas.Put(i, i, kFrame);
+            canvas.Put(size - 1 - i, i, kFrame);
         }
         return;
     }
@@ -121,20 +121,20 @@ void DrawCell(const Canvas& canvas, const Cell& cell, size_t size) {
         for (size_t x = 0; x < cell.Small.Width; ++x)
             centred.Put(x, y, cell.Small.Pixels[y * cell.Small.Width + x]);
     if (cell.Damaged)
-        centred.Frame(cell.Small.Width, cell.Small.Height, std::max<size_t>(size / 64, 2), BLACK);
+        centred.Frame(cell.Small.Width, cell.Small.Height, std::max<size_t>(size / 64, 2), kBlack);
 }
 
 GreyPicture LayOut(const std::vector<Cell>& cells, size_t size) {
     const auto columns =
         std::max<size_t>(static_cast<size_t>(std::ceil(std::sqrt(static_cast<double>(cells.size())))), 1);
     const size_t rows = (cells.size() + columns - 1) / columns;
-    const size_t step = size + MARGIN;
+    const size_t step = size + kMargin;
     GreyPicture sheet;
-    sheet.Width = columns * step + MARGIN;
-    sheet.Height = rows * step + MARGIN;
-    sheet.Pixels.assign(sheet.Width * sheet.Height, PAPER);
+    sheet.Width = columns * step + kMargin;
+    sheet.Height = rows * step + kMargin;
+    sheet.Pixels.assign(sheet.Width * sheet.Height, kPaper);
     for (size_t i = 0; i < cells.size(); ++i)
-        DrawCell({sheet, MARGIN + i % columns * step, MARGIN + i / columns * step}, cells[i], size);
+        DrawCell({sheet, kMargin + i % columns * step, kMargin + i / columns * step}, cells[i], size);
     return sheet;
 }
 
@@ -142,9 +142,9 @@ GreyPicture LayOut(const std::vector<Cell>& cells, size_t size) {
 
 int MakeContactSheet(const standin::Filter& filter, const BatchOptions& run, const InputOptions& in,
                      int cellSize, const Output& output) {
-    if (cellSize < SMALLEST_CELL || cellSize > LARGEST_CELL)
-        throw UsageError("--thumbnail must be " + std::to_string(SMALLEST_CELL) + " to " +
-                         std::to_string(LARGEST_CELL) + " pixels");
+    if (cellSize < kSmallestCell || cellSize > kLargestCell)
+        throw UsageError("--thumbnail must be " + std::to_string(kSmallestCell) + " to " +
+                         std::to_string(kLargestCell) + " pixels");
     if (output.Kind != OutputKind::Png)
         throw UsageError("a sheet of thumbnails is a PNG picture: name it .png");
     const std::vector<std::string> inputs = ListInputs(run);

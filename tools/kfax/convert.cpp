@@ -40,7 +40,7 @@ struct CloseFile {
 };
 using File = std::unique_ptr<std::FILE, CloseFile>;
 
-constexpr const char* STREAM = "-";
+constexpr const char* kStream = "-";
 
 void CopyStream(std::FILE* from, const char* fromName, std::FILE* to, const char* toName) {
     std::array<char, 1 << 16> block{};
@@ -88,8 +88,8 @@ bool IsDone(const Conversion& conversion) {
 
 std::string AsJson(const std::string& input, const Report& report, const Converted& converted,
                    const std::string& error) {
-    static constexpr std::array STATUSES{"good", "damaged", "failed", "skipped"};
-    nlohmann::ordered_json json{{"file", input}, {"status", STATUSES[static_cast<size_t>(report.Result)]}};
+    static constexpr std::array kStatuses{"good", "damaged", "failed", "skipped"};
+    nlohmann::ordered_json json{{"file", input}, {"status", kStatuses[static_cast<size_t>(report.Result)]}};
     if (report.Result == Outcome::Good || report.Result == Outcome::Damaged) {
         json["pages"] = converted.Pages;
         json["outputs"] = converted.Outputs;
@@ -152,19 +152,19 @@ int ConvertStreams(const standin::Filter& filter, Conversion conversion) {
     std::optional<ScratchFile> input;
     std::optional<ScratchFile> output;
     for (std::string& name : conversion.Inputs) {
-        if (name != STREAM)
+        if (name != kStream)
             continue;
         if (input)
             throw UsageError("standard input can be read once");
         name = input.emplace().Name;
         ShowAs(name, "standard input");
         const File spool(std::fopen(name.c_str(), "wbe"));
-        if (spool == nullptr)
+        if (!spool)
             throw FileError(name, SystemReason(errno));
         const std::string place = std::filesystem::path(name).parent_path();
         CopyStream(stdin, "standard input", spool.get(), place.c_str());
     }
-    if (conversion.Out.File == STREAM) {
+    if (conversion.Out.File == kStream) {
         if (IsNumbered(conversion, WantedCount(conversion)))
             throw UsageError("standard output takes several pages as a TIFF file only (--to tif)");
         conversion.Out.File = output.emplace().Name;
@@ -174,7 +174,7 @@ int ConvertStreams(const standin::Filter& filter, Conversion conversion) {
     const Converted done = Convert(filter, conversion);
     if (output) {
         const File spool(std::fopen(conversion.Out.File.c_str(), "rbe"));
-        if (spool == nullptr)
+        if (!spool)
             throw FileError(conversion.Out.File, SystemReason(errno));
         CopyStream(spool.get(), conversion.Out.File.c_str(), stdout, "standard output");
     }

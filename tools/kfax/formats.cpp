@@ -15,7 +15,7 @@ struct FormatEntry {
     const char* Description;
 };
 
-constexpr std::array FORMATS{
+constexpr std::array kFormats{
     FormatEntry{FORMAT_FAX_G3_1D, "g3", "Group 3, one-dimensional"},
     FormatEntry{FORMAT_FAX_G3_2D, "g3-2d", "Group 3, two-dimensional"},
     FormatEntry{FORMAT_FAX_G4, "g4", "Group 4"},
@@ -25,7 +25,7 @@ constexpr std::array FORMATS{
 };
 
 const FormatEntry* Find(int number) {
-    for (const FormatEntry& entry : FORMATS)
+    for (const FormatEntry& entry : kFormats)
         if (entry.Number == number)
             return &entry;
     return nullptr;
@@ -34,7 +34,7 @@ const FormatEntry* Find(int number) {
 } // namespace
 
 std::optional<int> FormatNumber(const std::string& nameOrNumber) {
-    for (const FormatEntry& entry : FORMATS)
+    for (const FormatEntry& entry : kFormats)
         if (nameOrNumber == entry.Name || nameOrNumber == std::to_string(entry.Number))
             return entry.Number;
     return std::nullopt;
@@ -42,17 +42,17 @@ std::optional<int> FormatNumber(const std::string& nameOrNumber) {
 
 const char* FormatName(int format) {
     const FormatEntry* const entry = Find(format);
-    return entry != nullptr ? entry->Name : "unknown";
+    return entry ? entry->Name : "unknown";
 }
 
 const char* FormatDescription(int format) {
     const FormatEntry* const entry = Find(format);
-    return entry != nullptr ? entry->Description : "unknown";
+    return entry ? entry->Description : "unknown";
 }
 
 std::string KnownFormats() {
     std::string text;
-    for (const FormatEntry& entry : FORMATS) {
+    for (const FormatEntry& entry : kFormats) {
         text += text.empty() ? "" : ", ";
         text += entry.Name;
         text += " (" + std::to_string(entry.Number) + ")";

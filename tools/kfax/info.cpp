@@ -30,7 +30,7 @@ struct FileReport {
 };
 
 // Calls examine with options for a trial load; a bar shows its progress.
-template <class Examine>
+template <typename Examine>
 auto WithProgress(const std::string& file, Examine examine) {
     standin::LoadOptions options;
     options.DiscardRows = true;

@@ -14,7 +14,7 @@ namespace kfax {
 namespace {
 
 // Runs a command, turning what it throws about no file in particular into a line about one.
-template <class Command>
+template <typename Command>
 int Run(const BatchOptions& run, const char* name, Command command) {
     const std::string file = run.Files.empty() ? name : run.Files.front();
     if (run.Quiet)

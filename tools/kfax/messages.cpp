@@ -22,7 +22,7 @@ std::map<std::string, std::string> shownNames;
 
 void Complain(const std::string& file, const std::string& reason) {
     const std::string line = Printable("kfax: " + ShownName(file) + ": " + reason) + "\n";
-    if (collected != nullptr) {
+    if (collected) {
         collected->push_back(line);
         return;
     }
@@ -107,7 +107,7 @@ std::string ShownName(const std::string& file) {
 }
 
 bool MayDraw() {
-    return collected == nullptr && MayDrawAtAll();
+    return !collected && MayDrawAtAll();
 }
 
 bool MayDrawAtAll() {

@@ -7,14 +7,14 @@ namespace kfax {
 
 namespace {
 
-constexpr int MOST_JOBS = 1024;
+constexpr int kMostJobs = 1024;
 
 void AddRunOptions(CLI::App& command, BatchOptions& run) {
     command.add_flag("-0,--null", run.NullList,
                      "Read more FILEs from standard input, each ended by a zero byte (find -print0)");
     command.add_option("-j,--jobs", run.Jobs, "Work on N files at once; 0: as many as there are processors")
         ->capture_default_str()
-        ->check(CLI::Range(0, MOST_JOBS));
+        ->check(CLI::Range(0, kMostJobs));
     command.add_flag("--json", run.Json, "Print one JSON object a line");
     command.add_flag("-q,--quiet", run.Quiet, "Say nothing but errors and damage");
     CLI::Option* const keepGoing =

@@ -15,13 +15,13 @@ namespace kfax {
 
 namespace {
 
-constexpr int MAX_DPI = 1000000;
+constexpr int kMaxDpi = 1000000;
 
 struct KindEntry {
     const char* Text; // an extension, and without its dot a name
     OutputKind Kind;
 };
-constexpr KindEntry KINDS[] = {
+constexpr KindEntry kKinds[] = {
     {".raw", OutputKind::Raw}, {".fax", OutputKind::Raw},  {".g3", OutputKind::Raw},
     {".g4", OutputKind::Raw},  {".tif", OutputKind::Tiff}, {".tiff", OutputKind::Tiff},
     {".png", OutputKind::Png}, {".pbm", OutputKind::Pbm},
@@ -35,7 +35,7 @@ std::string LowerCase(std::string text) {
 
 OutputKind KindOfOutput(const std::string& file, const std::string& name, bool rawByDefault) {
     const std::string wanted = LowerCase(name.empty() ? file : "." + name);
-    for (const KindEntry& entry : KINDS)
+    for (const KindEntry& entry : kKinds)
         if (name.empty() ? wanted.ends_with(entry.Text) : wanted == entry.Text)
             return entry.Kind;
     if (!name.empty())
@@ -143,8 +143,8 @@ Output ChooseOutput(const std::string& file, const OutputOptions& options, bool 
     Output output;
     output.File = file;
     output.Kind = KindOfOutput(file, options.Kind, rawByDefault);
-    if (options.Dpi && (*options.Dpi < 1 || *options.Dpi > MAX_DPI))
-        throw UsageError("--dpi must be 1 to " + std::to_string(MAX_DPI));
+    if (options.Dpi && (*options.Dpi < 1 || *options.Dpi > kMaxDpi))
+        throw UsageError("--dpi must be 1 to " + std::to_string(kMaxDpi));
     output.Dpi = options.Dpi;
     const int format = WritableFormat(options.Format);
     if (output.Kind == OutputKind::Tiff) {

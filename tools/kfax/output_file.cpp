@@ -23,7 +23,7 @@ namespace kfax {
 
 namespace {
 
-constexpr std::array ENDING_SIGNALS{SIGINT, SIGTERM, SIGHUP, SIGQUIT};
+constexpr std::array kEndingSignals{SIGINT, SIGTERM, SIGHUP, SIGQUIT};
 
 // The files that are not to outlive the program. A file is made, renamed and removed under the lock only, so
 // that whoever holds it and ends the program leaves none behind.
@@ -180,7 +180,7 @@ void WriteWhole(const std::string& output, const std::function<void(std::FILE* f
     const std::string target = ThroughLinks(output);
     Unfinished beside(target);
     std::FILE* const file = fdopen(beside.Descriptor, "wb");
-    if (file == nullptr)
+    if (!file)
         ThrowErrno();
     beside.Descriptor = -1; // the stream's now
     try {
@@ -209,7 +209,7 @@ void WriteWholeByName(const std::string& output, const std::function<void(const 
 
 ScratchFile::ScratchFile() {
     const char* const directory = std::getenv("TMPDIR");
-    const std::string place = directory != nullptr && *directory != '\0' ? directory : "/tmp";
+    const std::string place = directory && *directory != '\0' ? directory : "/tmp";
     close(MakeUnfinished(place + "/kfax-", Name));
 }
 
@@ -220,7 +220,7 @@ ScratchFile::~ScratchFile() {
 void CleanUpOnSignals() {
     sigset_t ending;
     sigemptyset(&ending);
-    for (const int signal : ENDING_SIGNALS)
+    for (const int signal : kEndingSignals)
         if (std::signal(signal, SIG_DFL) == SIG_IGN)
             std::signal(signal, SIG_IGN); // as nohup wants it
         else

@@ -12,7 +12,7 @@ namespace kfax {
 
 namespace {
 
-constexpr auto REVERSED = [] {
+constexpr auto kReversed = [] {
     std::array<uint8_t, 256> table{};
     for (unsigned value = 0; value < 256; ++value)
         for (unsigned bit = 0; bit < 8; ++bit)
@@ -83,9 +83,9 @@ void MirrorRows(Picture& picture) {
     for (size_t y = 0; y < picture.Height; ++y) {
         uint8_t* const row = picture.Pixels.data() + y * picture.RowBytes;
         std::reverse(row, row + picture.RowBytes);
-        unsigned bits = REVERSED[row[0]];
+        unsigned bits = kReversed[row[0]];
         for (size_t i = 0; i < picture.RowBytes; ++i) {
-            bits = bits << 8 | (i + 1 < picture.RowBytes ? REVERSED[row[i + 1]] : 0u);
+            bits = bits << 8 | (i + 1 < picture.RowBytes ? kReversed[row[i + 1]] : 0u);
             row[i] = static_cast<uint8_t>(bits << padding >> 8);
         }
     }

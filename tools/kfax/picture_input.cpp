@@ -92,7 +92,7 @@ Kind KindOf(std::FILE* file) {
 } // namespace
 
 standin::BitmapPtr MakePictureBitmap(uint64_t width, uint64_t height) {
-    static constexpr _PALETTEENTRY BLACK_AND_WHITE[] = {{0, 0, 0, 0}, {255, 255, 255, 0}};
+    static constexpr _PALETTEENTRY kBlackAndWhite[] = {{0, 0, 0, 0}, {255, 255, 255, 0}};
     if (width == 0 || height == 0)
         throw std::runtime_error("the picture has no pixels; make it again");
     if (width > MAX_IMAGE_WIDTH)
@@ -101,9 +101,9 @@ standin::BitmapPtr MakePictureBitmap(uint64_t width, uint64_t height) {
     if (height > INT_MAX)
         throw std::runtime_error("the picture has too many lines; cut it");
     standin::BitmapPtr bitmap = standin::MakeBitmap(static_cast<unsigned>(width), static_cast<int>(height));
-    if (bitmap == nullptr)
+    if (!bitmap)
         throw std::bad_alloc();
-    K_SetBitmapNewPalette(bitmap.get(), BLACK_AND_WHITE, bitmap->PaletteParam, 0);
+    K_SetBitmapNewPalette(bitmap.get(), kBlackAndWhite, bitmap->PaletteParam, 0);
     return bitmap;
 }
 
@@ -120,13 +120,13 @@ standin::BitmapPtr ReadPbm(std::FILE* file) {
 
 bool IsPicture(const std::string& name) {
     const InputFile file = OpenInput(name);
-    return file != nullptr && KindOf(file.get()) != Kind::Other;
+    return file && KindOf(file.get()) != Kind::Other;
 }
 
 standin::BitmapPtr ReadPicture(const std::string& name, std::optional<int> threshold) {
     CheckInput(name);
     const InputFile file = OpenInput(name);
-    if (file == nullptr)
+    if (!file)
         throw std::runtime_error(SystemReason(errno));
     switch (KindOf(file.get())) {
     case Kind::Png:

@@ -18,7 +18,7 @@ namespace kfax {
 namespace {
 
 // zlib's sixth level, the default, makes a page of text 8 % smaller and takes nearly twice as long.
-constexpr int COMPRESSION_LEVEL = 4;
+constexpr int kCompressionLevel = 4;
 
 struct PngError {
     char Reason[200];
@@ -63,7 +63,7 @@ bool Encode(png_structp png, png_infop info, const PngRows& rows, std::FILE* fil
         png_set_pHYs(png, info, PerMetre(rows.XResolution), PerMetre(rows.YResolution), PNG_RESOLUTION_METER);
     if (rows.BitDepth == 1)
         png_set_filter(png, PNG_FILTER_TYPE_BASE, PNG_FILTER_NONE); // the others do not help
-    png_set_compression_level(png, COMPRESSION_LEVEL);
+    png_set_compression_level(png, kCompressionLevel);
     png_write_info(png, info);
     if (rows.BitDepth == 1)
         png_set_invert_mono(png); // in a PNG a set bit is white
@@ -76,8 +76,8 @@ bool Encode(png_structp png, png_infop info, const PngRows& rows, std::FILE* fil
 void WriteRows(const PngRows& rows, std::FILE* file) {
     PngError error{};
     png_structp png = png_create_write_struct(PNG_LIBPNG_VER_STRING, &error, KeepReason, IgnoreWarning);
-    png_infop info = png != nullptr ? png_create_info_struct(png) : nullptr;
-    const bool done = info != nullptr && Encode(png, info, rows, file);
+    png_infop info = png ? png_create_info_struct(png) : nullptr;
+    const bool done = info && Encode(png, info, rows, file);
     png_destroy_write_struct(&png, &info);
     if (!done)
         throw std::runtime_error(error.Reason[0] != '\0' ? error.Reason : "not enough memory");

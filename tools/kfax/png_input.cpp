@@ -92,8 +92,8 @@ void Check(bool done, const PngInput& input) {
 standin::BitmapPtr ReadPng(std::FILE* file, std::optional<int> threshold) {
     PngInput input;
     input.Png = png_create_read_struct(PNG_LIBPNG_VER_STRING, &input, KeepInputError, IgnoreInputWarning);
-    input.Info = input.Png != nullptr ? png_create_info_struct(input.Png) : nullptr;
-    if (input.Info == nullptr)
+    input.Info = input.Png ? png_create_info_struct(input.Png) : nullptr;
+    if (!input.Info)
         throw std::bad_alloc();
     Check(ReadHeader(input, file), input);
     const size_t width = png_get_image_width(input.Png, input.Info);

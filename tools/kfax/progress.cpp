@@ -14,20 +14,20 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-constexpr auto PATIENCE = std::chrono::milliseconds(300);
-constexpr auto REDRAW = std::chrono::milliseconds(50);
-constexpr double CELLS = 40;
+constexpr auto kPatience = std::chrono::milliseconds(300);
+constexpr auto kRedraw = std::chrono::milliseconds(50);
+constexpr double kCells = 40;
 
 std::atomic<bool> drawn = false;
 
 bool IsDue(const ProgressBar& bar, Clock::time_point now) {
-    return bar.Terminal && now - bar.Start >= PATIENCE && now - bar.LastDrawn >= REDRAW;
+    return bar.Terminal && now - bar.Start >= kPatience && now - bar.LastDrawn >= kRedraw;
 }
 
 void Draw(ProgressBar& bar, double part, const std::string& text) {
-    const auto filled = static_cast<size_t>(part * CELLS);
+    const auto filled = static_cast<size_t>(part * kCells);
     const std::string cells =
-        std::string(filled, '#') + std::string(static_cast<size_t>(CELLS) - filled, '.');
+        std::string(filled, '#') + std::string(static_cast<size_t>(kCells) - filled, '.');
     std::fprintf(stderr, "\r%s [%s] %s\x1b[K", bar.Label.c_str(), cells.c_str(), text.c_str());
     std::fflush(stderr);
     bar.LastDrawn = Clock::now();
@@ -85,9 +85,9 @@ void ShowRun(ProgressBar& bar, size_t done, size_t skipped, size_t total) {
 }
 
 void WipeProgress() {
-    static constexpr char WIPE[] = "\r\x1b[K";
+    static constexpr char kWipe[] = "\r\x1b[K";
     if (drawn.exchange(false))
-        static_cast<void>(!write(STDERR_FILENO, WIPE, sizeof WIPE - 1));
+        static_cast<void>(!write(STDERR_FILENO, kWipe, sizeof kWipe - 1));
 }
 
 } // namespace kfax

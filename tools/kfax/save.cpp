@@ -5,7 +5,7 @@
 namespace kfax {
 
 int SaveCommand(const standin::Filter& filter, const SaveCommandOptions& options) {
-    if (filter.Save == nullptr)
+    if (!filter.Save)
         throw std::runtime_error("the filter cannot save; --filter takes one that can");
     if (options.In.Threshold && (*options.In.Threshold < 1 || *options.In.Threshold > 255))
         throw UsageError("--threshold must be 1 to 255");

@@ -24,14 +24,14 @@ __attribute__((format(printf, 1, 0))) std::string OneLine(const char* format, va
     return line;
 }
 
-constexpr int HANDLED = 1;
+constexpr int kHandled = 1;
 
 __attribute__((format(printf, 4, 0))) int KeepError(TIFF* /*tiff*/, void* userData, const char* /*module*/,
                                                     const char* format, va_list arguments) {
     auto& file = *static_cast<TiffFile*>(userData);
     if (file.Error.empty())
         file.Error = OneLine(format, arguments);
-    return HANDLED;
+    return kHandled;
 }
 
 __attribute__((format(printf, 4, 0))) int TellWarning(TIFF* /*tiff*/, void* userData, const char* /*module*/,
@@ -40,7 +40,7 @@ __attribute__((format(printf, 4, 0))) int TellWarning(TIFF* /*tiff*/, void* user
     const std::string line = OneLine(format, arguments);
     if (file.Warnings.insert(line).second)
         Note(file.Shown, "warning: " + line);
-    return HANDLED;
+    return kHandled;
 }
 
 } // namespace
@@ -48,14 +48,14 @@ __attribute__((format(printf, 4, 0))) int TellWarning(TIFF* /*tiff*/, void* user
 TiffFile::TiffFile(const std::string& name, const char* mode) : Name(name), Shown(name) {
     const std::unique_ptr<TIFFOpenOptions, decltype(&TIFFOpenOptionsFree)> options(TIFFOpenOptionsAlloc(),
                                                                                    TIFFOpenOptionsFree);
-    if (options == nullptr)
+    if (!options)
         throw std::bad_alloc();
     TIFFOpenOptionsSetErrorHandlerExtR(options.get(), KeepError, this);
     TIFFOpenOptionsSetWarningHandlerExtR(options.get(), TellWarning, this);
     errno = 0;
     Tiff.reset(TIFFOpenExt(name.c_str(), mode, options.get()));
-    if (Tiff == nullptr)
-        throw std::runtime_error(TakeError(*this, "not a TIFF file", DAMAGED_TIFF));
+    if (!Tiff)
+        throw std::runtime_error(TakeError(*this, "not a TIFF file", kDamagedTiff));
 }
 
 std::string TakeError(TiffFile& file, const char* otherwise, const char* remedy) {

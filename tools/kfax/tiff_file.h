@@ -29,14 +29,14 @@ struct TiffFile {
     unsigned Pages = 0;   // once they were counted
 };
 
-constexpr const char* DAMAGED_TIFF = "; the file is damaged or cut off, fetch it again";
+constexpr const char* kDamagedTiff = "; the file is damaged or cut off, fetch it again";
 
 // The reason for the failure of the last call, or otherwise where the library gave none; and where it was not
 // the system's refusal, what can be done about it.
 std::string TakeError(TiffFile& file, const char* otherwise, const char* remedy = "");
 
 // The value of a tag, or the library's default for it, or otherwise.
-template <class Value>
+template <typename Value>
 Value TiffTag(const TiffFile& file, uint32_t tag, Value otherwise) {
     Value value{};
     return TIFFGetFieldDefaulted(file.Tiff.get(), tag, &value) == 1 ? value : otherwise;

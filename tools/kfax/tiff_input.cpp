@@ -19,13 +19,13 @@ namespace kfax {
 
 namespace {
 
-constexpr int NOT_COMPRESSED = 0;
+constexpr int kNotCompressed = 0;
 
 int FormatOfPage(const TiffFile& file) {
     const auto compression = TiffTag<uint16_t>(file, TIFFTAG_COMPRESSION, COMPRESSION_NONE);
     switch (compression) {
     case COMPRESSION_NONE:
-        return NOT_COMPRESSED;
+        return kNotCompressed;
     case COMPRESSION_CCITTRLE:
         return FORMAT_FAX_G3_1D_NOEOL;
     case COMPRESSION_CCITTFAX3:
@@ -43,7 +43,7 @@ int FormatOfPage(const TiffFile& file) {
 bool IsInvertedPage(const TiffFile& file, int format) {
     uint16_t photometric = 0;
     if (TIFFGetField(file.Tiff.get(), TIFFTAG_PHOTOMETRIC, &photometric) != 1)
-        photometric = format == NOT_COMPRESSED ? PHOTOMETRIC_MINISBLACK : PHOTOMETRIC_MINISWHITE;
+        photometric = format == kNotCompressed ? PHOTOMETRIC_MINISBLACK : PHOTOMETRIC_MINISWHITE;
     if (photometric != PHOTOMETRIC_MINISWHITE && photometric != PHOTOMETRIC_MINISBLACK)
         throw std::runtime_error("the TIFF page is not black and white; make it so (tiff2bw, pamditherbw)");
     return photometric == PHOTOMETRIC_MINISBLACK;
@@ -152,7 +152,7 @@ std::string ReadBlocks(TiffFile& file, const TiffPage& page, standin::Blocks& bl
         }
         blocks.ByteCounts[number] = static_cast<uint32_t>(got);
         bool cut = static_cast<uint64_t>(got) < count || got == 0;
-        if (page.Image.LoadInfo.Format == NOT_COMPRESSED)
+        if (page.Image.LoadInfo.Format == kNotCompressed)
             CompletePackedRows(page, number, blocks, cut);
         if (cut && damage.empty())
             damage = NameOfBlock(page, number) + ": " +
@@ -193,10 +193,10 @@ std::vector<BlockFaults> InspectBlocks(const standin::Filter& filter, const Tiff
 bool IsTiff(const std::string& name) {
     const InputFile file = OpenInput(name);
     char start[4] = {};
-    if (file == nullptr || std::fread(start, 1, sizeof start, file.get()) != sizeof start)
+    if (!file || std::fread(start, 1, sizeof start, file.get()) != sizeof start)
         return false;
-    static constexpr const char* MAGICS[] = {"II\x2A\0", "MM\0\x2A", "II\x2B\0", "MM\0\x2B"};
-    return std::any_of(std::begin(MAGICS), std::end(MAGICS),
+    static constexpr const char* kMagics[] = {"II\x2A\0", "MM\0\x2A", "II\x2B\0", "MM\0\x2B"};
+    return std::any_of(std::begin(kMagics), std::end(kMagics),
                        [&](const char* magic) { return std::memcmp(start, magic, sizeof start) == 0; });
 }
 
@@ -227,7 +227,7 @@ TiffPage OpenTiffPage(TiffFile& file, int64_t number) {
                                  std::to_string(pages));
     errno = 0;
     if (!ReadDirectory(file, number))
-        throw std::runtime_error(TakeError(file, "no TIFF directory", DAMAGED_TIFF));
+        throw std::runtime_error(TakeError(file, "no TIFF directory", kDamagedTiff));
     file.Error.clear();
     if (TiffTag<uint16_t>(file, TIFFTAG_BITSPERSAMPLE, 1) != 1 ||
         TiffTag<uint16_t>(file, TIFFTAG_SAMPLESPERPIXEL, 1) != 1)
@@ -261,11 +261,11 @@ standin::LoadResult LoadTiffPage(const standin::Filter& filter, TiffFile& file, 
                                  std::vector<BlockFaults>* faults) {
     standin::Blocks blocks;
     damage = ReadBlocks(file, page, blocks);
-    const bool packed = page.Image.LoadInfo.Format == NOT_COMPRESSED;
+    const bool packed = page.Image.LoadInfo.Format == kNotCompressed;
     standin::LoadResult loaded = standin::LoadBlocks(filter, page.Image, blocks, packed, options);
     if (damage.empty() && loaded.Status == SUCCESS && loaded.DataStatus != 0)
         damage = standin::StatusText(loaded.DataStatus);
-    if (faults != nullptr && !packed)
+    if (faults && !packed)
         *faults = InspectBlocks(filter, page, blocks);
     return loaded;
 }

@@ -11,11 +11,11 @@ namespace kfax {
 
 namespace {
 
-constexpr unsigned TILE_UNIT = 16; // TIFF 6.0, section 15: tile sizes are multiples of it
+constexpr unsigned kTileUnit = 16; // TIFF 6.0, section 15: tile sizes are multiples of it
 // Readers look further than a short last row reaches, which nothing follows where lines have no ends: libtiff
 // loses such a row without these.
-constexpr unsigned LOOKAHEAD_BYTES = 2;
-constexpr unsigned STRIP_BYTES = 64 * 1024; // of packed rows, where the command line says nothing
+constexpr unsigned kLookaheadBytes = 2;
+constexpr unsigned kStripBytes = 64 * 1024; // of packed rows, where the command line says nothing
 
 unsigned ParseSize(const char*& at, const char* end) {
     unsigned size = 0;
@@ -28,10 +28,10 @@ void ParseTile(const std::string& text, TiffOutput& output) {
     const char* at = text.data();
     const char* const end = at + text.size();
     output.TileWidth = ParseSize(at, end);
-    if (at != nullptr && at != end && (*at == 'x' || *at == 'X'))
+    if (at && at != end && (*at == 'x' || *at == 'X'))
         output.TileHeight = ParseSize(++at, end);
-    if (at != end || output.TileWidth == 0 || output.TileHeight == 0 || output.TileWidth % TILE_UNIT != 0 ||
-        output.TileHeight % TILE_UNIT != 0)
+    if (at != end || output.TileWidth == 0 || output.TileHeight == 0 || output.TileWidth % kTileUnit != 0 ||
+        output.TileHeight % kTileUnit != 0)
         throw UsageError("--tile wants WIDTHxHEIGHT, both multiples of 16, not " + text);
     if (output.TileWidth > MAX_IMAGE_WIDTH || output.TileHeight > INT32_MAX)
         throw UsageError("--tile " + text + " is too large");
@@ -60,7 +60,7 @@ struct TagWriter {
     TIFF* Tiff = nullptr;
     bool Good = true;
 
-    template <class... Values>
+    template <typename... Values>
     void Set(uint32_t tag, Values... values) {
         Good = Good && TIFFSetField(Tiff, tag, values...) == 1;
     }
@@ -135,10 +135,10 @@ void WriteTiffPage(const standin::Filter& filter, TiffFile& file, _BITMAPHANDLE&
     blocks.Tiled = tiled;
     blocks.Width = tiled ? output.TileWidth : bitmap.Width;
     blocks.Height =
-        output.RowsPerStrip != 0 ? output.RowsPerStrip : std::max(STRIP_BYTES / ((bitmap.Width + 7) / 8), 1u);
+        output.RowsPerStrip != 0 ? output.RowsPerStrip : std::max(kStripBytes / ((bitmap.Width + 7) / 8), 1u);
     blocks.Height = tiled ? output.TileHeight : std::min(blocks.Height, height);
     if (output.How.Format == FORMAT_FAX_G3_1D_NOEOL)
-        blocks.Padding = LOOKAHEAD_BYTES;
+        blocks.Padding = kLookaheadBytes;
     const int status = standin::SaveBlocks(filter, bitmap, output.How, blocks);
     if (status != SUCCESS)
         throw std::runtime_error(standin::StatusText(status));
