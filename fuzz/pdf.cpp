@@ -1,10 +1,11 @@
 // What kfax makes of a PDF file, which is the whole input.
 #include "fuzz/harness.h"
-#include "tools/kfax/messages.h"
-#include "tools/kfax/pdf_input.h"
+#include "tools/kfax/base/messages.h"
+#include "tools/kfax/read/pdf_input.h"
 
 #include <algorithm>
 #include <exception>
+#include <utility>
 
 namespace {
 
@@ -18,9 +19,7 @@ void LoadPictures(kfax::PdfFile& file) {
             const uint64_t rowPixels = std::max<uint64_t>(info.Width, image.Data.Width);
             if (rowPixels * static_cast<uint32_t>(info.Height) > fuzz::kMostPixels)
                 continue;
-            std::string damage;
-            std::vector<kfax::BlockFaults> faults;
-            kfax::LoadPdfImage(fuzz::TheFilter(), image, standin::LoadOptions{}, damage, &faults);
+            kfax::LoadPdfImage(fuzz::TheFilter(), std::move(image), standin::LoadOptions{}, true);
         } catch (const std::exception&) { // the reason, for a person
         }
     }

@@ -1,11 +1,11 @@
 // What kfax makes of a file that is no raw fax: the pages of a TIFF file, a PNG or PBM picture. The file is
 // the whole input.
 #include "fuzz/harness.h"
-#include "tools/kfax/commands.h"
-#include "tools/kfax/messages.h"
-#include "tools/kfax/picture.h"
-#include "tools/kfax/picture_input.h"
-#include "tools/kfax/tiff_input.h"
+#include "tools/kfax/base/messages.h"
+#include "tools/kfax/base/picture.h"
+#include "tools/kfax/read/picture_input.h"
+#include "tools/kfax/read/repair.h"
+#include "tools/kfax/read/tiff_input.h"
 
 #include <algorithm>
 #include <exception>
@@ -35,12 +35,12 @@ void LoadPages(const std::string& name) {
             const uint64_t rowPixels = std::max<uint64_t>(info.Width, page.BlockWidth);
             if (rowPixels * static_cast<uint32_t>(info.Height) > fuzz::kMostPixels)
                 continue;
-            std::string damage;
-            const standin::LoadResult loaded =
-                kfax::LoadTiffPage(fuzz::TheFilter(), file, page, standin::LoadOptions{}, damage);
-            if (loaded.Status != SUCCESS)
+            const kfax::LoadedBlocks blocks =
+                kfax::LoadTiffPage(fuzz::TheFilter(), file, page, standin::LoadOptions{}, true);
+            if (blocks.Loaded.Status != SUCCESS)
                 continue;
-            kfax::Picture picture = kfax::UprightPicture(*loaded.Bitmap);
+            kfax::RepairLines(*blocks.Loaded.Bitmap, blocks.Faults);
+            kfax::Picture picture = kfax::UprightPicture(*blocks.Loaded.Bitmap);
             kfax::MirrorRows(picture);
         } catch (const std::exception&) { // the reason, for a person
         }
@@ -57,8 +57,8 @@ void fuzz::RunInput(const uint8_t* data, size_t size) {
     try {
         if (kfax::IsTiff(file.Name()))
             LoadPages(file.Name());
-        else if (kfax::IsPicture(file.Name()))
-            kfax::UprightPicture(*kfax::ReadPicture(file.Name(), 128));
+        else if (kfax::MemoryShare memory; kfax::IsPicture(file.Name()))
+            kfax::UprightPicture(*kfax::ReadPicture(file.Name(), 128, memory));
     } catch (const std::exception&) { // the reason, for a person
     }
 }

@@ -94,7 +94,7 @@ TEST_F(KfaxBatch, CommandLines) {
         {"cat a.g3 |", "load - - --to pbm", 0, "", "", "P4\n300 15"},
         {"cat two.tif |", "load - - --to png", 0, "", "standard input: page 1 of 2", "\x89PNG"},
         {"cat two.tif |", "load - - --to png --quiet", 0, "", "", "\x89PNG"},
-        {"cat two.tif |", "load - - --to png --all-pages", 2, "", "as a TIFF file only"},
+        {"cat two.tif |", "load - - --to png --all-pages", 2, "", "as a TIFF or PDF file only"},
         {"cat a.pbm |", "save - - --to tif", 0, "", "", "II"},
         {"cat no.g3 |", "load - - --to png", 1, "", "kfax: standard input: no fax stream"},
         {"printf 'a.g3\\nb.g3\\n' |", "info -", 0, "", "", "b.g3\n  format       66"},

@@ -1,80 +1,17 @@
-// The commands of kfax, their options and their exit codes.
+// The commands of kfax and their options.
 #pragma once
 
 #include "host/standin/standin.h"
-#include "tools/kfax/batch.h"
-#include "tools/kfax/output_names.h"
+#include "tools/kfax/base/batch.h"
+#include "tools/kfax/read/input_options.h"
+#include "tools/kfax/write/output_names.h"
+#include "tools/kfax/write/output_options.h"
 
 #include <cstdint>
-#include <new>
 #include <optional>
-#include <stdexcept>
 #include <string>
-#include <vector>
 
 namespace kfax {
-
-enum ExitCode {
-    EXIT_GOOD = 0,
-    EXIT_ERROR = 1,   // nothing was written
-    EXIT_USAGE = 2,   // the command line is wrong
-    EXIT_DAMAGED = 3, // the data is damaged; what could be decoded was written
-};
-
-// The command line asks for something that cannot be.
-struct UsageError : std::runtime_error {
-    using std::runtime_error::runtime_error;
-};
-
-// What went wrong with a file that the command is not named after.
-struct FileError : std::runtime_error {
-    FileError(std::string file, const std::string& reason)
-        : std::runtime_error(reason), File(std::move(file)) {}
-    std::string File;
-};
-
-// Runs action, whose failures are then those of file unless they name another.
-template <typename Action>
-auto OnBehalfOf(const std::string& file, Action action) {
-    try {
-        return action();
-    } catch (const FileError&) {
-        throw;
-    } catch (const UsageError&) {
-        throw;
-    } catch (const std::bad_alloc&) {
-        throw FileError(file, "not enough memory; work with fewer --jobs");
-    } catch (const std::exception& error) {
-        throw FileError(file, error.what());
-    }
-}
-
-// What an input is, and which part of it is wanted.
-struct InputOptions {
-    // Of a stream that does not describe itself.
-    std::string Format;
-    std::optional<int64_t> Width, Height, Offset;
-    bool ReverseBits = false;
-
-    bool Mirror = false;
-    bool Invert = false;
-    bool Batch = false;
-    std::optional<int> Threshold; // of pictures
-    std::optional<int64_t> Page;  // from 1; nothing: the command decides
-    std::string Password;         // of a PDF file
-};
-
-// What an output is to be.
-struct OutputOptions {
-    std::string Kind;          // raw, tif, png or pbm; empty: by the file's extension
-    std::string Format = "g4"; // of the fax data
-    bool ReverseBits = false;
-    bool AlignEol = false;
-    bool NoInvert = false;
-    std::optional<int> Dpi;
-    std::optional<int64_t> RowsPerStrip; // of a TIFF
-    std::string Tile;                    // of a TIFF, WxH
-};
 
 struct InfoOptions {
     BatchOptions Run;

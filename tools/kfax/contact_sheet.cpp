@@ -2,11 +2,13 @@
 // cells in rows.
 #include "tools/kfax/contact_sheet.h"
 
-#include "tools/kfax/input.h"
-#include "tools/kfax/messages.h"
-#include "tools/kfax/output_file.h"
-#include "tools/kfax/pages.h"
-#include "tools/kfax/picture.h"
+#include "tools/kfax/base/errors.h"
+#include "tools/kfax/base/messages.h"
+#include "tools/kfax/base/picture.h"
+#include "tools/kfax/read/input.h"
+#include "tools/kfax/read/pages.h"
+#include "tools/kfax/write/output_file.h"
+#include "tools/kfax/write/picture_output.h"
 
 #include <algorithm>
 #include <array>
@@ -87,6 +89,7 @@ GreyPicture Shrink(const Picture& picture, size_t cell) {
 }
 
 struct Cell {
+    MemoryShare Memory;
     GreyPicture Small; // empty: nothing could be read
     bool Damaged = false;
 };
@@ -124,7 +127,7 @@ void DrawCell(const Canvas& canvas, const Cell& cell, size_t size) {
         centred.Frame(cell.Small.Width, cell.Small.Height, std::max<size_t>(size / 64, 2), kBlack);
 }
 
-GreyPicture LayOut(const std::vector<Cell>& cells, size_t size) {
+GreyPicture LayOut(const std::vector<Cell>& cells, size_t size, MemoryShare& memory) {
     const auto columns =
         std::max<size_t>(static_cast<size_t>(std::ceil(std::sqrt(static_cast<double>(cells.size())))), 1);
     const size_t rows = (cells.size() + columns - 1) / columns;
@@ -132,6 +135,7 @@ GreyPicture LayOut(const std::vector<Cell>& cells, size_t size) {
     GreyPicture sheet;
     sheet.Width = columns * step + kMargin;
     sheet.Height = rows * step + kMargin;
+    memory.Add(uint64_t{sheet.Width} * sheet.Height);
     sheet.Pixels.assign(sheet.Width * sheet.Height, kPaper);
     for (size_t i = 0; i < cells.size(); ++i)
         DrawCell({sheet, kMargin + i % columns * step, kMargin + i / columns * step}, cells[i], size);
@@ -154,14 +158,17 @@ int MakeContactSheet(const standin::Filter& filter, const BatchOptions& run, con
     const int result = RunBatch(inputs, run, "shown", [&](size_t index, Report& report) {
         const std::string& file = inputs[index];
         std::vector<Cell>& cells = cellsOf[index];
+        cells.clear(); // of a trial that memory was short for
         Attempt(file, report, [&] {
-            VisitPages(filter, file, in, WantedPages::All, true, [&](Page& page, unsigned /*number*/) {
+            VisitPages(filter, file, in, {WantedPages::All, true}, [&](Page& page, unsigned /*number*/) {
                 if (!page.Damage.empty()) {
                     Complain(file, "damaged: " + page.Damage);
                     report.Result = Outcome::Damaged;
                 }
                 const bool damaged = !page.Damage.empty();
-                cells.push_back({Shrink(FinishedPicture(page, output.Dpi), size), damaged});
+                MemoryShare memory;
+                memory.Add(uint64_t{size} * size);
+                cells.push_back({std::move(memory), Shrink(FinishedPicture(page, output), size), damaged});
             });
         });
         if (report.Result == Outcome::Failed)
@@ -177,7 +184,8 @@ int MakeContactSheet(const standin::Filter& filter, const BatchOptions& run, con
         throw FileError(output.File,
                         "none of the inputs can be shown; nothing is written; see the reasons above");
     OnBehalfOf(output.File, [&] {
-        const GreyPicture sheet = LayOut(cells, size);
+        MemoryShare memory;
+        const GreyPicture sheet = LayOut(cells, size, memory);
         if (output.File == "-")
             WritePng(sheet, stdout);
         else

@@ -2,9 +2,9 @@
 #pragma once
 
 #include "host/standin/standin.h"
-#include "tools/kfax/batch.h"
+#include "tools/kfax/base/batch.h"
 #include "tools/kfax/commands.h"
-#include "tools/kfax/output.h"
+#include "tools/kfax/write/output.h"
 
 namespace kfax {
 

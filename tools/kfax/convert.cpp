@@ -1,10 +1,12 @@
 // Carrying pages from inputs to the output, one in memory at a time.
 #include "tools/kfax/convert.h"
 
-#include "tools/kfax/input.h"
-#include "tools/kfax/json_line.h"
-#include "tools/kfax/messages.h"
-#include "tools/kfax/output_file.h"
+#include "tools/kfax/base/errors.h"
+#include "tools/kfax/base/file_handle.h"
+#include "tools/kfax/base/json_line.h"
+#include "tools/kfax/base/messages.h"
+#include "tools/kfax/read/input.h"
+#include "tools/kfax/write/output_file.h"
 
 #include <algorithm>
 #include <array>
@@ -12,7 +14,6 @@
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
-#include <memory>
 #include <optional>
 #include <unordered_set>
 #include <utility>
@@ -32,13 +33,8 @@ unsigned WantedCount(const Conversion& conversion) {
 
 bool IsNumbered(const Conversion& conversion, unsigned count) {
     return conversion.Wanted == WantedPages::All && !conversion.In.Page &&
-           conversion.Out.Kind != OutputKind::Tiff && count > 1;
+           !TakesManyPages(conversion.Out.Kind) && count > 1;
 }
-
-struct CloseFile {
-    void operator()(std::FILE* file) const { std::fclose(file); }
-};
-using File = std::unique_ptr<std::FILE, CloseFile>;
 
 constexpr const char* kStream = "-";
 
@@ -80,7 +76,7 @@ bool IsDone(const Conversion& conversion) {
     if (IsThere(output))
         return true;
     // A file of several pages has numbered outputs instead.
-    if (conversion.Out.Kind == OutputKind::Tiff || !IsThere(Numbered(output, 1)))
+    if (TakesManyPages(conversion.Out.Kind) || !IsThere(Numbered(output, 1)))
         return false;
     const unsigned count = WantedCount(conversion);
     return IsNumbered(conversion, count) && IsThere(Numbered(output, count));
@@ -96,9 +92,19 @@ std::string AsJson(const std::string& input, const Report& report, const Convert
     }
     if (!converted.Damages.empty())
         json["damage"] = converted.Damages;
+    if (converted.Repaired != 0)
+        json["repaired"] = converted.Repaired;
     if (!error.empty())
         json["error"] = error;
     return JsonLine(json);
+}
+
+// What became of the lines of a damaged page.
+std::string Outlook(const Page& page) {
+    if (page.Repaired == 0)
+        return "; lines that could not be decoded are blank (kfax verify lists them)";
+    return "; " + std::to_string(page.Repaired) + (page.Repaired == 1 ? " line is" : " lines are") +
+           " repeated from the line above (kfax verify lists them)";
 }
 
 } // namespace
@@ -107,19 +113,22 @@ Converted Convert(const standin::Filter& filter, const Conversion& conversion) {
     const unsigned count = WantedCount(conversion);
     const bool numbered = IsNumbered(conversion, count);
     Converted done;
-    std::vector<std::pair<std::string, std::string>> damages;
+    const PageRequest request{conversion.Wanted, conversion.RawFormats, TakesCoded(conversion.Out)};
+    std::vector<std::pair<std::string, std::string>> damages; // of a file
     const auto forEachPage = [&](const std::function<void(Page&, unsigned)>& take) {
         for (const std::string& input : conversion.Inputs)
-            VisitPages(filter, input, conversion.In, conversion.Wanted, conversion.RawFormats,
-                       [&](Page& page, unsigned number) {
-                           take(page, number);
-                           ++done.Pages;
-                           if (!page.Damage.empty())
-                               damages.emplace_back(input, page.Damage);
-                       });
+            VisitPages(filter, input, conversion.In, request, [&](Page& page, unsigned number) {
+                take(page, number);
+                ++done.Pages;
+                if (page.Damage.empty())
+                    return;
+                done.Repaired += page.Repaired;
+                done.Damages.push_back(page.Damage);
+                damages.emplace_back(input, "damaged: " + page.Damage + Outlook(page));
+            });
     };
 
-    if (conversion.Out.Kind == OutputKind::Tiff) {
+    if (TakesManyPages(conversion.Out.Kind)) {
         WritePages(filter, conversion.Out, count > 1, [&](const AppendPage& append) {
             forEachPage([&](Page& page, unsigned /*number*/) { append(page); });
         });
@@ -137,11 +146,8 @@ Converted Convert(const standin::Filter& filter, const Conversion& conversion) {
             done.Outputs.push_back(output.File);
         });
     }
-    for (const auto& [file, damage] : damages) {
-        Complain(file, "damaged: " + damage +
-                           "; lines that could not be decoded are blank (kfax verify lists them)");
-        done.Damages.push_back(damage);
-    }
+    for (const auto& [file, message] : damages)
+        Complain(file, message);
     return done;
 }
 
@@ -158,22 +164,19 @@ int ConvertStreams(const standin::Filter& filter, Conversion conversion) {
             throw UsageError("standard input can be read once");
         name = input.emplace().Name;
         ShowAs(name, "standard input");
-        const File spool(std::fopen(name.c_str(), "wbe"));
-        if (!spool)
-            throw FileError(name, SystemReason(errno));
         const std::string place = std::filesystem::path(name).parent_path();
-        CopyStream(stdin, "standard input", spool.get(), place.c_str());
+        CopyStream(stdin, "standard input", input->File.get(), place.c_str());
     }
     if (conversion.Out.File == kStream) {
         if (IsNumbered(conversion, WantedCount(conversion)))
-            throw UsageError("standard output takes several pages as a TIFF file only (--to tif)");
+            throw UsageError("standard output takes several pages as a TIFF or PDF file only (--to tif)");
         conversion.Out.File = output.emplace().Name;
         const std::string place = std::filesystem::path(conversion.Out.File).parent_path();
         ShowAs(conversion.Out.File, "standard output, kept in " + place);
     }
     const Converted done = Convert(filter, conversion);
     if (output) {
-        const File spool(std::fopen(conversion.Out.File.c_str(), "rbe"));
+        const FileHandle spool(std::fopen(conversion.Out.File.c_str(), "rbe"));
         if (!spool)
             throw FileError(conversion.Out.File, SystemReason(errno));
         CopyStream(spool.get(), conversion.Out.File.c_str(), stdout, "standard output");

@@ -2,10 +2,11 @@
 #pragma once
 
 #include "host/standin/standin.h"
-#include "tools/kfax/batch.h"
-#include "tools/kfax/output.h"
-#include "tools/kfax/output_names.h"
-#include "tools/kfax/pages.h"
+#include "tools/kfax/base/batch.h"
+#include "tools/kfax/commands.h"
+#include "tools/kfax/read/pages.h"
+#include "tools/kfax/write/output.h"
+#include "tools/kfax/write/output_names.h"
 
 #include <functional>
 #include <string>
@@ -14,19 +15,20 @@
 namespace kfax {
 
 struct Conversion {
-    std::vector<std::string> Inputs; // several: the output is a TIFF file
+    std::vector<std::string> Inputs; // several: the output takes many pages
     InputOptions In;
     WantedPages Wanted = WantedPages::First;
     bool RawFormats = false; // In describes raw streams
-    Output Out;              // all pages, and not a TIFF file: one file for each, numbered
+    Output Out;              // all pages, and one file takes one: one file for each, numbered
     // Whether a numbered file's name belongs to another output.
     std::function<bool(const std::string& output)> IsTaken;
 };
 
 struct Converted {
     std::vector<std::string> Outputs;
-    std::vector<std::string> Damages; // as they were told
+    std::vector<std::string> Damages; // of a page each
     unsigned Pages = 0;
+    unsigned Repaired = 0; // lines
 };
 
 // Says a line for every damaged page; throws where an input cannot be read or the output not be written.

@@ -1,14 +1,14 @@
 // kfax info: what the filter says of each file, and whether a trial load finds its data damaged.
 #include "host/standin/standin.h"
+#include "tools/kfax/base/formats.h"
+#include "tools/kfax/base/json_line.h"
+#include "tools/kfax/base/messages.h"
+#include "tools/kfax/base/progress.h"
 #include "tools/kfax/commands.h"
-#include "tools/kfax/formats.h"
-#include "tools/kfax/input.h"
-#include "tools/kfax/json_line.h"
-#include "tools/kfax/messages.h"
-#include "tools/kfax/page_file.h"
-#include "tools/kfax/pages.h"
-#include "tools/kfax/picture_input.h"
-#include "tools/kfax/progress.h"
+#include "tools/kfax/read/input.h"
+#include "tools/kfax/read/page_file.h"
+#include "tools/kfax/read/pages.h"
+#include "tools/kfax/read/picture_input.h"
 
 #include <sstream>
 
@@ -29,19 +29,11 @@ struct FileReport {
     std::string Damage; // empty: none
 };
 
-// Calls examine with options for a trial load; a bar shows its progress.
-template <typename Examine>
-auto WithProgress(const std::string& file, Examine examine) {
+standin::LoadOptions Trial(FileProgress& progress) {
     standin::LoadOptions options;
     options.DiscardRows = true;
-    ProgressBar bar = StartProgress(file);
-    options.Progress = [&](int done, int total) {
-        ShowProgress(bar, done, total);
-        return true;
-    };
-    auto result = examine(options);
-    EndProgress(bar);
-    return result;
+    options.Progress = progress.Callback();
+    return options;
 }
 
 FileReport ReportOf(const _FILEINFOA& info, const standin::LoadResult& trial) {
@@ -65,17 +57,14 @@ FileReport ReportOf(const _FILEINFOA& info, const standin::LoadResult& trial) {
 
 FileReport Examine(const standin::Filter& filter, const std::string& file) {
     const standin::Description description = DescribeInput(filter, file);
-    const standin::LoadResult trial = WithProgress(file, [&](const standin::LoadOptions& options) {
-        return standin::Load(filter, file, description, options);
-    });
-    return ReportOf(description.FileInfo.Declared, trial);
+    FileProgress progress(file);
+    return ReportOf(description.FileInfo.Declared, standin::Load(filter, file, description, Trial(progress)));
 }
 
 FileReport ExaminePage(const standin::Filter& filter, PageFile& file, const std::string& name,
                        unsigned number, unsigned pages) {
-    const StoredPage page = WithProgress(name, [&](const standin::LoadOptions& options) {
-        return LoadStoredPage(filter, file, number, options, false);
-    });
+    FileProgress progress(name);
+    const StoredPage page = LoadStoredPage(filter, file, number, Trial(progress), {});
     FileReport report = ReportOf(page.Image.FileInfo.Declared, page.Loaded);
     report.Name = page.Container;
     report.Orientation = page.Loaded.Bitmap->Orientation;
@@ -150,32 +139,23 @@ int InfoCommand(const standin::Filter& filter, const InfoOptions& options) {
             if (options.Run.Json)
                 report.Text += JsonLine({{"file", file}, {"error", reason}});
         };
-        const auto tellPages = [&] {
-            PageFile pageFile = OpenPageFile(file, options.Password);
-            const unsigned pages = CountPages(pageFile);
-            TellAbout(pageFile);
-            const auto [first, last] = PageRange(options.Page, pages);
-            for (unsigned number = first; number <= last; ++number) {
-                try {
-                    tell(ExaminePage(filter, pageFile, file, number, pages));
-                } catch (const std::bad_alloc&) {
-                    throw;
-                } catch (const std::exception& error) { // the pages behind it may be good
-                    const std::string reason = "page " + std::to_string(number) + ": " + error.what();
-                    Complain(file, reason);
-                    tellError(reason);
-                    report.Result = Outcome::Failed;
-                }
-            }
-        };
         const std::string error = Attempt(file, report, [&] {
             CheckInput(file);
             if (IsPicture(file))
                 throw std::runtime_error("a picture, not a fax file (kfax save makes one of it)");
-            if (IsPageFile(file))
-                tellPages();
-            else
-                tell(Examine(filter, file));
+            if (!IsPageFile(file))
+                return tell(Examine(filter, file));
+            ForEachPage(
+                file, options.Password, options.Page,
+                [&](PageFile& pageFile, unsigned number, unsigned pages) {
+                    tell(ExaminePage(filter, pageFile, file, number, pages));
+                },
+                [&](unsigned number, const std::string& what) {
+                    const std::string reason = "page " + std::to_string(number) + ": " + what;
+                    Complain(file, reason);
+                    tellError(reason);
+                    report.Result = Outcome::Failed;
+                });
         });
         if (!error.empty())
             tellError(error);

@@ -1,4 +1,5 @@
 // kfax load: fax files become pictures, or fax files of another kind.
+#include "tools/kfax/base/errors.h"
 #include "tools/kfax/commands.h"
 #include "tools/kfax/contact_sheet.h"
 #include "tools/kfax/convert.h"
@@ -29,7 +30,7 @@ int LoadCommand(const standin::Filter& filter, const LoadCommandOptions& options
         throw UsageError("one file becomes one file; --out-dir DIR converts several");
     conversion.Inputs = run.Files;
     conversion.Out = ChooseOutput(output, options.Out, false);
-    if (conversion.Out.Kind == OutputKind::Tiff)
+    if (TakesManyPages(conversion.Out.Kind))
         conversion.Wanted = WantedPages::All;
     return ConvertStreams(filter, conversion);
 }

@@ -1,9 +1,11 @@
 // kfax: fax files on the command line.
 #include "host/standin/standin.h"
+#include "tools/kfax/base/errors.h"
+#include "tools/kfax/base/memory_budget.h"
+#include "tools/kfax/base/messages.h"
 #include "tools/kfax/commands.h"
-#include "tools/kfax/messages.h"
 #include "tools/kfax/options.h"
-#include "tools/kfax/output_file.h"
+#include "tools/kfax/write/output_file.h"
 
 #include <CLI/CLI.hpp>
 #include <cstdio>
@@ -19,6 +21,8 @@ int Run(const BatchOptions& run, const char* name, Command command) {
     const std::string file = run.Files.empty() ? name : run.Files.front();
     if (run.Quiet)
         BeQuiet();
+    if (run.MemoryMegabytes != 0)
+        SetMemoryBudget(run.MemoryMegabytes << 20);
     try {
         return OnBehalfOf(file, command);
     } catch (const UsageError& error) {
@@ -40,7 +44,7 @@ int Main(int argc, char** argv) {
         app.exit(success);
         return std::cout.flush() ? EXIT_GOOD : EXIT_ERROR;
     } catch (const CLI::ParseError& error) {
-        std::fprintf(stderr, "kfax: %s (kfax --help tells more)\n", error.what());
+        std::fprintf(stderr, "kfax: %s (kfax --help tells more)\n", Printable(error.what()).c_str());
         return EXIT_USAGE;
     }
     CleanUpOnSignals();
@@ -62,7 +66,7 @@ int main(int argc, char** argv) {
     try {
         return kfax::Main(argc, argv);
     } catch (const std::exception& error) { // no filter, or no memory for the options
-        std::fprintf(stderr, "kfax: %s\n", error.what());
+        std::fprintf(stderr, "kfax: %s\n", kfax::Printable(error.what()).c_str());
         return kfax::EXIT_ERROR;
     }
 }

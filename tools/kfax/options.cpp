@@ -1,13 +1,15 @@
 // The commands and their options. kfax.1 and the completions beside it name the same ones.
 #include "tools/kfax/options.h"
 
-#include "tools/kfax/formats.h"
+#include "tools/kfax/base/errors.h"
+#include "tools/kfax/base/formats.h"
 
 namespace kfax {
 
 namespace {
 
 constexpr int kMostJobs = 1024;
+constexpr uint64_t kMostMegabytes = uint64_t{1} << 40;
 
 void AddRunOptions(CLI::App& command, BatchOptions& run) {
     command.add_flag("-0,--null", run.NullList,
@@ -15,6 +17,11 @@ void AddRunOptions(CLI::App& command, BatchOptions& run) {
     command.add_option("-j,--jobs", run.Jobs, "Work on N files at once; 0: as many as there are processors")
         ->capture_default_str()
         ->check(CLI::Range(0, kMostJobs));
+    command
+        .add_option("--memory", run.MemoryMegabytes,
+                    "Use at most N MB for pictures and data; 0: half of what there is")
+        ->capture_default_str()
+        ->check(CLI::Range(uint64_t{0}, kMostMegabytes));
     command.add_flag("--json", run.Json, "Print one JSON object a line");
     command.add_flag("-q,--quiet", run.Quiet, "Say nothing but errors and damage");
     CLI::Option* const keepGoing =
@@ -52,10 +59,14 @@ void AddRawInput(CLI::App& command, InputOptions& in) {
 }
 
 void AddOutput(CLI::App& command, OutputOptions& options, const char* formatOption) {
-    command.add_option("--to", options.Kind, "What to write, whatever OUT ends in: raw, tif, png or pbm");
+    command.add_option("--to", options.Kind,
+                       "What to write, whatever OUT ends in: raw, tif, pdf, png or pbm");
     command.add_option(formatOption, options.Format, "Format of the fax data to write: " + KnownFormats())
         ->capture_default_str();
-    command.add_option("--dpi", options.Dpi, "Dots per inch, instead of what the input says");
+    command.add_option("--dpi", options.Dpi, "N or XxY dots per inch, instead of what the input says");
+    command.add_flag(
+        "--square", options.Square,
+        "Repeat or join lines until pixels are as high as wide, where the resolution says they are not");
     command.add_option("--rows-per-strip", options.RowsPerStrip, "Rows in each strip of a TIFF file");
     command.add_option("--tile", options.Tile, "WIDTHxHEIGHT of the tiles of a TIFF file, instead of strips");
 }
@@ -78,15 +89,18 @@ void DeclareVerify(CLI::App& command, VerifyOptions& verify) {
 void DeclareLoad(CLI::App& command, LoadCommandOptions& load) {
     command.add_option(
         "FILES", load.Run.Files,
-        "IN OUT: a fax, TIFF or PDF file, and the .png, .pbm, .tif, .g3, .g4 or .fax to write; - is "
+        "IN OUT: a fax, TIFF or PDF file, and the .png, .pbm, .tif, .pdf, .g3, .g4 or .fax to write; - is "
         "standard input or output. With --out-dir any number of INs");
     AddRawInput(command, load.In);
     command.add_option("--page", load.In.Page, "Page of a TIFF or PDF file, from 1");
     AddPassword(command, load.In.Password);
-    command.add_flag("--all-pages", load.AllPages,
-                     "All pages, into OUT-001.png and so on; a TIFF file and --out-dir take all anyway");
+    command.add_flag(
+        "--all-pages", load.AllPages,
+        "All pages, into OUT-001.png and so on; TIFF and PDF files and --out-dir take all anyway");
     command.add_flag("--mirror", load.In.Mirror, "Mirror the picture left to right");
     command.add_flag("--invert", load.In.Invert, "Exchange black and white");
+    command.add_flag("--repair", load.In.Repair,
+                     "Put the line above in the place of damaged lines (kfax verify lists them)");
     command.add_flag("--batch", load.In.Batch, "Decode in batches of 100 lines through a small buffer");
     command.add_option(
         "--thumbnail", load.Thumbnail,
@@ -100,7 +114,7 @@ void DeclareSave(CLI::App& command, SaveCommandOptions& save) {
     command.add_option(
         "FILES", save.Run.Files,
         "IN... OUT: black-and-white pictures (PNG, PBM, TIFF, PDF or fax), and the file to write; "
-        "several need a TIFF file; - is standard input or output. With --out-dir INs alone");
+        "several need a TIFF or PDF file; - is standard input or output. With --out-dir INs alone");
     AddOutput(command, save.Out, "--format");
     command.add_option("--page", save.In.Page, "Page of a TIFF or PDF file, from 1");
     AddPassword(command, save.In.Password);
@@ -141,7 +155,7 @@ void DeclareOptions(CLI::App& app, Options& options) {
     DeclareVerify(*options.VerifyParsed, options.Verify);
     options.LoadParsed = app.add_subcommand("load", "Turn fax, TIFF and PDF files into pictures");
     DeclareLoad(*options.LoadParsed, options.Load);
-    options.SaveParsed = app.add_subcommand("save", "Turn pictures into fax and TIFF files");
+    options.SaveParsed = app.add_subcommand("save", "Turn pictures into fax, TIFF and PDF files");
     DeclareSave(*options.SaveParsed, options.Save);
 }
 

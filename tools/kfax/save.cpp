@@ -1,4 +1,5 @@
 // kfax save: pictures become a fax file; a TIFF file takes all pages of all of them.
+#include "tools/kfax/base/errors.h"
 #include "tools/kfax/commands.h"
 #include "tools/kfax/convert.h"
 
@@ -24,10 +25,10 @@ int SaveCommand(const standin::Filter& filter, const SaveCommandOptions& options
         throw UsageError("-0 needs --out-dir DIR");
     conversion.Inputs = run.Files;
     conversion.Out = ChooseOutput(output, options.Out, true);
-    if (conversion.Out.Kind == OutputKind::Tiff)
+    if (TakesManyPages(conversion.Out.Kind))
         conversion.Wanted = WantedPages::All;
     else if (conversion.Inputs.size() > 1)
-        throw UsageError("several pictures need a TIFF file to be saved in, or --out-dir DIR");
+        throw UsageError("several pictures need a TIFF or PDF file to be saved in, or --out-dir DIR");
     return ConvertStreams(filter, conversion);
 }
 

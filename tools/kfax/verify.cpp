@@ -4,21 +4,15 @@
 // a one-dimensional line, so damage often shows only in where the line ends.
 #include "API/Filters/Fax/Common/Tif_faxx.h"
 #include "host/standin/standin.h"
-#include "tools/kfax/batch.h"
+#include "tools/kfax/base/batch.h"
+#include "tools/kfax/base/json_line.h"
+#include "tools/kfax/base/messages.h"
 #include "tools/kfax/commands.h"
-#include "tools/kfax/input.h"
-#include "tools/kfax/json_line.h"
-#include "tools/kfax/line_faults.h"
-#include "tools/kfax/messages.h"
-#include "tools/kfax/page_file.h"
-#include "tools/kfax/pages.h"
-#include "tools/kfax/picture_input.h"
-
-#include <algorithm>
-#include <cerrno>
-#include <cstdio>
-#include <cstring>
-#include <memory>
+#include "tools/kfax/read/input.h"
+#include "tools/kfax/read/line_faults.h"
+#include "tools/kfax/read/page_file.h"
+#include "tools/kfax/read/pages.h"
+#include "tools/kfax/read/picture_input.h"
 
 namespace kfax {
 
@@ -34,19 +28,6 @@ struct PageVerdict {
 
     bool IsDamaged() const { return !Damage.empty() || !Blocks.empty(); }
 };
-
-std::vector<unsigned char> ReadFrom(const std::string& name, int64_t offset) {
-    const InputFile file = OpenInput(name);
-    const uint64_t size = CheckInput(name);
-    if (!file || fseeko(file.get(), offset, SEEK_SET) != 0)
-        throw std::runtime_error(SystemReason(errno));
-    std::vector<unsigned char> bytes(
-        size > static_cast<uint64_t>(offset) ? size - static_cast<uint64_t>(offset) : 0);
-    bytes.resize(std::fread(bytes.data(), 1, bytes.size(), file.get()));
-    if (std::ferror(file.get()) != 0)
-        throw std::runtime_error(SystemReason(errno));
-    return bytes;
-}
 
 PageVerdict VerdictOf(const std::string& file, const standin::LoadResult& trial, const std::string& damage) {
     if (trial.Status != SUCCESS)
@@ -77,15 +58,8 @@ PageVerdict VerifyRaw(const standin::Filter& filter, const std::string& file, co
     PageVerdict verdict =
         VerdictOf(file, trial, trial.DataStatus != 0 ? standin::StatusText(trial.DataStatus) : "");
     const _LOADINFO& info = trial.LoadInfo;
-    std::vector<unsigned char> bytes = ReadFrom(file, info.Offset);
-    const CodedStream stream{bytes.data(),
-                             bytes.size(),
-                             info.Format,
-                             verdict.Width,
-                             static_cast<uint32_t>(std::max(info.Height, 0)),
-                             (info.Flags & LOADINFO_REVERSED_BITS) != 0};
-    BlockFaults lines;
-    if (InspectLines(filter, stream, lines.Lines) == SUCCESS && !lines.Lines.empty())
+    BlockFaults lines = InspectRaw(filter, file, info);
+    if (!lines.Lines.empty())
         verdict.Blocks.push_back(std::move(lines));
     if (options.Format.empty() && info.Format == FORMAT_FAX_G3_1D && MayBeTwoDimensional(verdict))
         Note(file, "most lines are damaged; see whether it is two-dimensional (--format g3-2d --width N "
@@ -97,7 +71,7 @@ PageVerdict VerifyPage(const standin::Filter& filter, PageFile& file, const std:
                        unsigned number) {
     standin::LoadOptions how;
     how.DiscardRows = true;
-    StoredPage page = LoadStoredPage(filter, file, number, how, true);
+    StoredPage page = LoadStoredPage(filter, file, number, how, {true});
     PageVerdict verdict = VerdictOf(name, page.Loaded, page.Damage);
     verdict.Page = number;
     verdict.Blocks = std::move(page.Faults);
@@ -165,24 +139,18 @@ void VerifyFile(const standin::Filter& filter, const std::string& file, const Ve
         return;
     }
     RefuseRawOptions(options.In);
-    PageFile pageFile = OpenPageFile(file, options.In.Password);
-    const unsigned pages = CountPages(pageFile);
-    TellAbout(pageFile);
-    const auto [first, last] = PageRange(options.In.Page, pages);
-    for (unsigned number = first; number <= last; ++number) {
-        const std::string place = "page " + std::to_string(number) + ": ";
-        try {
+    ForEachPage(
+        file, options.In.Password, options.In.Page,
+        [&](PageFile& pageFile, unsigned number, unsigned /*pages*/) {
             tell(VerifyPage(filter, pageFile, file, number));
-        } catch (const std::bad_alloc&) {
-            throw;
-        } catch (const std::exception& error) { // the pages behind it may be good
-            Complain(file, place + error.what());
+        },
+        [&](unsigned number, const std::string& error) {
+            Complain(file, "page " + std::to_string(number) + ": " + error);
             report.Result = Outcome::Failed;
             if (options.Run.Json)
-                report.Text += JsonLine(
-                    {{"file", file}, {"page", number}, {"status", "failed"}, {"error", error.what()}});
-        }
-    }
+                report.Text +=
+                    JsonLine({{"file", file}, {"page", number}, {"status", "failed"}, {"error", error}});
+        });
 }
 
 } // namespace

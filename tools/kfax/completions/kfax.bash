@@ -19,27 +19,27 @@ _kfax() {
         return
         ;;
     --to)
-        mapfile -t COMPREPLY < <(compgen -W "raw tif png pbm" -- "$cur")
+        mapfile -t COMPREPLY < <(compgen -W "raw tif pdf png pbm" -- "$cur")
         return
         ;;
     -d | --out-dir)
         mapfile -t COMPREPLY < <(compgen -d -- "$cur")
         return
         ;;
-    -j | --jobs | --page | --password | --width | --height | --offset | --thumbnail | --dpi | --rows-per-strip | --tile | --threshold)
+    -j | --jobs | --memory | --page | --password | --width | --height | --offset | --thumbnail | --dpi | --rows-per-strip | --tile | --threshold)
         COMPREPLY=()
         return
         ;;
     esac
 
     local options="-h --help"
-    local run="-0 --null -j --jobs --json -q --quiet -k --keep-going --fail-fast --password"
+    local run="-0 --null -j --jobs --memory --json -q --quiet -k --keep-going --fail-fast --password"
     local raw="--format --width --height --offset --reverse-bits"
-    local output="--to --dpi --rows-per-strip --tile -d --out-dir --skip-existing --keep-tree --keep-ext"
+    local output="--to --dpi --square --rows-per-strip --tile -d --out-dir --skip-existing --keep-tree --keep-ext"
     case $command in
     info) options+=" $run --page" ;;
     verify) options+=" $run $raw --page" ;;
-    load) options+=" $run $raw $output --code --page --all-pages --mirror --invert --batch --thumbnail" ;;
+    load) options+=" $run $raw $output --code --page --all-pages --mirror --invert --repair --batch --thumbnail" ;;
     save) options+=" $run $output --format --page --reverse-bits --align-eol --no-invert --threshold" ;;
     *)
         options+=" -V --version --filter"
