@@ -12,7 +12,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <charconv>
 #include <stdexcept>
 #include <tuple>
 #include <utility>
@@ -21,7 +20,7 @@ namespace kfax {
 
 namespace {
 
-constexpr int kMostDpi = 1000000;
+constexpr unsigned kMostDpi = 1000000;
 
 // An extension, and without its dot a name. The first of a kind is what its files are called.
 struct KindEntry {
@@ -57,20 +56,13 @@ OutputKind KindOfOutput(const std::string& file, const std::string& name, bool r
 std::optional<Resolution> GivenResolution(const std::string& text) {
     if (text.empty())
         return std::nullopt;
-    Resolution given{};
-    const char* const end = text.data() + text.size();
-    auto [at, error] = std::from_chars(text.data(), end, given.X);
-    given.Y = given.X;
-    if (error == std::errc() && at != end && (*at == 'x' || *at == 'X'))
-        std::tie(at, error) = [&] {
-            const auto result = std::from_chars(at + 1, end, given.Y);
-            return std::pair(result.ptr, result.ec);
-        }();
-    if (error != std::errc() || at != end || std::min(given.X, given.Y) < 1 ||
-        std::max(given.X, given.Y) > kMostDpi)
+    unsigned across = 0, down = 0;
+    const bool isPair = text.find_first_of("xX") != std::string::npos;
+    if (!ParsePair(isPair ? text : text + "x" + text, across, down) || std::min(across, down) < 1 ||
+        std::max(across, down) > kMostDpi)
         throw UsageError("--dpi wants a number or XxY, each 1 to " + std::to_string(kMostDpi) + ", not " +
                          text);
-    return given;
+    return Resolution{static_cast<int>(across), static_cast<int>(down)};
 }
 
 int WritableFormat(const std::string& name) {

@@ -1,9 +1,11 @@
 // What the command line says of the outputs.
 #pragma once
 
+#include <charconv>
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <system_error>
 
 namespace kfax {
 
@@ -19,5 +21,15 @@ struct OutputOptions {
     std::optional<int64_t> RowsPerStrip; // of a TIFF
     std::string Tile;                    // of a TIFF, WxH
 };
+
+// "204x98" → 204 and 98; false for anything else.
+inline bool ParsePair(const std::string& text, unsigned& first, unsigned& second) {
+    const char* const end = text.data() + text.size();
+    const auto [separator, error] = std::from_chars(text.data(), end, first);
+    if (error != std::errc() || separator == end || (*separator != 'x' && *separator != 'X'))
+        return false;
+    const auto [stop, otherError] = std::from_chars(separator + 1, end, second);
+    return otherError == std::errc() && stop == end;
+}
 
 } // namespace kfax

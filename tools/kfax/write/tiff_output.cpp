@@ -6,7 +6,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <charconv>
 
 namespace kfax {
 
@@ -18,21 +17,9 @@ constexpr unsigned kTileUnit = 16; // TIFF 6.0, section 15: tile sizes are multi
 constexpr unsigned kLookaheadBytes = 2;
 constexpr unsigned kStripBytes = 64 * 1024; // of packed rows, where the command line says nothing
 
-unsigned ParseSize(const char*& at, const char* end) {
-    unsigned size = 0;
-    const auto [stop, error] = std::from_chars(at, end, size);
-    at = error == std::errc() ? stop : nullptr;
-    return size;
-}
-
 void ParseTile(const std::string& text, TiffOutput& output) {
-    const char* at = text.data();
-    const char* const end = at + text.size();
-    output.TileWidth = ParseSize(at, end);
-    if (at && at != end && (*at == 'x' || *at == 'X'))
-        output.TileHeight = ParseSize(++at, end);
-    if (at != end || output.TileWidth == 0 || output.TileHeight == 0 || output.TileWidth % kTileUnit != 0 ||
-        output.TileHeight % kTileUnit != 0)
+    if (!ParsePair(text, output.TileWidth, output.TileHeight) || output.TileWidth == 0 ||
+        output.TileHeight == 0 || output.TileWidth % kTileUnit != 0 || output.TileHeight % kTileUnit != 0)
         throw UsageError("--tile wants WIDTHxHEIGHT, both multiples of 16, not " + text);
     if (output.TileWidth > MAX_IMAGE_WIDTH || output.TileHeight > INT32_MAX)
         throw UsageError("--tile " + text + " is too large");
