@@ -3,7 +3,9 @@
 
 #include "tools/kfax/base/utf8.h"
 
+#include <algorithm>
 #include <string_view>
+#include <vector>
 
 namespace kfax {
 
@@ -22,27 +24,12 @@ bool IsUtf8(std::string_view text) {
     return true;
 }
 
-bool IsUtf8(const Json& value) {
-    if (value.is_string())
-        return IsUtf8(std::string_view(value.get_ref<const std::string&>()));
-    for (const Json& item : value)
-        if (!IsUtf8(item))
-            return false;
-    return true;
-}
-
-Json PercentEncoded(const Json& value) {
-    if (!value.is_string()) {
-        Json items = Json::array();
-        for (const Json& item : value)
-            items.push_back(PercentEncoded(item));
-        return items;
-    }
+std::string PercentEncoded(const std::string& text) {
     static constexpr char kHex[] = "0123456789ABCDEF";
     static constexpr std::string_view kPlain =
         "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789-._~/";
     std::string encoded;
-    for (const char c : value.get_ref<const std::string&>()) {
+    for (const char c : text) {
         const auto byte = static_cast<unsigned char>(c);
         if (kPlain.find(c) != std::string_view::npos)
             encoded += c;
@@ -56,9 +43,18 @@ Json PercentEncoded(const Json& value) {
 
 std::string JsonLine(const Json& json) {
     Json line = json;
-    for (const char* const names : {"file", "outputs"})
-        if (json.contains(names) && !IsUtf8(json[names]))
-            line[std::string(names) + "_percent_encoded"] = PercentEncoded(json[names]);
+    if (json.contains("file")) {
+        const std::string file = json["file"];
+        if (!IsUtf8(file))
+            line["file_percent_encoded"] = PercentEncoded(file);
+    }
+    if (json.contains("outputs")) {
+        std::vector<std::string> outputs = json["outputs"];
+        if (!std::all_of(outputs.begin(), outputs.end(), IsUtf8)) {
+            std::transform(outputs.begin(), outputs.end(), outputs.begin(), PercentEncoded);
+            line["outputs_percent_encoded"] = outputs;
+        }
+    }
     return line.dump(-1, ' ', false, Json::error_handler_t::replace) + "\n";
 }
 

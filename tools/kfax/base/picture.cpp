@@ -54,7 +54,8 @@ uint64_t TransposeBlock(uint64_t block) {
 
 // A picture of the bitmap's rows and columns exchanged.
 Picture Transposed(const _BITMAPHANDLE& bitmap) {
-    const size_t width = bitmap.Width, height = static_cast<size_t>(std::max(bitmap.Height, 0));
+    const size_t width = bitmap.Width;
+    const size_t height = static_cast<size_t>(std::max(bitmap.Height, 0));
     Picture turned;
     turned.Width = height;
     turned.Height = width;
@@ -118,8 +119,8 @@ void MirrorRows(Picture& picture) {
 void MakeSquare(Picture& picture, MemoryShare& memory) {
     if (picture.XResolution <= 0 || picture.YResolution <= 0 || picture.XResolution == picture.YResolution)
         return;
-    const auto across = static_cast<uint64_t>(picture.XResolution),
-               down = static_cast<uint64_t>(picture.YResolution);
+    const auto across = static_cast<uint64_t>(picture.XResolution);
+    const auto down = static_cast<uint64_t>(picture.YResolution);
     const uint64_t height = std::max<uint64_t>((picture.Height * across + down / 2) / down, 1);
     if (height > INT_MAX)
         throw std::runtime_error("the picture would have too many lines with square pixels; see whether its "

@@ -34,8 +34,9 @@ enum class LineFault {
 const char* FaultText(LineFault fault); // "invalid codes"
 
 struct FaultyLines {
-    LineFault Fault;
-    uint32_t First, Last; // from 0
+    LineFault Fault = LineFault::InvalidData;
+    uint32_t First = 0; // from 0
+    uint32_t Last = 0;
     bool Missing = false; // nothing came from the decoder any more
 };
 

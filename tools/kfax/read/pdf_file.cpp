@@ -22,7 +22,7 @@ constexpr size_t kMemoryPerByte = 4;
 constexpr size_t kStartBytes = 1024; // readers look that far for the mark
 
 std::string ReasonOf(const QPDFExc& error) {
-    std::string detail = error.getMessageDetail();
+    const std::string& detail = error.getMessageDetail();
     switch (error.getErrorCode()) {
     case qpdf_e_password:
         return "the PDF is encrypted; give its password (--password)";

@@ -189,7 +189,8 @@ bool OneIsDark(QPDFObjectHandle space) {
 bool IsInvertedPicture(QPDFObjectHandle dict, const FaxParameters& parameters) {
     bool inverted = parameters.BlackIs1;
     QPDFObjectHandle decode = dict.getKey("/Decode");
-    double first = 0, second = 1;
+    double first = 0;
+    double second = 1;
     if (decode.isArray() && decode.getArrayNItems() >= 2 && decode.getArrayItem(0).getValueAsNumber(first) &&
         decode.getArrayItem(1).getValueAsNumber(second))
         inverted ^= first > second;
@@ -313,7 +314,8 @@ PdfImage ReadPdfImage(PdfFile& file, unsigned number) {
         const PdfPicture& picture = file.Pictures.at(number - 1);
         QPDFObjectHandle stream = picture.Stream;
         QPDFObjectHandle dict = stream.getDict();
-        const unsigned width = SizeOf(dict, "/Width"), height = SizeOf(dict, "/Height");
+        const unsigned width = SizeOf(dict, "/Width");
+        const unsigned height = SizeOf(dict, "/Height");
         long long bits = 1;
         if (dict.getKey("/BitsPerComponent").getValueAsInt(bits) && bits != 1)
             throw std::runtime_error("the picture is not black and white, though its data is fax");

@@ -113,7 +113,7 @@ struct Walk {
                 "the pages of the PDF draw too much for its size; it is damaged or made to "
                 "take long");
     }
-    bool IsFirstDrawing(QPDFObjectHandle stream) {
+    bool IsFirstDrawing(const QPDFObjectHandle& stream) {
         return !stream.isIndirect() || Drawn.insert(stream.getObjGen()).second;
     }
     void Add(QPDFObjectHandle stream, const QPDFMatrix& matrix) {
@@ -128,7 +128,8 @@ struct Walk {
         PdfPicture picture;
         picture.Stream = stream;
         picture.Page = Page;
-        QPDFObjectHandle width = dict.getKey("/Width"), height = dict.getKey("/Height");
+        QPDFObjectHandle width = dict.getKey("/Width");
+        QPDFObjectHandle height = dict.getKey("/Height");
         if (width.isNumber() && height.isNumber()) {
             picture.XResolution = DotsPerInch(width.getNumericValue(), matrix.a, matrix.b);
             picture.YResolution = DotsPerInch(height.getNumericValue(), matrix.c, matrix.d);
@@ -151,8 +152,8 @@ struct Walk {
 // One content stream, a page's or a form's.
 class Content : public QPDFObjectHandle::ParserCallbacks {
 public:
-    Content(Walk& walk, QPDFObjectHandle resources, const QPDFMatrix& matrix, unsigned nesting)
-        : walk_(walk), resources_(std::move(resources)), matrix_(matrix), nesting_(nesting) {}
+    Content(Walk& walk, const QPDFObjectHandle& resources, const QPDFMatrix& matrix, unsigned nesting)
+        : walk_(walk), resources_(resources), matrix_(matrix), nesting_(nesting) {}
 
     void contentSize(size_t bytes) override { walk_.Spend(bytes); }
     void handleEOF() override {}

@@ -56,7 +56,8 @@ OutputKind KindOfOutput(const std::string& file, const std::string& name, bool r
 std::optional<Resolution> GivenResolution(const std::string& text) {
     if (text.empty())
         return std::nullopt;
-    unsigned across = 0, down = 0;
+    unsigned across = 0;
+    unsigned down = 0;
     const bool isPair = text.find_first_of("xX") != std::string::npos;
     if (!ParsePair(isPair ? text : text + "x" + text, across, down) || std::min(across, down) < 1 ||
         std::max(across, down) > kMostDpi)

@@ -153,7 +153,8 @@ void PdfOutput::Append(const CodedPage& page) {
     const auto points = [](unsigned pixels, int dpi) {
         return pixels * kPointsPerInch / (dpi > 0 ? dpi : kUsualDpi);
     };
-    double width = points(page.Width, page.XResolution), height = points(page.Height, page.YResolution);
+    double width = points(page.Width, page.XResolution);
+    double height = points(page.Height, page.YResolution);
     if (page.Orientation >= 5)
         std::swap(width, height);
     const double unit = std::max({1.0, width / kMostPoints, height / kMostPoints});
