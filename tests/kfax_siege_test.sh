@@ -66,7 +66,8 @@ done
 
 # An input that shrinks and grows while it is read.
 cp page.tif shrinking.tif
-(while [[ -e shrinking.tif ]]; do
+touch shrink
+(while [[ -e shrink ]]; do
     truncate -s $((RANDOM % 600)) shrinking.tif
     cat page.tif >shrinking.tif
 done 2>/dev/null) &
@@ -74,5 +75,5 @@ for ((round = 0; round < 3 * rounds; ++round)); do
     ends_with "0 1 3" '$kfax verify shrinking.tif'
     ends_with "0 1 3" '$kfax load shrinking.tif shrunk.pdf'
 done
-rm shrinking.tif
+rm shrink
 wait
