@@ -238,6 +238,10 @@ TEST_F(KfaxPdf, OtherColumnsThanTheWidth) {
                 expected.row(y)[x / 8] &= static_cast<uint8_t>(~(0x80 >> x % 8));
         writeOne("one.pdf", pictureDict(expected, "/CCITTFaxDecode", "<< /K -1 /Columns 304 >>"), bytes);
         expectPicture("one.pdf", expected);
+        std::string damaged = bytes;
+        damaged[bytes.size() / 2] = static_cast<char>(damaged[bytes.size() / 2] ^ 0x55);
+        writeOne("bad.pdf", pictureDict(expected, "/CCITTFaxDecode", "<< /K -1 /Columns 304 >>"), damaged);
+        expectRefused(1, "load bad.pdf no.pbm --repair"); // its lines are no rows of the picture
     }
 }
 

@@ -37,6 +37,8 @@ ends_with 1 '$kfax load page.tif - --to png >/dev/full'
 ends_with 1 'ulimit -f 8; $kfax load --out-dir full --to pbm page.tif fax.g3'
 grep -q "File too large" said.txt || fail "no reason for a file that is too large"
 [[ -z $(ls full) ]] || fail "a part of a file is left"
+pbmmake -white 1728 4000 >white.pbm # 500 bytes of data fit, and the PDF around them does not
+ends_with 1 'ulimit -f 1; $kfax save white.pbm white.pdf'
 
 # Few descriptors and little memory: some files may fail, each with a line; what is there is whole.
 for limit in "-n 12" "-n 20" "-v 300000" "-v 150000"; do

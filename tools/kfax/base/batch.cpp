@@ -238,23 +238,22 @@ int RunBatch(const std::vector<std::string>& names, const BatchOptions& options,
 }
 
 std::string Attempt(const std::string& file, Report& report, const std::function<void()>& action) {
+    const auto fail = [&](const std::string& place, const std::string& reason) {
+        Complain(place, reason);
+        report.Result = Outcome::Failed;
+        return place == file ? reason : place + ": " + reason;
+    };
     try {
         OnBehalfOf(file, action);
         return {};
     } catch (const FileMemoryShortage& error) {
         if (!report.Alone)
             throw;
-        Complain(error.File, error.what());
-        report.Result = Outcome::Failed;
-        return error.what();
+        return fail(error.File, error.what());
     } catch (const FileError& error) {
-        Complain(error.File, error.what());
-        report.Result = Outcome::Failed;
-        return error.File == file ? error.what() : error.File + ": " + error.what();
+        return fail(error.File, error.what());
     } catch (const UsageError& error) {
-        Complain(file, error.what());
-        report.Result = Outcome::Failed;
-        return error.what();
+        return fail(file, error.what());
     }
 }
 

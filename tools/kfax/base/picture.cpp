@@ -129,7 +129,9 @@ void MakeSquare(Picture& picture, MemoryShare& memory) {
     std::vector<uint8_t> pixels(picture.RowBytes * height);
     for (uint64_t y = 0; y < height; ++y) {
         const uint64_t first = std::min<uint64_t>(y * down / across, picture.Height - 1);
-        const uint64_t next = std::min<uint64_t>((y + 1) * down / across, picture.Height);
+        // The last row takes what rounding leaves over.
+        const uint64_t next =
+            y + 1 == height ? picture.Height : std::min<uint64_t>((y + 1) * down / across, picture.Height);
         uint8_t* const row = pixels.data() + y * picture.RowBytes;
         for (uint64_t source = first; source < std::max(first + 1, next); ++source) {
             const uint8_t* const from = picture.Pixels.data() + source * picture.RowBytes;

@@ -63,16 +63,19 @@ TiffFile::TiffFile(const std::string& name, const char* mode) : Name(name), Show
         Size = static_cast<uint64_t>(about.st_size);
 }
 
-size_t ReadAt(const TiffFile& file, uint64_t offset, unsigned char* bytes, size_t count) {
+size_t ReadAt(const TiffFile& file, uint64_t offset, unsigned char* bytes, size_t count, int& error) {
+    error = 0;
     size_t done = 0;
     while (done < count) {
         const ssize_t got =
             pread(TIFFFileno(file.Tiff.get()), bytes + done, count - done, static_cast<off_t>(offset + done));
-        if (got < 0 && errno != EINTR)
-            throw std::runtime_error(SystemReason(errno));
-        if (got == 0)
+        if (got < 0 && errno == EINTR)
+            continue;
+        if (got < 0)
+            error = errno;
+        if (got <= 0)
             break;
-        done += static_cast<size_t>(std::max<ssize_t>(got, 0));
+        done += static_cast<size_t>(got);
     }
     return done;
 }

@@ -32,8 +32,9 @@ struct TiffFile {
 
 constexpr const char* kDamagedTiff = "; the file is damaged or cut off, fetch it again";
 
-// Reads bytes of the file; returns how many there were. Throws std::runtime_error where the system refuses.
-size_t ReadAt(const TiffFile& file, uint64_t offset, unsigned char* bytes, size_t count);
+// Reads bytes of the file; returns how many there were. error: an errno where the system refused more, else
+// 0.
+size_t ReadAt(const TiffFile& file, uint64_t offset, unsigned char* bytes, size_t count, int& error);
 
 // The reason for the failure of the last call, or otherwise where the library gave none; and where it was not
 // the system's refusal, what can be done about it.

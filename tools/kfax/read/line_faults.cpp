@@ -34,7 +34,7 @@ constexpr size_t kWindowBytes = 1 << 16;
 
 // The bits of the stream, which lie near one another from one question to the next.
 struct Bits {
-    explicit Bits(const CodedStream& stream) : Stream(stream) {
+    explicit Bits(const CodedStream& stream) : Stream(stream), Size(stream.Size) {
         if (stream.Bytes)
             return;
         File = OpenInput(stream.File);
@@ -43,7 +43,7 @@ struct Bits {
         Window.resize(kWindowBytes);
     }
 
-    uint64_t Count() const { return Stream.Size * 8; }
+    uint64_t Count() const { return Size * 8; }
     unsigned char Byte(uint64_t index) const {
         if (Stream.Bytes)
             return Stream.Bytes[index];
@@ -54,8 +54,10 @@ struct Bits {
                 throw std::runtime_error(SystemReason(errno));
             WindowStart = index;
             WindowSize = static_cast<size_t>(got);
-            if (got == 0) // the file shrank
+            if (got == 0) { // the file shrank
+                Size = index;
                 return 0;
+            }
         }
         return Window[index - WindowStart];
     }
@@ -63,17 +65,17 @@ struct Bits {
         const unsigned bit = position % 8;
         return (Byte(position / 8) >> (Stream.Reversed ? bit : 7 - bit) & 1) != 0;
     }
+    // The first bit that is set, from position on; at least Count() where none is.
+    uint64_t NextSet(uint64_t position) const {
+        while (position < Count() && !At(position))
+            position += position % 8 == 0 && Byte(position / 8) == 0 ? 8u : 1u;
+        return position;
+    }
+    bool AnySetFrom(uint64_t position) const { return NextSet(position) < Count(); }
     // Fill and an EOL.
     bool EolBegins(uint64_t position) const {
-        uint64_t zeros = 0;
-        while (position + zeros < Count() && !At(position + zeros))
-            ++zeros;
-        return zeros >= kEolZeros && position + zeros < Count();
-    }
-    bool AnySetFrom(uint64_t position) const {
-        while (position < Count() && !At(position))
-            ++position;
-        return position < Count();
+        const uint64_t one = NextSet(position);
+        return one < Count() && one >= position + kEolZeros;
     }
     bool EolEnds(uint64_t position) const {
         if (position <= kEolZeros || position > Count() || !At(position - 1))
@@ -85,6 +87,7 @@ struct Bits {
     }
 
     const CodedStream& Stream;
+    mutable uint64_t Size; // in bytes, less where the file shrinks
     FileHandle File;
     mutable std::vector<unsigned char> Window;
     mutable uint64_t WindowStart = 0;
@@ -209,7 +212,7 @@ void InspectAll(Inspection& inspection) {
             lineEnds = lineEnds || eolTaken || bits.EolBegins(position);
         if (status == ERROR_FAX_WIDTH_CHANGED || (status == 0 && codec.Width != width))
             inspection.Add(LineFault::OtherWidth, line, line);
-        else if (status != 0 && Position(codec) < bits.Count())
+        else if (status != 0 && position < bits.Count())
             inspection.Add(LineFault::InvalidData, line, line);
         else if (status != 0) // past the end there are zero bits, which are no code
             inspection.Add(LineFault::DataEnds, line, line, true);

@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <new>
+#include <numeric>
 #include <stdexcept>
 
 namespace kfax {
@@ -19,7 +20,8 @@ struct OpenPage {
     standin::Description Image;
     TiffPage Tiff;
     PdfImage Pdf;
-    bool MayCopy = false; // its data is in strips of Group 4
+    unsigned Strips = 0;      // that the data could be copied in; 0: it is not in strips
+    bool LinesAreRows = true; // of the picture
     const char* Container = "";
     std::string Layout;
 };
@@ -28,7 +30,7 @@ OpenPage OpenFrom(TiffFile& file, unsigned number) {
     OpenPage page;
     page.Tiff = OpenTiffPage(file, number);
     page.Image = page.Tiff.Image;
-    page.MayCopy = !page.Tiff.Tiled;
+    page.Strips = page.Tiff.Tiled || page.Tiff.MayBeUncompressed ? 0 : page.Tiff.BlockCount;
     page.Container = "TIFF";
     page.Layout = page.Tiff.Tiled ? "tiles of " + std::to_string(page.Tiff.BlockWidth) + " x " +
                                         std::to_string(page.Tiff.CodedHeight)
@@ -40,7 +42,8 @@ OpenPage OpenFrom(PdfFile& file, unsigned number) {
     OpenPage page;
     page.Pdf = ReadPdfImage(file, number);
     page.Image = page.Pdf.Image;
-    page.MayCopy = !HasOtherColumns(page.Pdf);
+    page.LinesAreRows = !HasOtherColumns(page.Pdf);
+    page.Strips = page.LinesAreRows ? 1 : 0;
     page.Container = "PDF";
     page.Layout = "a picture on page " + std::to_string(file.Pictures[number - 1].Page) + " of " +
                   std::to_string(file.DocumentPages);
@@ -56,12 +59,16 @@ LoadedBlocks LoadFrom(const standin::Filter& filter, PageFile& file, OpenPage& p
     return blocks;
 }
 
-// Whether the data may be copied: strips that share bytes would become much more than they are.
-bool IsWhole(const standin::Blocks& data, CodedData wanted) {
-    uint64_t bytes = 0;
-    for (const uint32_t count : data.ByteCounts)
-        bytes += count;
-    return bytes <= data.Bytes.size() && (wanted == CodedData::AnyStrips || data.Offsets.size() == 1);
+bool MayCopy(const OpenPage& page, CodedData wanted) {
+    if (page.Image.LoadInfo.Format != FORMAT_FAX_G4)
+        return false;
+    return wanted == CodedData::AnyStrips ? page.Strips != 0
+                                          : wanted == CodedData::OneStrip && page.Strips == 1;
+}
+
+// Strips that share bytes would become much more than they are.
+bool ShareBytes(const standin::Blocks& data) {
+    return std::accumulate(data.ByteCounts.begin(), data.ByteCounts.end(), uint64_t{0}) > data.Bytes.size();
 }
 
 CodedPage CodedPageOf(const _LOADINFO& info, int orientation, LoadedBlocks blocks) {
@@ -144,11 +151,11 @@ StoredPage LoadStoredPage(const standin::Filter& filter, PageFile& file, unsigne
     stored.Container = page.Container;
     stored.Layout = page.Layout;
     const _LOADINFO& info = page.Image.LoadInfo;
-    if (extras.Coded != CodedData::None && page.MayCopy && info.Format == FORMAT_FAX_G4) {
+    if (MayCopy(page, extras.Coded)) {
         standin::LoadOptions trial = options;
         trial.DiscardRows = true;
         LoadedBlocks blocks = LoadFrom(filter, file, page, trial, false);
-        if (blocks.Damage.empty() && IsWhole(blocks.Data, extras.Coded)) {
+        if (blocks.Damage.empty() && !ShareBytes(blocks.Data)) {
             const int orientation = blocks.Loaded.Bitmap->Orientation;
             stored.Loaded = std::move(blocks.Loaded);
             stored.Coded = CodedPageOf(info, orientation, std::move(blocks));
@@ -163,6 +170,7 @@ StoredPage LoadStoredPage(const standin::Filter& filter, PageFile& file, unsigne
     stored.Loaded = std::move(blocks.Loaded);
     stored.Damage = std::move(blocks.Damage);
     stored.Faults = std::move(blocks.Faults);
+    stored.LinesAreRows = page.LinesAreRows;
     return stored;
 }
 

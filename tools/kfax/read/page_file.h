@@ -57,6 +57,7 @@ struct StoredPage {
     standin::LoadResult Loaded; // its Status is SUCCESS
     std::string Damage;         // of the page's bytes; empty: none
     std::vector<BlockFaults> Faults;
+    bool LinesAreRows = true; // the lines that faults count are the picture's rows
     CodedPage Coded;
     const char* Container = ""; // "TIFF"
     std::string Layout;         // "strips of 64 rows"

@@ -93,6 +93,10 @@ Page LoadPageOf(const standin::Filter& filter, PageFile& file, const std::string
     if (page.Coded.IsThere())
         return page;
     page.Bitmap = std::move(stored.Loaded.Bitmap);
+    if (options.Repair && !stored.Faults.empty() && !stored.LinesAreRows)
+        throw std::runtime_error(
+            "damaged lines that are coded with another width than the picture's cannot be "
+            "repaired; load it without --repair");
     if (options.Repair)
         Repair(page, stored.Faults);
     return page;

@@ -6,6 +6,7 @@
 #include "tools/kfax/read/tiff_input.h"
 
 #include "API/Filters/Fax/Common/Tif_faxx.h"
+#include "tools/kfax/base/messages.h"
 #include "tools/kfax/read/input.h"
 
 #include <algorithm>
@@ -21,6 +22,7 @@ namespace kfax {
 namespace {
 
 constexpr int kNotCompressed = 0;
+constexpr unsigned kTableBytes = 64; // what is known of each strip or tile while they are read
 constexpr const char* kBeyondEnd = "its data lies beyond the end of the file";
 
 int FormatOfPage(const TiffFile& file) {
@@ -117,9 +119,9 @@ struct Extent {
 };
 
 // Reads the bytes of all extents, each byte of the file once, however many of them it lies in. Fills the
-// offsets and the byte counts.
-void ReadExtents(TiffFile& file, const std::vector<Extent>& extents, standin::Blocks& blocks,
-                 MemoryShare& memory) {
+// offsets and the byte counts. Returns an errno where the system refused some, else 0.
+int ReadExtents(TiffFile& file, const std::vector<Extent>& extents, standin::Blocks& blocks,
+                MemoryShare& memory) {
     std::vector<uint32_t> order(extents.size());
     std::iota(order.begin(), order.end(), 0);
     std::sort(order.begin(), order.end(),
@@ -127,14 +129,15 @@ void ReadExtents(TiffFile& file, const std::vector<Extent>& extents, standin::Bl
     // The extents that touch become one piece.
     struct Piece {
         uint64_t Offset, End;
-        size_t At; // in blocks.Bytes
+        size_t At = 0; // in blocks.Bytes
+        int Error = 0;
     };
     std::vector<Piece> pieces;
     std::vector<size_t> pieceOf(extents.size());
     for (const uint32_t block : order) {
         const Extent& extent = extents[block];
         if (pieces.empty() || extent.Offset > pieces.back().End)
-            pieces.push_back({extent.Offset, extent.Offset, 0});
+            pieces.push_back({extent.Offset, extent.Offset});
         Piece& piece = pieces.back();
         piece.End = std::max(piece.End, extent.Offset + extent.Size);
         pieceOf[block] = pieces.size() - 1;
@@ -149,17 +152,24 @@ void ReadExtents(TiffFile& file, const std::vector<Extent>& extents, standin::Bl
     memory.Add(size);
     blocks.Bytes.resize(size);
     for (Piece& piece : pieces) {
-        const size_t got =
-            ReadAt(file, piece.Offset, blocks.Bytes.data() + piece.At, piece.End - piece.Offset);
-        piece.End = piece.Offset + got;
+        unsigned char* const bytes = blocks.Bytes.data() + piece.At;
+        piece.End = piece.Offset + ReadAt(file, piece.Offset, bytes, piece.End - piece.Offset, piece.Error);
     }
+    int firstError = 0;
     for (size_t block = 0; block < extents.size(); ++block) {
         const Piece& piece = pieces[pieceOf[block]];
-        const uint64_t end = std::min(extents[block].Offset + extents[block].Size, piece.End);
-        blocks.Offsets[block] = static_cast<uint32_t>(piece.At + (extents[block].Offset - piece.Offset));
-        blocks.ByteCounts[block] =
-            static_cast<uint32_t>(end > extents[block].Offset ? end - extents[block].Offset : 0);
+        const Extent& extent = extents[block];
+        const size_t at = piece.At + (extent.Offset - piece.Offset);
+        uint64_t end = std::min(extent.Offset + extent.Size, piece.End);
+        if (piece.Error != 0) { // a bad place of the disk costs no other block its bytes
+            int error = 0;
+            end = extent.Offset + ReadAt(file, extent.Offset, blocks.Bytes.data() + at, extent.Size, error);
+            firstError = firstError != 0 ? firstError : error;
+        }
+        blocks.Offsets[block] = static_cast<uint32_t>(at);
+        blocks.ByteCounts[block] = static_cast<uint32_t>(end > extent.Offset ? end - extent.Offset : 0);
     }
+    return firstError;
 }
 
 // The loader takes whole blocks of packed rows: what a short one lacks is white.
@@ -183,7 +193,7 @@ void CompletePackedRows(const TiffPage& page, uint32_t number, standin::Blocks& 
 std::string ReadBlocks(TiffFile& file, const TiffPage& page, standin::Blocks& blocks, MemoryShare& memory) {
     TIFF* const tiff = file.Tiff.get();
     const uint32_t listed = page.Tiled ? TIFFNumberOfTiles(tiff) : TIFFNumberOfStrips(tiff);
-    memory.Add(uint64_t{page.BlockCount} * (3 * sizeof(Extent)));
+    memory.Add(uint64_t{page.BlockCount} * kTableBytes);
     blocks.Tiled = page.Tiled;
     blocks.Width = page.BlockWidth;
     blocks.Height = page.BlockHeight;
@@ -204,16 +214,17 @@ std::string ReadBlocks(TiffFile& file, const TiffPage& page, standin::Blocks& bl
         }
         file.Error.clear();
     }
-    ReadExtents(file, extents, blocks, memory);
+    const int error = ReadExtents(file, extents, blocks, memory);
     const bool packed = page.Image.LoadInfo.Format == kNotCompressed;
     if (packed && (page.Image.LoadInfo.Flags & LOADINFO_REVERSED_BITS) != 0)
         TIFFReverseBits(blocks.Bytes.data(), static_cast<tmsize_t>(blocks.Bytes.size()));
     for (uint32_t number = 0; number < page.BlockCount; ++number) {
-        const bool isShort = blocks.ByteCounts[number] < extents[number].Size || // the file shrank
-                             (packed && blocks.ByteCounts[number] < PackedBytes(page, number));
+        const bool isShort =
+            blocks.ByteCounts[number] < extents[number].Size || // it shrank, or is not readable
+            (packed && blocks.ByteCounts[number] < PackedBytes(page, number));
         if (isShort && number < damaged) {
             damaged = number;
-            damage = kBeyondEnd;
+            damage = error != 0 ? SystemReason(error) : kBeyondEnd;
         }
         if (packed)
             CompletePackedRows(page, number, blocks, memory);
@@ -319,6 +330,8 @@ TiffPage OpenTiffPage(TiffFile& file, int64_t number) {
     if (TiffTag<uint16_t>(file, TIFFTAG_FILLORDER, FILLORDER_MSB2LSB) == FILLORDER_LSB2MSB)
         stream.Flags |= LOADINFO_REVERSED_BITS;
     page.Image = standin::DescribeStream(stream);
+    page.MayBeUncompressed =
+        (TiffTag<uint32_t>(file, TIFFTAG_GROUP4OPTIONS, 0) & GROUP4OPT_UNCOMPRESSED) != 0;
     return page;
 }
 

@@ -22,6 +22,7 @@ struct TiffPage {
     unsigned CodedHeight = 0; // of a block; the last rows of a tile can lie below the image
     uint32_t BlockCount = 0;
     bool Tiled = false;
+    bool MayBeUncompressed = false; // lines in uncompressed mode (T.6), which few decoders know
 };
 
 unsigned CountTiffPages(TiffFile& file);

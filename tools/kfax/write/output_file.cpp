@@ -1,5 +1,6 @@
 // An output file that appears under its name whole or not at all: written beside, then renamed.
 #include "tools/kfax/write/output_file.h"
+#include "tools/kfax/base/errors.h"
 #include "tools/kfax/base/file_handle.h"
 #include "tools/kfax/base/messages.h"
 #include "tools/kfax/base/progress.h"
@@ -211,15 +212,16 @@ void WriteWholeByName(const std::string& output, const std::function<void(const 
 ScratchFile::ScratchFile() {
     const char* const directory = std::getenv("TMPDIR");
     const std::string place = directory && *directory != '\0' ? directory : "/tmp";
-    const int descriptor = MakeUnfinished(place + "/kfax-", Name);
-    File.reset(fdopen(descriptor, "w+b"));
-    if (File)
-        return;
-    const int error = errno;
-    close(descriptor);
-    RemoveUnfinished(Name);
-    errno = error;
-    ThrowErrno();
+    OnBehalfOf(place, [&] {
+        const int descriptor = MakeUnfinished(place + "/kfax-", Name);
+        File.reset(fdopen(descriptor, "w+b"));
+        if (File)
+            return;
+        const int error = errno;
+        close(descriptor);
+        RemoveUnfinished(Name);
+        throw std::runtime_error(SystemReason(error));
+    });
 }
 
 std::string ScratchFile::OpenName() const {

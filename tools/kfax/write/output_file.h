@@ -25,7 +25,7 @@ void WriteWholeByName(const std::string& output, const std::function<void(const 
 
 // An empty file among the system's temporary ones that goes when it does, or when a signal ends the program.
 struct ScratchFile {
-    ScratchFile(); // throws std::runtime_error with the reason
+    ScratchFile(); // throws FileError, which names the directory
     ~ScratchFile();
     ScratchFile(const ScratchFile&) = delete;
     ScratchFile& operator=(const ScratchFile&) = delete;

@@ -1,6 +1,7 @@
 // PDF files (ISO 32000-1) of fax pictures.
 #include "tools/kfax/write/pdf_output.h"
 
+#include "tools/kfax/base/file_handle.h"
 #include "tools/kfax/base/messages.h"
 
 #include <algorithm>
@@ -88,6 +89,21 @@ std::string Date() {
     return date;
 }
 
+// Whether an EOFB (T.6 § 2.4.1.1) is the last of the only strip, but for zero bits.
+bool EndsWithEofb(const standin::Blocks& strip) {
+    constexpr uint64_t kEofb = 0x001001;
+    const unsigned char* const bytes = strip.Bytes.data() + strip.Offsets.front();
+    size_t size = strip.ByteCounts.front();
+    while (size != 0 && bytes[size - 1] == 0)
+        --size;
+    uint64_t last = 0;
+    for (size_t i = size - std::min<size_t>(size, 4); i < size; ++i)
+        last = last << 8 | bytes[i];
+    while (last != 0 && last % 2 == 0)
+        last /= 2;
+    return (last & 0xFFFFFF) == kEofb;
+}
+
 QPDFObjectHandle Whole(uint64_t value) {
     return QPDFObjectHandle::newInteger(static_cast<long long>(value));
 }
@@ -138,6 +154,8 @@ void PdfOutput::Append(const CodedPage& page) {
     parameters.replaceKey("/K", QPDFObjectHandle::newInteger(-1));
     parameters.replaceKey("/Columns", Whole(page.Width));
     parameters.replaceKey("/Rows", Whole(page.Height));
+    if (!EndsWithEofb(page.Strips))
+        parameters.replaceKey("/EndOfBlock", QPDFObjectHandle::newBool(false));
     if (page.BlackIsZero)
         parameters.replaceKey("/BlackIs1", QPDFObjectHandle::newBool(true));
     QPDFObjectHandle about = picture.getDict();
@@ -188,13 +206,19 @@ void PdfOutput::Write(const std::string& name) {
         throw std::runtime_error(SystemReason(errno));
     if (const std::string date = Date(); !date.empty())
         document.Info.replaceKey("/CreationDate", QPDFObjectHandle::newString(date));
+    // qpdf does not look whether the last bytes could be written.
+    const FileHandle file(std::fopen(name.c_str(), "wbe"));
+    if (!file)
+        throw std::runtime_error(SystemReason(errno));
     try {
-        QPDFWriter writer(document.Pdf, name.c_str());
+        QPDFWriter writer(document.Pdf, name.c_str(), file.get(), false);
         writer.setDeterministicID(true);
         writer.setStreamDataMode(qpdf_s_preserve);
         writer.setObjectStreamMode(qpdf_o_disable);
         writer.setMinimumPDFVersion(document.HasLargePages ? "1.6" : "1.4");
         writer.write();
+        if (std::fflush(file.get()) != 0 || std::ferror(file.get()) != 0)
+            throw std::runtime_error(SystemReason(errno));
     } catch (const QPDFSystemError& error) {
         throw std::runtime_error(SystemReason(error.getErrno()));
     }
